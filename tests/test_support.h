@@ -1,0 +1,90 @@
+// Helpers shared by the tests: temporary directories, environment overrides,
+// file bytes, database files built by hand, and internal-error expectations.
+#pragma once
+
+#include "moxdev/moxdev.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+// Runs `statement` and expects it to report an internal error whose condition
+// text is `text`.
+#define EXPECT_INTERNAL_ERROR(statement, text)                                                  \
+    do {                                                                                        \
+        try {                                                                                   \
+            statement;                                                                          \
+            ADD_FAILURE() << "expected internal error: " << (text);                             \
+        } catch (const MSG_INTERNAL_ERROR& error) {                                             \
+            EXPECT_EQ(error.condition(), (text));                                               \
+            EXPECT_EQ(error.module(), "MOXDEV");                                                \
+        }                                                                                       \
+    } while (0)
+
+namespace moxdev_test {
+
+using BYTES = std::vector<BYTE>;
+
+// A fresh directory below the system's temporary directory, removed with
+// everything in it when the object goes.
+class TEMP_DIR {
+public:
+    TEMP_DIR();
+    ~TEMP_DIR();
+    TEMP_DIR(const TEMP_DIR&) = delete;
+    TEMP_DIR& operator=(const TEMP_DIR&) = delete;
+
+    const std::string& path() const { return m_path; }
+    std::string file(const std::string& name) const { return m_path + "/" + name; }
+
+private:
+    std::string m_path;
+};
+
+// Sets (or, with a null value, unsets) an environment variable for the life of
+// the object, then restores what was there.
+class SCOPED_ENV {
+public:
+    SCOPED_ENV(std::string name, const char* value);
+    ~SCOPED_ENV();
+    SCOPED_ENV(const SCOPED_ENV&) = delete;
+    SCOPED_ENV& operator=(const SCOPED_ENV&) = delete;
+
+private:
+    std::string m_name;
+    bool m_had_value;
+    std::string m_old_value;
+};
+
+BYTES read_bytes(const std::string& path);
+void write_bytes(const std::string& path, const BYTES& bytes);
+std::string read_text(const std::string& path);
+void write_text(const std::string& path, const std::string& text);
+
+// A database file: magic, identifier, the announced payload size, the zlib
+// stream of `payload` and a two-byte trailer.
+BYTES make_database_file(const std::string& magic, const std::string& identifier,
+                         const BYTES& payload, DWORD announced_size);
+inline BYTES make_database_file(const std::string& magic, const std::string& identifier,
+                                const BYTES& payload)
+{
+    return make_database_file(magic, identifier, payload, DWORD(payload.size()));
+}
+
+// The inflated payload of a database file written by the library.
+BYTES payload_of(const BYTES& file);
+
+// Little-endian DWORD appended to / read from a byte vector.
+void append_dword(BYTES& bytes, DWORD value);
+DWORD dword_at(const BYTES& bytes, std::size_t offset);
+
+// Source and build locations.
+std::string source_path(const std::string& relative);
+std::string data_path(const std::string& relative);
+
+// Runs a shell command; returns its exit status and fills `output` with its
+// standard output (and standard error when `merge_stderr`).
+int run_command(const std::string& command, std::string& output, bool merge_stderr = false);
+
+} // namespace moxdev_test
