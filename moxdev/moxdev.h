@@ -1,0 +1,20 @@
+// moxdev: device support for FPGA/CPLD programmers.
+//
+// Including this header declares every exported class of the library, the
+// record types, the shared integer types and the host services the library
+// relies on.
+#pragma once
+
+#include "host/cfg.h"
+#include "host/dev_catalogue.h"
+#include "host/fio.h"
+#include "host/gen_path.h"
+#include "host/gen_string.h"
+#include "host/host_types.h"
+#include "host/mox_common.h"
+#include "host/msg.h"
+#include "host/ver.h"
+#include "host/zlib_wrapper.h"
+
+#include "moxdev/moxdev_database_codec.h"
+#include "moxdev/moxdev_dev_info_manager.h"

@@ -1,0 +1,322 @@
+#include "moxdev/moxdev_database_codec.h"
+
+#include "moxdev/moxdev_assert.h"
+
+#include "host/mox_common.h"
+#include "host/zlib_wrapper.h"
+
+#include <zlib.h>
+
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <memory>
+
+// Checks under the owning manager's unit; the text is the condition itself.
+#define CODEC_CHECK(condition)                                                                  \
+    do {                                                                                        \
+        if (!(condition))                                                                       \
+            fail(#condition, __LINE__);                                                         \
+    } while (0)
+
+#define CODEC_CHECK_MSG(condition, message)                                                     \
+    do {                                                                                        \
+        if (!(condition))                                                                       \
+            fail((message), __LINE__);                                                          \
+    } while (0)
+
+void MOXDEV_DATABASE_CODEC::fail(const std::string& condition, int line) const
+{
+    MSG_INTERNAL_ERROR::report(condition, MOXDEV_MODULE, m_unit, line);
+}
+
+void MOXDEV_DATABASE_CODEC::set_buffer(const BYTE* data, DWORD size)
+{
+    m_buffer = data;
+    m_buffer_size = size;
+}
+
+void MOXDEV_DATABASE_CODEC::check_range(const BYTE* data, DWORD index, DWORD count, int line) const
+{
+    if (data == nullptr || data != m_buffer)
+        fail("buffer is not the registered database buffer", line);
+    if (index > m_buffer_size || count > m_buffer_size - index)
+        fail("access beyond the end of the database buffer", line);
+}
+
+// ---------------------------------------------------------------- readers
+
+BYTE MOXDEV_DATABASE_CODEC::get_byte(const BYTE* data, DWORD& index) const
+{
+    check_range(data, index, 1, __LINE__);
+    return data[index++];
+}
+
+DWORD MOXDEV_DATABASE_CODEC::get_dword(const BYTE* data, DWORD& index) const
+{
+    check_range(data, index, 4, __LINE__);
+    const DWORD value = DWORD(data[index]) | (DWORD(data[index + 1]) << 8) |
+                        (DWORD(data[index + 2]) << 16) | (DWORD(data[index + 3]) << 24);
+    index += 4;
+    return value;
+}
+
+void MOXDEV_DATABASE_CODEC::get_dword_data(const BYTE* data, DWORD& index, DWORD* out) const
+{
+    check_range(data, index, 1, __LINE__);
+    const BYTE type = data[index++];
+    CODEC_CHECK(type == MOXDEV_MANAGER_DEVID_ENUM || type == MOXDEV_MANAGER_DWORD ||
+                type == MOXDEV_MANAGER_ENUM);
+    *out = get_dword(data, index);
+}
+
+void MOXDEV_DATABASE_CODEC::get_word_data(const BYTE* data, DWORD& index, WORD* out) const
+{
+    check_range(data, index, 1, __LINE__);
+    const BYTE type = data[index++];
+    CODEC_CHECK(type == MOXDEV_MANAGER_WORD);
+    check_range(data, index, 2, __LINE__);
+    *out = WORD(data[index] | (data[index + 1] << 8));
+    index += 2;
+}
+
+void MOXDEV_DATABASE_CODEC::get_byte_data(const BYTE* data, DWORD& index, BYTE* out) const
+{
+    check_range(data, index, 1, __LINE__);
+    const BYTE type = data[index++];
+    CODEC_CHECK(type == MOXDEV_MANAGER_BYTE);
+    check_range(data, index, 1, __LINE__);
+    *out = data[index++];
+}
+
+void MOXDEV_DATABASE_CODEC::get_bool_data(const BYTE* data, DWORD& index, bool* out) const
+{
+    check_range(data, index, 1, __LINE__);
+    const BYTE type = data[index++];
+    CODEC_CHECK(type == MOXDEV_MANAGER_BOOL);
+    check_range(data, index, 1, __LINE__);
+    const BYTE value = data[index++];
+    CODEC_CHECK(value == 0 || value == 1);
+    *out = value == 1;
+}
+
+void MOXDEV_DATABASE_CODEC::get_string_data(const BYTE* data, DWORD& index, bool allow_empty,
+                                            std::string* out) const
+{
+    check_range(data, index, 1, __LINE__);
+    const BYTE type = data[index++];
+    CODEC_CHECK(type == MOXDEV_MANAGER_DEVID_STR || type == MOXDEV_MANAGER_STRING);
+    check_range(data, index, 1, __LINE__);
+    const BYTE length = data[index++];
+    out->clear();
+    if (length > 0) {
+        check_range(data, index, length, __LINE__);
+        out->assign(reinterpret_cast<const char*>(&data[index]), length);
+        index += length;
+    } else {
+        CODEC_CHECK(allow_empty);
+    }
+}
+
+void MOXDEV_DATABASE_CODEC::confirm_data_type_end(const BYTE* data, DWORD& index) const
+{
+    check_range(data, index, 4, __LINE__);
+    CODEC_CHECK(data[index++] == 'E');
+    CODEC_CHECK(data[index++] == 'N');
+    CODEC_CHECK(data[index++] == 'D');
+    CODEC_CHECK(data[index++] == '1');
+}
+
+void MOXDEV_DATABASE_CODEC::confirm_database_end(const BYTE* data, DWORD& index) const
+{
+    check_range(data, index, 4, __LINE__);
+    CODEC_CHECK(data[index++] == 'E');
+    CODEC_CHECK(data[index++] == 'N');
+    CODEC_CHECK(data[index++] == 'D');
+    CODEC_CHECK(data[index++] == '2');
+}
+
+// ---------------------------------------------------------------- writers
+
+void MOXDEV_DATABASE_CODEC::dump_byte(BYTE*& data, DWORD& index, BYTE value) const
+{
+    check_range(data, index, 1, __LINE__);
+    data[index++] = value;
+}
+
+void MOXDEV_DATABASE_CODEC::dump_dword_database(BYTE*& data, DWORD& index, DWORD value) const
+{
+    check_range(data, index, 4, __LINE__);
+    for (int shift = 0; shift < 32; shift += 8)
+        data[index++] = BYTE(value >> shift);
+}
+
+void MOXDEV_DATABASE_CODEC::dump_value_to_database(BYTE*& data, DWORD& index, std::string text,
+                                                   DWORD size) const
+{
+    CODEC_CHECK(size == 1 || size == 2 || size == 4);
+    DWORD value = 0;
+    CODEC_CHECK_MSG(MOX_COMMON::convert_string_to_dword(text, value),
+                    "Invalid number \"" + text + "\"");
+    check_range(data, index, 1 + size, __LINE__);
+    // A value wider than the field is truncated on purpose: the table is a
+    // trusted build input and keeps its own ranges.
+    data[index++] = size == 1 ? MOXDEV_MANAGER_BYTE
+                  : size == 2 ? MOXDEV_MANAGER_WORD
+                              : MOXDEV_MANAGER_DWORD;
+    for (DWORD i = 0; i < size; ++i)
+        data[index++] = BYTE(value >> (8 * i));
+}
+
+void MOXDEV_DATABASE_CODEC::dump_bool_to_database(BYTE*& data, DWORD& index,
+                                                  std::string text) const
+{
+    CODEC_CHECK(text == "" || text == "FALSE" || text == "TRUE");
+    check_range(data, index, 2, __LINE__);
+    data[index++] = MOXDEV_MANAGER_BOOL;
+    data[index++] = text == "TRUE" ? 1 : 0;
+}
+
+void MOXDEV_DATABASE_CODEC::dump_string_to_database(BYTE*& data, DWORD& index, bool allow_empty,
+                                                    std::string string,
+                                                    MOXDEV_MANAGER_TYPE type) const
+{
+    CODEC_CHECK(string.size() > 0 || allow_empty);
+    CODEC_CHECK(type == MOXDEV_MANAGER_DEVID_STR || type == MOXDEV_MANAGER_STRING);
+    // The length byte holds the low 8 bits only; a longer text could not be
+    // read back, so it is refused here rather than written damaged.
+    CODEC_CHECK_MSG(string.size() < 256, "Text longer than 255 characters: \"" + string + "\"");
+    check_range(data, index, DWORD(2 + string.size()), __LINE__);
+    data[index++] = type;
+    data[index++] = BYTE(string.size());
+    std::memcpy(&data[index], string.data(), string.size());
+    index += DWORD(string.size());
+}
+
+void MOXDEV_DATABASE_CODEC::dump_marker(BYTE*& data, DWORD& index, const char* marker) const
+{
+    check_range(data, index, 4, __LINE__);
+    std::memcpy(&data[index], marker, 4);
+    index += 4;
+}
+
+void MOXDEV_DATABASE_CODEC::dump_file_header(BYTE*& data, DWORD& index, const char* magic,
+                                             const std::string& identifier,
+                                             DWORD memory_size) const
+{
+    check_range(data, index, MOXDEV_DB_HEADER_SIZE, __LINE__);
+    std::memcpy(&data[index], magic, MOXDEV_DB_MAGIC_SIZE);
+    index += MOXDEV_DB_MAGIC_SIZE;
+    std::memcpy(&data[index], identifier.data(), MOXDEV_DB_ID_SIZE);
+    index += MOXDEV_DB_ID_SIZE;
+    dump_dword_database(data, index, memory_size);
+}
+
+// ---------------------------------------------------------------- compression
+
+BYTE* MOXDEV_DATABASE_CODEC::compress_data(BYTE* data, DWORD offset, DWORD count,
+                                           DWORD& new_count) const
+{
+    CODEC_CHECK(offset < count);
+    const uLong bound = ::compressBound(count - offset);
+    CODEC_CHECK_MSG(bound <= 0xFFFFFFFFul - offset, "compressed image exceeds 4 GiB");
+    std::unique_ptr<BYTE[]> new_data(new BYTE[bound]());
+    DWORD new_memory_count = DWORD(bound);
+    CODEC_CHECK(zlib_compress(new_data.get(), &new_memory_count, &data[offset], count - offset) ==
+                ZLIB_OK);
+    BYTE* result = new BYTE[offset + new_memory_count];
+    std::memcpy(result, data, offset);
+    std::memcpy(result + offset, new_data.get(), new_memory_count);
+    new_count = new_memory_count + offset;
+    return result;
+}
+
+BYTE* MOXDEV_DATABASE_CODEC::decompress_data(BYTE* data, DWORD decompressed_count,
+                                             DWORD original_count) const
+{
+    CODEC_CHECK(decompressed_count > 0 && original_count > 0);
+    CODEC_CHECK_MSG(QWORD(original_count) <= QWORD(decompressed_count) * MAX_INFLATE_RATIO,
+                    "announced payload size exceeds what the compressed data can hold");
+    std::unique_ptr<BYTE[]> decompressed_data(new BYTE[original_count]());
+    DWORD new_dcmp_size = original_count;
+    CODEC_CHECK_MSG(zlib_uncompress(decompressed_data.get(), &new_dcmp_size, data,
+                                    decompressed_count) == ZLIB_OK,
+                    "zlib_uncompress(decompressed_data, &new_dcmp_size, data, decompressed_count) "
+                    "== ZLIB_OK");
+    CODEC_CHECK(new_dcmp_size == original_count);
+    return decompressed_data.release();
+}
+
+// ---------------------------------------------------------------- files
+
+MOXDEV_DATABASE_CODEC::PAYLOAD
+MOXDEV_DATABASE_CODEC::read_database_file(const FIO_PATH& path, const char* file_variable,
+                                          const char* magic, const std::string& identifier) const
+{
+    const std::string name = path.fullpath();
+    FIO_STAT stat_info;
+    CODEC_CHECK_MSG(FIO_FILE_SYSTEM::exists(name.c_str()) &&
+                        FIO_FILE_SYSTEM::status(name.c_str(), &stat_info),
+                    std::string("FIO_FILE_SYSTEM::exists(") + file_variable +
+                        ".fullpath().c_str()) && FIO_FILE_SYSTEM::status(" + file_variable +
+                        ".fullpath().c_str(), &stat_info)");
+    std::ifstream input(name, std::ios::binary);
+    CODEC_CHECK(input.good());
+    const QWORD file_size = stat_info.size;
+    CODEC_CHECK(file_size > (8 + 32 + 4 + 2));
+    CODEC_CHECK_MSG(file_size <= 0xFFFFFFFFull, "database file exceeds 4 GiB");
+
+    std::vector<BYTE> file(static_cast<std::size_t>(file_size));
+    input.read(reinterpret_cast<char*>(file.data()), std::streamsize(file.size()));
+    CODEC_CHECK_MSG(input.good() && std::size_t(input.gcount()) == file.size(), "input.good()");
+
+    // The magic is compared byte by byte; a mismatch quotes the whole chain.
+    std::string chain;
+    bool magic_ok = true;
+    for (DWORD i = 0; i < MOXDEV_DB_MAGIC_SIZE; ++i) {
+        chain += std::string(i ? " && " : "") + "data[index++] == '" + magic[i] + "'";
+        magic_ok = magic_ok && file[i] == BYTE(magic[i]);
+    }
+    CODEC_CHECK_MSG(magic_ok, chain);
+
+    // Both readers quote the device identifier's name in the length check.
+    const std::string& MOXDEV_DEV_INFO_CSV_MD5 = identifier;
+    CODEC_CHECK(MOXDEV_DEV_INFO_CSV_MD5.size() == 32);
+    CODEC_CHECK_MSG(std::memcmp(&file[MOXDEV_DB_MAGIC_SIZE], identifier.data(), 32) == 0,
+                    "Mismatch ID between flash file and reader");
+
+    DWORD index = MOXDEV_DB_MAGIC_SIZE + MOXDEV_DB_ID_SIZE;
+    const DWORD memory_size = DWORD(file[index]) | (DWORD(file[index + 1]) << 8) |
+                              (DWORD(file[index + 2]) << 16) | (DWORD(file[index + 3]) << 24);
+    PAYLOAD payload;
+    payload.data.reset(decompress_data(&file[MOXDEV_DB_HEADER_SIZE],
+                                       DWORD(file_size) - MOXDEV_DB_HEADER_SIZE -
+                                           MOXDEV_DB_TRAILER_SIZE,
+                                       memory_size));
+    payload.size = memory_size;
+    return payload;
+}
+
+void MOXDEV_DATABASE_CODEC::write_database_file(std::vector<BYTE>& image,
+                                                const FIO_PATH& path) const
+{
+    DWORD new_count = 0;
+    std::unique_ptr<BYTE[]> compressed(
+        compress_data(image.data(), MOXDEV_DB_HEADER_SIZE, DWORD(image.size()), new_count));
+
+    const std::string target = path.fullpath();
+    const std::string temporary = target + ".tmp";
+    bool status = false;
+    {
+        std::ofstream output(temporary, std::ios::binary | std::ios::trunc);
+        const BYTE trailer[MOXDEV_DB_TRAILER_SIZE] = {0, 0};
+        output.write(reinterpret_cast<const char*>(compressed.get()), new_count);
+        output.write(reinterpret_cast<const char*>(trailer), sizeof trailer);
+        output.flush();
+        status = output.good();
+    }
+    status = status && std::rename(temporary.c_str(), target.c_str()) == 0;
+    if (!status)
+        std::remove(temporary.c_str());
+    CODEC_CHECK(status);
+}

@@ -1,0 +1,768 @@
+#include "moxdev/moxdev_dev_info_manager.h"
+
+#include "moxdev/moxdev_assert.h"
+#include "moxdev/moxdev_dev_info_manager_auto_export.h"
+
+#include "host/gen_path.h"
+#include "host/gen_string.h"
+#include "host/mox_common.h"
+
+#include <fmt/format.h>
+
+#include <cstdio>
+#include <fstream>
+#include <memory>
+#include <type_traits>
+
+namespace {
+
+constexpr const char* DEVICE_MAGIC = "MOXIO_DM";
+constexpr const char* CSV_DELIMITERS = " \t\n,";
+// Lines of the part list are read in pieces of at most this many bytes,
+// terminator included.
+constexpr int PART_LIST_LINE_LIMIT = 10240;
+
+// Who hears about a family that the device table does not cover yet.
+const char* const MISSING_FAMILY_RECIPIENTS = "device-support@velmar.example";
+const char* const MISSING_FAMILY_SUBJECT = "moxdev: family missing from the device information table";
+
+// Encoded size of one cell of the given type (tag byte included).
+DWORD encoded_cell_size(MOXDEV_MANAGER_TYPE type, const std::string& cell)
+{
+    switch (type) {
+    case MOXDEV_MANAGER_DEVID_STR:
+    case MOXDEV_MANAGER_STRING:
+        return 2 + DWORD(cell.size());
+    case MOXDEV_MANAGER_BOOL:
+    case MOXDEV_MANAGER_BYTE:
+        return 2;
+    case MOXDEV_MANAGER_WORD:
+        return 3;
+    default:
+        return 5;
+    }
+}
+
+struct CSV_ROW_READER {
+    explicit CSV_ROW_READER(const std::string& path) : input(path) {}
+
+    // The next non-blank line's cells; false at the end of the file.
+    bool next(std::vector<std::string>& cells)
+    {
+        std::string line;
+        while (std::getline(input, line)) {
+            gen_remove_leading_and_trailing_white_spaces(line);
+            if (line.empty())
+                continue;
+            cells = STRING_TOKENIZER(line, CSV_DELIMITERS, true).tokens();
+            return true;
+        }
+        return false;
+    }
+
+    std::ifstream input;
+};
+
+} // namespace
+
+// ---------------------------------------------------------------- construction
+
+MOXDEV_DEV_INFO_MANAGER::MOXDEV_DEV_INFO_MANAGER(bool skip_load, DWORD print_mode)
+    : MOXDEV_DATABASE_CODEC("moxdev_dev_info_manager"), m_print_mode(print_mode),
+      m_family_table(std::make_shared<std::vector<DWORD>>(DEV_FAMILY_MAX, INVALID_DWORD)),
+      m_device_table(std::make_shared<std::vector<DWORD>>(DEV_DEVICE_MAX, INVALID_DWORD)),
+      m_part_table(std::make_shared<std::vector<DWORD>>(DEV_PART_MAX, INVALID_DWORD)),
+      m_part_list(std::make_shared<std::vector<MOXDEV_PART_LIST_ENTRY>>())
+{
+    if (skip_load)
+        return;
+    initialize_device_database(gen_get_device_db_fullpath() + "/programmer/mox_dev_info.pcf");
+}
+
+void MOXDEV_DEV_INFO_MANAGER::initialize_device_database(FIO_PATH device_file)
+{
+    PAYLOAD payload =
+        read_database_file(device_file, "device_file", DEVICE_MAGIC, MOXDEV_DEV_INFO_CSV_MD5);
+    const DWORD memory_size = payload.size;
+    MOXDEV_ASSERT(memory_size > get_table_size());
+    m_csv_memory_size = memory_size - get_table_size();
+    set_buffer(payload.data.get(), memory_size);
+    parse_database(payload.data.get(), false);
+    set_buffer(nullptr, 0);
+}
+
+DWORD MOXDEV_DEV_INFO_MANAGER::get_table_size() const
+{
+    // Three tags and counts, then one entry per family, device and part value.
+    return 4 * DWORD(DEV_PART_MAX) + 15 + 4 * DWORD(DEV_FAMILY_MAX) + 4 * DWORD(DEV_DEVICE_MAX);
+}
+
+DWORD MOXDEV_DEV_INFO_MANAGER::scan_limit() const
+{
+    const DWORD loaded = m_device_database ? DWORD(m_device_database->size()) : 0;
+    return loaded < TOTAL_DATABASE_DEVICE ? loaded : TOTAL_DATABASE_DEVICE;
+}
+
+// ---------------------------------------------------------------- parsing
+
+bool MOXDEV_DEV_INFO_MANAGER::parse_database(BYTE* data, bool generating)
+{
+    DWORD index = 0;
+    version = get_dword(data, index);
+    m_device_count = get_dword(data, index);
+    m_type_count = get_dword(data, index);
+    MOXDEV_ASSERT_MSG(version == MOXDEV_DB_VERSION, "Mismatch version between device file and reader");
+    MOXDEV_ASSERT(m_device_count > 0 && m_type_count > 0);
+    MOXDEV_ASSERT_MSG(m_device_database == nullptr, "m_device_database == NULL");
+    // Every field takes at least two bytes and every record its end marker, so
+    // a count the payload cannot hold is refused before allocating for it.
+    MOXDEV_ASSERT_MSG(QWORD(m_device_count) * (2 * TOTAL_DEVICE_DATABASE_MEMBER + 4) <= buffer_size(),
+                      "record count exceeds what the payload can hold");
+
+    m_device_database = std::make_shared<std::vector<MOXDEV_DEVICE_INFO>>(m_device_count);
+    for (DWORD record = 0; record < m_device_count; ++record) {
+        get_database(data, index, record);
+        confirm_data_type_end(data, index);
+    }
+    confirm_database_end(data, index);
+
+    if (!generating) {
+        MOXDEV_ASSERT(index == m_csv_memory_size);
+        get_table(data, index);
+        if (m_print_mode >= 1 && m_print_mode <= 4)
+            print_database(m_print_mode);
+    }
+    // The result carries no meaning; callers ignore it.
+    return false;
+}
+
+void MOXDEV_DEV_INFO_MANAGER::get_database(BYTE* data, DWORD& index, DWORD record)
+{
+    MOXDEV_ASSERT_MSG(m_device_database != nullptr && record < m_device_database->size(),
+                      "record < m_device_count");
+    moxdev_for_each_device_field((*m_device_database)[record], [&](const char*, MOXDEV_MANAGER_TYPE,
+                                                                   auto& value) {
+        using T = std::decay_t<decltype(value)>;
+        if constexpr (std::is_same_v<T, std::string>) {
+            get_string_data(data, index, true, &value);
+        } else if constexpr (std::is_same_v<T, bool>) {
+            get_bool_data(data, index, &value);
+        } else if constexpr (std::is_same_v<T, BYTE>) {
+            get_byte_data(data, index, &value);
+        } else if constexpr (std::is_same_v<T, WORD>) {
+            get_word_data(data, index, &value);
+        } else {
+            DWORD raw = 0;
+            get_dword_data(data, index, &raw);
+            value = static_cast<T>(raw);
+        }
+    });
+}
+
+void MOXDEV_DEV_INFO_MANAGER::get_table(BYTE* data, DWORD& index)
+{
+    MOXDEV_ASSERT_MSG(m_device_database != nullptr && m_family_table != nullptr &&
+                          m_device_table != nullptr && m_part_table != nullptr,
+                      "m_device_database != NULL && m_family_table != NULL && "
+                      "m_device_table != NULL && m_part_table != NULL");
+
+    MOXDEV_ASSERT_MSG(get_byte(data, index) == MOXDEV_MANAGER_FAMILY_TBL,
+                      "data[index++] == MOXDEV_MANAGER_FAMILY_TBL");
+    MOXDEV_ASSERT(get_dword(data, index) == DWORD(DEV_FAMILY_MAX));
+    for (DWORD& entry : *m_family_table)
+        entry = get_dword(data, index);
+
+    MOXDEV_ASSERT_MSG(get_byte(data, index) == MOXDEV_MANAGER_DEVICE_TBL,
+                      "data[index++] == MOXDEV_MANAGER_DEVICE_TBL");
+    MOXDEV_ASSERT(get_dword(data, index) == DWORD(DEV_DEVICE_MAX));
+    for (DWORD& entry : *m_device_table)
+        entry = get_dword(data, index);
+
+    MOXDEV_ASSERT_MSG(get_byte(data, index) == MOXDEV_MANAGER_PART_TBL,
+                      "data[index++] == MOXDEV_MANAGER_PART_TBL");
+    MOXDEV_ASSERT(get_dword(data, index) == DWORD(DEV_PART_MAX));
+    for (DWORD& entry : *m_part_table)
+        entry = get_dword(data, index);
+}
+
+// ---------------------------------------------------------------- lookups
+
+MOXDEV_DEVICE_INFO* MOXDEV_DEV_INFO_MANAGER::get_db_by_family(DEV_FAMILY_ENUM family)
+{
+    MOXDEV_ASSERT_MSG(DWORD(family) < DWORD(DEV_FAMILY_MAX), "family < DEV_FAMILY_MAX");
+    m_index = (*m_family_table)[family];
+    if (m_index == INVALID_DWORD)
+        return nullptr;
+    MOXDEV_DEVICE_INFO* info = copy_database();
+    MOXDEV_ASSERT_MSG(info != nullptr, "info != NULL");
+    return info;
+}
+
+MOXDEV_DEVICE_INFO* MOXDEV_DEV_INFO_MANAGER::get_db_by_device(DEV_DEVICE_ENUM device)
+{
+    MOXDEV_ASSERT_MSG(DWORD(device) < DWORD(DEV_DEVICE_MAX), "device < DEV_DEVICE_MAX");
+    m_index = (*m_device_table)[device];
+    if (m_index == INVALID_DWORD)
+        return nullptr;
+    MOXDEV_DEVICE_INFO* info = copy_database();
+    MOXDEV_ASSERT_MSG(info != nullptr, "info != NULL");
+    return info;
+}
+
+MOXDEV_DEVICE_INFO* MOXDEV_DEV_INFO_MANAGER::get_db_by_part(int part)
+{
+    MOXDEV_ASSERT_MSG(DWORD(part) < DWORD(DEV_PART_MAX), "part < DEV_PART_MAX");
+    m_index = (*m_part_table)[DWORD(part)];
+    if (m_index == INVALID_DWORD)
+        return nullptr;
+    MOXDEV_DEVICE_INFO* info = copy_database();
+    MOXDEV_ASSERT_MSG(info != nullptr, "info != NULL");
+    return info;
+}
+
+DWORD MOXDEV_DEV_INFO_MANAGER::get_family_index(DEV_FAMILY_ENUM family) const
+{
+    MOXDEV_ASSERT_MSG(DWORD(family) < DWORD(DEV_FAMILY_MAX), "family < DEV_FAMILY_MAX");
+    return (*m_family_table)[family];
+}
+
+DWORD MOXDEV_DEV_INFO_MANAGER::get_device_index(DEV_DEVICE_ENUM device) const
+{
+    MOXDEV_ASSERT_MSG(DWORD(device) < DWORD(DEV_DEVICE_MAX), "device < DEV_DEVICE_MAX");
+    return (*m_device_table)[device];
+}
+
+DWORD MOXDEV_DEV_INFO_MANAGER::get_part_index(int part) const
+{
+    MOXDEV_ASSERT_MSG(DWORD(part) < DWORD(DEV_PART_MAX), "part < DEV_PART_MAX");
+    return (*m_part_table)[DWORD(part)];
+}
+
+const MOXDEV_DEVICE_INFO* MOXDEV_DEV_INFO_MANAGER::get_device_database() const
+{
+    return m_device_database ? m_device_database->data() : nullptr;
+}
+
+MOXDEV_DEVICE_INFO* MOXDEV_DEV_INFO_MANAGER::copy_database()
+{
+    MOXDEV_ASSERT(m_index < TOTAL_DATABASE_DEVICE);
+    MOXDEV_ASSERT_MSG(m_device_database != nullptr, "m_device_database != NULL");
+    // An index table entry may name a record that a damaged file lacks.
+    MOXDEV_ASSERT_MSG(m_index < m_device_database->size(), "m_index < m_device_count");
+    return new MOXDEV_DEVICE_INFO((*m_device_database)[m_index]);
+}
+
+bool MOXDEV_DEV_INFO_MANAGER::search_family(DEV_FAMILY_ENUM family, bool allow_invalid)
+{
+    m_index = INVALID_DWORD;
+    MOXDEV_ASSERT_MSG(m_device_database != nullptr && DWORD(family) < DWORD(DEV_FAMILY_MAX) &&
+                          (allow_invalid || family != DEV_FAMILY_INVALID),
+                      "m_device_database != NULL && family < DEV_FAMILY_MAX && "
+                      "(allow_invalid || family != DEV_FAMILY_INVALID)");
+    const DWORD limit = scan_limit();
+    for (DWORD record = 0; record < limit; ++record) {
+        const DWORD id = DWORD((*m_device_database)[record].family);
+        MOXDEV_ASSERT_MSG(id < DWORD(DEV_FAMILY_MAX), "id < DEV_FAMILY_MAX");
+        if (id == DWORD(family)) {
+            m_index = record;
+            return true;
+        }
+    }
+    return false;
+}
+
+bool MOXDEV_DEV_INFO_MANAGER::search_device(DEV_DEVICE_ENUM device, bool allow_invalid)
+{
+    m_index = INVALID_DWORD;
+    MOXDEV_ASSERT_MSG(m_device_database != nullptr && DWORD(device) < DWORD(DEV_DEVICE_MAX) &&
+                          (allow_invalid || device != DEV_DEVICE_INVALID),
+                      "m_device_database != NULL && device < DEV_DEVICE_MAX && "
+                      "(allow_invalid || device != DEV_DEVICE_INVALID)");
+    const DWORD limit = scan_limit();
+    for (DWORD record = 0; record < limit; ++record) {
+        const DWORD id = DWORD((*m_device_database)[record].device);
+        MOXDEV_ASSERT_MSG(id < DWORD(DEV_DEVICE_MAX), "id < DEV_DEVICE_MAX");
+        if (id == DWORD(device)) {
+            m_index = record;
+            return true;
+        }
+    }
+    return false;
+}
+
+bool MOXDEV_DEV_INFO_MANAGER::search_part(int part, bool allow_invalid)
+{
+    m_index = INVALID_DWORD;
+    MOXDEV_ASSERT_MSG(m_device_database != nullptr && DWORD(part) < DWORD(DEV_PART_MAX) &&
+                          (allow_invalid || part != DEV_PART_INVALID),
+                      "m_device_database != NULL && part < DEV_PART_MAX && "
+                      "(allow_invalid || part != DEV_PART_INVALID)");
+    const DWORD limit = scan_limit();
+    for (DWORD record = 0; record < limit; ++record) {
+        const DWORD id = DWORD((*m_device_database)[record].part);
+        MOXDEV_ASSERT_MSG(id < DWORD(DEV_PART_MAX), "id < DEV_PART_MAX");
+        if (id == DWORD(part)) {
+            m_index = record;
+            return true;
+        }
+    }
+    return false;
+}
+
+// ---------------------------------------------------------------- part list
+
+void MOXDEV_DEV_INFO_MANAGER::parse_mox_parts()
+{
+    const std::string path = gen_get_install_fullpath() + "/h/mox_parts.txt";
+    std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(path.c_str(), "r"),
+                                                         &std::fclose);
+    MOXDEV_ASSERT_MSG(file != nullptr, "Unable to open the part list " + path);
+
+    std::vector<MOXDEV_PART_LIST_ENTRY> entries;
+    char buffer[PART_LIST_LINE_LIMIT];
+    DWORD line_number = 0;
+    while (std::fgets(buffer, sizeof buffer, file.get()) != nullptr) {
+        ++line_number;
+        std::string line = buffer;
+        gen_remove_leading_and_trailing_white_spaces(line);
+        if (line.empty() || line.compare(0, 2, "//") == 0)
+            continue;
+        const STRING_TOKENIZER tokens(line, CSV_DELIMITERS, true);
+        MOXDEV_ASSERT_MSG(tokens.size() >= 7,
+                          fmt::format("Part list line {} has {} tokens, fewer than seven: {}",
+                                      line_number, tokens.size(), line));
+        MOXDEV_PART_LIST_ENTRY entry;
+        entry.part = dstr_get_dev_part_enum_by_string(tokens.at(0).c_str());
+        entry.device = dstr_get_dev_device_enum_by_string(tokens.at(1).c_str());
+        entry.pcf = tokens.at(6);
+        entries.push_back(std::move(entry));
+    }
+    *m_part_list = std::move(entries);
+}
+
+bool MOXDEV_DEV_INFO_MANAGER::search_pcf_for_device(DEV_DEVICE_ENUM device)
+{
+    m_index = INVALID_DWORD;
+    MOXDEV_ASSERT_MSG(m_device_database != nullptr && DWORD(device) < DWORD(DEV_DEVICE_MAX),
+                      "m_device_database != NULL && device < DEV_DEVICE_MAX");
+    if (device == DEV_DEVICE_INVALID)
+        return false;
+    const MOXDEV_PART_LIST_ENTRY* found = nullptr;
+    for (const MOXDEV_PART_LIST_ENTRY& entry : *m_part_list) {
+        if (entry.device == device) {
+            found = &entry;
+            break;
+        }
+    }
+    if (found == nullptr || found->pcf.empty())
+        return false;
+    const DWORD limit = scan_limit();
+    for (DWORD record = 0; record < limit; ++record) {
+        if (gen_stricmp(found->pcf, (*m_device_database)[record].pcf) == 0) {
+            m_index = record;
+            return true;
+        }
+    }
+    return false;
+}
+
+bool MOXDEV_DEV_INFO_MANAGER::search_pcf_for_part(int part)
+{
+    m_index = INVALID_DWORD;
+    MOXDEV_ASSERT_MSG(m_device_database != nullptr && DWORD(part) < DWORD(DEV_PART_MAX),
+                      "m_device_database != NULL && part < DEV_PART_MAX");
+    if (part == DEV_PART_INVALID)
+        return false;
+    const MOXDEV_PART_LIST_ENTRY* found = nullptr;
+    for (const MOXDEV_PART_LIST_ENTRY& entry : *m_part_list) {
+        if (entry.part == part) {
+            found = &entry;
+            break;
+        }
+    }
+    if (found == nullptr || found->pcf.empty())
+        return false;
+    const DWORD limit = scan_limit();
+    for (DWORD record = 0; record < limit; ++record) {
+        if (gen_stricmp(found->pcf, (*m_device_database)[record].pcf) == 0) {
+            m_index = record;
+            return true;
+        }
+    }
+    return false;
+}
+
+// ---------------------------------------------------------------- generation
+
+DWORD MOXDEV_DEV_INFO_MANAGER::check_device_file(FIO_PATH csv_file, DWORD& device_count)
+{
+    CSV_ROW_READER reader(csv_file.fullpath());
+    MOXDEV_ASSERT_MSG(reader.input.good(), "Unable to open the device table " + csv_file.fullpath());
+
+    device_count = 0;
+    QWORD size = MOXDEV_DB_PAYLOAD_HEADER_SIZE;
+    std::vector<std::string> svec;
+    for (DWORD row = 0; reader.next(svec); ++row) {
+        if (row == 0) {
+            MOXDEV_ASSERT(svec.size() == TOTAL_DEVICE_DATABASE_MEMBER);
+            for (DWORD i = 0; i < TOTAL_DEVICE_DATABASE_MEMBER; ++i) {
+                switch (MOXDEV_DEVICE_FIELD_TYPES[i]) {
+                case MOXDEV_MANAGER_DEVID_ENUM: MOXDEV_ASSERT(svec.at(i) == "DEVID_ENUM"); break;
+                case MOXDEV_MANAGER_DEVID_STR: MOXDEV_ASSERT(svec.at(i) == "DEVID_STR"); break;
+                case MOXDEV_MANAGER_STRING: MOXDEV_ASSERT(svec.at(i) == "STL_STRING"); break;
+                case MOXDEV_MANAGER_BOOL: MOXDEV_ASSERT(svec.at(i) == "bool"); break;
+                case MOXDEV_MANAGER_BYTE: MOXDEV_ASSERT(svec.at(i) == "BYTE"); break;
+                case MOXDEV_MANAGER_WORD: MOXDEV_ASSERT(svec.at(i) == "WORD"); break;
+                case MOXDEV_MANAGER_DWORD: MOXDEV_ASSERT(svec.at(i) == "DWORD"); break;
+                case MOXDEV_MANAGER_ENUM: MOXDEV_ASSERT(svec.at(i) == "ENUM"); break;
+                default: MOXDEV_FAIL("Unsupported type");
+                }
+            }
+        } else if (row == 1) {
+            MOXDEV_ASSERT(svec.size() == TOTAL_DEVICE_DATABASE_MEMBER);
+            for (DWORD i = 0; i < TOTAL_DEVICE_DATABASE_MEMBER; ++i) {
+                const std::string& temp = svec[i];
+                MOXDEV_ASSERT_MSG(temp == MOXDEV_DEVICE_FIELD_NAMES[i], "temp == m_db_name_list[i]");
+            }
+        } else {
+            MOXDEV_ASSERT(DWORD(svec.size()) == TOTAL_DEVICE_DATABASE_MEMBER);
+            for (DWORD i = 0; i < TOTAL_DEVICE_DATABASE_MEMBER; ++i)
+                size += encoded_cell_size(MOXDEV_DEVICE_FIELD_TYPES[i], svec[i]);
+            size += 4; // "END1"
+            ++device_count;
+        }
+    }
+    MOXDEV_ASSERT(device_count == TOTAL_DATABASE_DEVICE);
+    size += 4; // "END2"
+    MOXDEV_ASSERT_MSG(size < 0x80000000ull, "device table too large");
+    return DWORD(size);
+}
+
+void MOXDEV_DEV_INFO_MANAGER::dump_to_database(BYTE*& data, DWORD& index,
+                                               std::vector<std::string> svec)
+{
+    MOXDEV_ASSERT(DWORD(svec.size()) == TOTAL_DEVICE_DATABASE_MEMBER);
+    for (DWORD i = 0; i < TOTAL_DEVICE_DATABASE_MEMBER; ++i) {
+        const std::string& cell = svec[i];
+        switch (MOXDEV_DEVICE_FIELD_TYPES[i]) {
+        case MOXDEV_MANAGER_DEVID_ENUM:
+            dump_enum_to_database(data, index, MOXDEV_DEVICE_FIELD_NAMES[i], cell);
+            break;
+        case MOXDEV_MANAGER_DEVID_STR:
+            dump_string_to_database(data, index, true, cell, MOXDEV_MANAGER_DEVID_STR);
+            break;
+        case MOXDEV_MANAGER_STRING:
+            dump_string_to_database(data, index, true, cell, MOXDEV_MANAGER_STRING);
+            break;
+        case MOXDEV_MANAGER_BOOL: dump_bool_to_database(data, index, cell); break;
+        case MOXDEV_MANAGER_BYTE: dump_value_to_database(data, index, cell, 1); break;
+        case MOXDEV_MANAGER_WORD: dump_value_to_database(data, index, cell, 2); break;
+        case MOXDEV_MANAGER_DWORD: dump_value_to_database(data, index, cell, 4); break;
+        case MOXDEV_MANAGER_ENUM: dump_enum_to_database(data, index, "", cell); break;
+        default: MOXDEV_FAIL("Unsupported type");
+        }
+    }
+}
+
+namespace {
+
+const MOXDEV_NAME_TABLE* name_table_of(const std::string& type_name)
+{
+    if (type_name == "family")
+        return &MOXDEV_FAMILY_ID_TABLE;
+    if (type_name == "device")
+        return &MOXDEV_DEVICE_ID_TABLE;
+    if (type_name == "part")
+        return &MOXDEV_PART_ID_TABLE;
+    if (type_name.empty())
+        return &MOXDEV_OPTION_ID_TABLE;
+    return nullptr;
+}
+
+} // namespace
+
+void MOXDEV_DEV_INFO_MANAGER::dump_enum_to_database(BYTE*& data, DWORD& index,
+                                                    std::string type_name, std::string value)
+{
+    const MOXDEV_NAME_TABLE* table = name_table_of(type_name);
+    if (table == nullptr)
+        MOXDEV_FAIL("Unsupported type name");
+    bool found = false;
+    DWORD id = 0;
+    for (std::size_t i = 0; i < table->count && !found; ++i) {
+        if (value == table->entries[i].name) {
+            found = true;
+            id = table->entries[i].value;
+        }
+    }
+    MOXDEV_ASSERT(found);
+    dump_byte(data, index, type_name.empty() ? MOXDEV_MANAGER_ENUM : MOXDEV_MANAGER_DEVID_ENUM);
+    dump_dword_database(data, index, id);
+}
+
+std::string MOXDEV_DEV_INFO_MANAGER::convert_id_enum_to_string(std::string type_name,
+                                                               DWORD id) const
+{
+    if (type_name == "family")
+        MOXDEV_ASSERT(id < DWORD(DEV_FAMILY_MAX));
+    else if (type_name == "device")
+        MOXDEV_ASSERT(id < DWORD(DEV_DEVICE_MAX));
+    else if (type_name == "part")
+        MOXDEV_ASSERT(id < DWORD(DEV_PART_MAX));
+    else
+        MOXDEV_FAIL("Unsupported type name");
+    const MOXDEV_NAME_TABLE* table = name_table_of(type_name);
+    bool found = false;
+    std::string name;
+    for (std::size_t i = 0; i < table->count && !found; ++i) {
+        if (table->entries[i].value == id) {
+            found = true;
+            name = table->entries[i].name;
+        }
+    }
+    MOXDEV_ASSERT(found);
+    return name;
+}
+
+void MOXDEV_DEV_INFO_MANAGER::send_missing_family_notice(DEV_FAMILY_ENUM family) const
+{
+    std::string name = fmt::format("{} ({})", dstr_get_user_string(family), int(family));
+    stl_toupper(name);
+    const std::string text = "Missing family " + name + " from Dev Info CSV.\n\n" +
+                             "Forcing this family to use Generic database.\n\n" +
+                             "Please add the family support as soon as possible.\n";
+    MOX_COMMON::send_auto_email_file(MISSING_FAMILY_RECIPIENTS, MISSING_FAMILY_SUBJECT, text);
+}
+
+void MOXDEV_DEV_INFO_MANAGER::print_table(BYTE*& data, DWORD& index)
+{
+    MOXDEV_ASSERT_MSG(m_device_database != nullptr, "m_device_database != NULL");
+    const DEV_PART_MANAGER part_manager;
+
+    // Families: a family without a record of its own is served by record 1,
+    // where the table keeps its Generic record, after a notice to the
+    // maintainers; record 0 when the table has no Generic record at all.
+    dump_byte(data, index, MOXDEV_MANAGER_FAMILY_TBL);
+    dump_dword_database(data, index, DWORD(DEV_FAMILY_MAX));
+    const bool has_generic = search_family(DEV_FAMILY_GENERIC, true);
+    for (DWORD i = 0; i < DWORD(DEV_FAMILY_MAX); ++i) {
+        const DEV_FAMILY_ENUM family = DEV_FAMILY_ENUM(i);
+        DWORD entry = INVALID_DWORD;
+        if (search_family(family, true)) {
+            entry = m_index;
+        } else if (family != DEV_FAMILY_INVALID) {
+            MOXDEV_ASSERT(DEV_FAMILY_ENUM(i) != DEV_FAMILY_GENERIC);
+            send_missing_family_notice(family);
+            entry = has_generic ? 1 : 0;
+        }
+        (*m_family_table)[i] = entry;
+        dump_dword_database(data, index, entry);
+    }
+
+    // Devices: own record, else the record the part list's name leads to,
+    // else the family's.
+    dump_byte(data, index, MOXDEV_MANAGER_DEVICE_TBL);
+    dump_dword_database(data, index, DWORD(DEV_DEVICE_MAX));
+    for (DWORD d = 0; d < DWORD(DEV_DEVICE_MAX); ++d) {
+        const DEV_DEVICE_ENUM device = DEV_DEVICE_ENUM(d);
+        DWORD entry = INVALID_DWORD;
+        if (search_device(device, true)) {
+            entry = m_index;
+        } else if (device != DEV_DEVICE_INVALID) {
+            if (search_pcf_for_device(device)) {
+                MOXDEV_ASSERT(m_index < TOTAL_DATABASE_DEVICE);
+            } else {
+                const DEV_FAMILY_ENUM family = part_manager.get_family_of(device);
+                MOXDEV_ASSERT(family != DEV_FAMILY_INVALID && family < DEV_FAMILY_MAX);
+                m_index = (*m_family_table)[family];
+                MOXDEV_ASSERT(m_index != DWORD(-1) && m_index < TOTAL_DATABASE_DEVICE);
+            }
+            entry = m_index;
+        }
+        (*m_device_table)[d] = entry;
+        dump_dword_database(data, index, entry);
+    }
+
+    // Parts: own record, else the device's.
+    dump_byte(data, index, MOXDEV_MANAGER_PART_TBL);
+    dump_dword_database(data, index, DWORD(DEV_PART_MAX));
+    for (int part = 0; part < DEV_PART_MAX; ++part) {
+        DWORD entry = INVALID_DWORD;
+        if (search_part(part, true)) {
+            entry = m_index;
+        } else if (part != DEV_PART_INVALID) {
+            const DEV_DEVICE_ENUM device = part_manager.get_device_of(part);
+            MOXDEV_ASSERT(device != DEV_DEVICE_INVALID && device < DEV_DEVICE_MAX);
+            m_index = (*m_device_table)[device];
+            MOXDEV_ASSERT(m_index != DWORD(-1) && m_index < TOTAL_DATABASE_DEVICE);
+            entry = m_index;
+        }
+        (*m_part_table)[DWORD(part)] = entry;
+        dump_dword_database(data, index, entry);
+    }
+}
+
+void MOXDEV_DEV_INFO_MANAGER::generate_device_database(FIO_PATH csv_file, FIO_PATH device_file)
+{
+    // A failed generation leaves the manager as it found it.
+    const auto saved_records = m_device_database;
+    const auto saved_family_table = *m_family_table;
+    const auto saved_device_table = *m_device_table;
+    const auto saved_part_table = *m_part_table;
+    const auto saved_part_list = *m_part_list;
+    const DWORD saved_counts[] = {version, m_device_count, m_type_count, m_index};
+    try {
+        DWORD device_count = 0;
+        const DWORD pure_memory_size = check_device_file(csv_file, device_count);
+        MOXDEV_ASSERT(pure_memory_size > 0);
+        const DWORD memory_size = pure_memory_size + get_table_size();
+
+        std::vector<BYTE> image(std::size_t(memory_size) + MOXDEV_DB_HEADER_SIZE);
+        BYTE* data = image.data();
+        DWORD index = 0;
+        set_buffer(data, DWORD(image.size()));
+        MOXDEV_ASSERT(MOXDEV_DEV_INFO_CSV_MD5.size() == 32);
+        dump_file_header(data, index, DEVICE_MAGIC, MOXDEV_DEV_INFO_CSV_MD5, memory_size);
+        dump_dword_database(data, index, MOXDEV_DB_VERSION);
+        dump_dword_database(data, index, device_count);
+        dump_dword_database(data, index, TOTAL_DEVICE_DATABASE_MEMBER);
+
+        CSV_ROW_READER reader(csv_file.fullpath());
+        std::vector<std::string> cells;
+        for (DWORD row = 0; reader.next(cells); ++row) {
+            if (row < 2)
+                continue;
+            dump_to_database(data, index, cells);
+            dump_marker(data, index, "END1");
+        }
+        dump_marker(data, index, "END2");
+
+        // Read the records back as a self-test of what was written.
+        BYTE* payload = data + MOXDEV_DB_HEADER_SIZE;
+        set_buffer(payload, memory_size);
+        parse_database(payload, true);
+        MOXDEV_ASSERT_MSG(m_device_database != nullptr, "m_device_database != NULL");
+        set_buffer(data, DWORD(image.size()));
+
+        parse_mox_parts();
+        print_table(data, index);
+        MOXDEV_ASSERT_MSG(index == memory_size + MOXDEV_DB_HEADER_SIZE, "index == memory_size");
+        set_buffer(nullptr, 0);
+        write_database_file(image, device_file);
+    } catch (...) {
+        set_buffer(nullptr, 0);
+        m_device_database = saved_records;
+        *m_family_table = saved_family_table;
+        *m_device_table = saved_device_table;
+        *m_part_table = saved_part_table;
+        *m_part_list = saved_part_list;
+        version = saved_counts[0];
+        m_device_count = saved_counts[1];
+        m_type_count = saved_counts[2];
+        m_index = saved_counts[3];
+        throw;
+    }
+}
+
+// ---------------------------------------------------------------- listings
+
+namespace {
+
+std::string catalogue_value_text(const std::string& identifier, long long value)
+{
+    return fmt::format("{} ({})", identifier.empty() ? "?" : identifier, value);
+}
+
+std::string option_value_text(DWORD value)
+{
+    for (std::size_t i = 0; i < MOXDEV_OPTION_ID_TABLE.count; ++i) {
+        if (MOXDEV_OPTION_ID_TABLE.entries[i].value == value)
+            return catalogue_value_text(MOXDEV_OPTION_ID_TABLE.entries[i].name, value);
+    }
+    return std::to_string(value);
+}
+
+} // namespace
+
+std::vector<std::pair<std::string, std::string>>
+moxdev_device_info_to_text(const MOXDEV_DEVICE_INFO& record)
+{
+    std::vector<std::pair<std::string, std::string>> fields;
+    fields.reserve(TOTAL_DEVICE_DATABASE_MEMBER);
+    moxdev_for_each_device_field(record, [&](const char* name, MOXDEV_MANAGER_TYPE type,
+                                             const auto& value) {
+        using T = std::decay_t<decltype(value)>;
+        std::string text;
+        if constexpr (std::is_same_v<T, std::string>) {
+            text = value;
+        } else if constexpr (std::is_same_v<T, bool>) {
+            text = value ? "TRUE" : "FALSE";
+        } else if constexpr (std::is_same_v<T, DEV_FAMILY_ENUM>) {
+            text = catalogue_value_text(dstr_get_identifier(value), value);
+        } else if constexpr (std::is_same_v<T, DEV_DEVICE_ENUM>) {
+            text = catalogue_value_text(dstr_get_identifier(value), value);
+        } else if constexpr (std::is_same_v<T, int>) {
+            text = catalogue_value_text(dstr_get_part_identifier(value), value);
+        } else if constexpr (std::is_same_v<T, DWORD>) {
+            text = type == MOXDEV_MANAGER_ENUM ? option_value_text(value) : std::to_string(value);
+        } else {
+            text = std::to_string(unsigned(value));
+        }
+        fields.emplace_back(name, std::move(text));
+    });
+    return fields;
+}
+
+void MOXDEV_DEV_INFO_MANAGER::print_record(const MOXDEV_DEVICE_INFO& record) const
+{
+    for (const auto& field : moxdev_device_info_to_text(record))
+        fmt::print("  {:<36} {}\n", field.first, field.second);
+}
+
+void MOXDEV_DEV_INFO_MANAGER::print_database(DWORD print_mode) const
+{
+    if (!m_device_database)
+        return;
+    const std::vector<MOXDEV_DEVICE_INFO>& records = *m_device_database;
+    // One line per value: its display name, the record that serves it and
+    // that record's programming-file name.
+    auto print_entry = [&](const std::string& name, long long value, DWORD entry) {
+        if (entry == INVALID_DWORD || entry >= records.size())
+            fmt::print("{:<28} {:>6}  -> none\n", name, value);
+        else
+            fmt::print("{:<28} {:>6}  -> record {:>2}  {}\n", name, value, entry,
+                       records[entry].pcf);
+    };
+    switch (print_mode) {
+    case 1:
+        for (std::size_t r = 0; r < records.size(); ++r) {
+            fmt::print("Record {} of {}\n", r, records.size());
+            print_record(records[r]);
+        }
+        break;
+    case 2:
+        for (int f = 1; f < DEV_FAMILY_MAX; ++f) {
+            const DEV_FAMILY_ENUM family = DEV_FAMILY_ENUM(f);
+            print_entry(family == DEV_FAMILY_GENERIC ? "Generic" : dstr_get_user_string(family), f,
+                        (*m_family_table)[f]);
+        }
+        break;
+    case 3:
+        for (int d = 1; d < DEV_DEVICE_MAX; ++d) {
+            const DEV_DEVICE_ENUM device = DEV_DEVICE_ENUM(d);
+            print_entry(device == DEV_DEVICE_GENERIC ? "Generic" : dstr_get_user_string(device), d,
+                        (*m_device_table)[d]);
+        }
+        break;
+    case 4:
+        for (int p = 0; p < DEV_PART_MAX; ++p) {
+            if (p == DEV_PART_INVALID)
+                continue;
+            print_entry(p == DEV_PART_GENERIC ? "Generic" : dstr_get_user_string(p), p,
+                        (*m_part_table)[DWORD(p)]);
+        }
+        break;
+    default:
+        break;
+    }
+}
