@@ -9,6 +9,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <fstream>
 #include <memory>
@@ -187,37 +188,33 @@ void MOXDEV_DEV_INFO_MANAGER::get_table(BYTE* data, DWORD& index)
 
 // ---------------------------------------------------------------- lookups
 
-MOXDEV_DEVICE_INFO* MOXDEV_DEV_INFO_MANAGER::get_db_by_family(DEV_FAMILY_ENUM family)
+MOXDEV_DEVICE_INFO* MOXDEV_DEV_INFO_MANAGER::copy_of_table_entry(const std::vector<DWORD>& table,
+                                                                 DWORD value)
 {
-    MOXDEV_ASSERT_MSG(DWORD(family) < DWORD(DEV_FAMILY_MAX), "family < DEV_FAMILY_MAX");
-    m_index = (*m_family_table)[family];
+    m_index = table[value];
     if (m_index == INVALID_DWORD)
         return nullptr;
     MOXDEV_DEVICE_INFO* info = copy_database();
     MOXDEV_ASSERT_MSG(info != nullptr, "info != NULL");
     return info;
+}
+
+MOXDEV_DEVICE_INFO* MOXDEV_DEV_INFO_MANAGER::get_db_by_family(DEV_FAMILY_ENUM family)
+{
+    MOXDEV_ASSERT_MSG(DWORD(family) < DWORD(DEV_FAMILY_MAX), "family < DEV_FAMILY_MAX");
+    return copy_of_table_entry(*m_family_table, DWORD(family));
 }
 
 MOXDEV_DEVICE_INFO* MOXDEV_DEV_INFO_MANAGER::get_db_by_device(DEV_DEVICE_ENUM device)
 {
     MOXDEV_ASSERT_MSG(DWORD(device) < DWORD(DEV_DEVICE_MAX), "device < DEV_DEVICE_MAX");
-    m_index = (*m_device_table)[device];
-    if (m_index == INVALID_DWORD)
-        return nullptr;
-    MOXDEV_DEVICE_INFO* info = copy_database();
-    MOXDEV_ASSERT_MSG(info != nullptr, "info != NULL");
-    return info;
+    return copy_of_table_entry(*m_device_table, DWORD(device));
 }
 
 MOXDEV_DEVICE_INFO* MOXDEV_DEV_INFO_MANAGER::get_db_by_part(int part)
 {
     MOXDEV_ASSERT_MSG(DWORD(part) < DWORD(DEV_PART_MAX), "part < DEV_PART_MAX");
-    m_index = (*m_part_table)[DWORD(part)];
-    if (m_index == INVALID_DWORD)
-        return nullptr;
-    MOXDEV_DEVICE_INFO* info = copy_database();
-    MOXDEV_ASSERT_MSG(info != nullptr, "info != NULL");
-    return info;
+    return copy_of_table_entry(*m_part_table, DWORD(part));
 }
 
 DWORD MOXDEV_DEV_INFO_MANAGER::get_family_index(DEV_FAMILY_ENUM family) const
@@ -252,6 +249,20 @@ MOXDEV_DEVICE_INFO* MOXDEV_DEV_INFO_MANAGER::copy_database()
     return new MOXDEV_DEVICE_INFO((*m_device_database)[m_index]);
 }
 
+template <class PREDICATE>
+bool MOXDEV_DEV_INFO_MANAGER::find_record(PREDICATE matches)
+{
+    m_index = INVALID_DWORD;
+    const DWORD limit = scan_limit();
+    for (DWORD record = 0; record < limit; ++record) {
+        if (matches((*m_device_database)[record])) {
+            m_index = record;
+            return true;
+        }
+    }
+    return false;
+}
+
 bool MOXDEV_DEV_INFO_MANAGER::search_family(DEV_FAMILY_ENUM family, bool allow_invalid)
 {
     m_index = INVALID_DWORD;
@@ -259,16 +270,11 @@ bool MOXDEV_DEV_INFO_MANAGER::search_family(DEV_FAMILY_ENUM family, bool allow_i
                           (allow_invalid || family != DEV_FAMILY_INVALID),
                       "m_device_database != NULL && family < DEV_FAMILY_MAX && "
                       "(allow_invalid || family != DEV_FAMILY_INVALID)");
-    const DWORD limit = scan_limit();
-    for (DWORD record = 0; record < limit; ++record) {
-        const DWORD id = DWORD((*m_device_database)[record].family);
+    return find_record([&](const MOXDEV_DEVICE_INFO& record) {
+        const DWORD id = DWORD(record.family);
         MOXDEV_ASSERT_MSG(id < DWORD(DEV_FAMILY_MAX), "id < DEV_FAMILY_MAX");
-        if (id == DWORD(family)) {
-            m_index = record;
-            return true;
-        }
-    }
-    return false;
+        return id == DWORD(family);
+    });
 }
 
 bool MOXDEV_DEV_INFO_MANAGER::search_device(DEV_DEVICE_ENUM device, bool allow_invalid)
@@ -278,16 +284,11 @@ bool MOXDEV_DEV_INFO_MANAGER::search_device(DEV_DEVICE_ENUM device, bool allow_i
                           (allow_invalid || device != DEV_DEVICE_INVALID),
                       "m_device_database != NULL && device < DEV_DEVICE_MAX && "
                       "(allow_invalid || device != DEV_DEVICE_INVALID)");
-    const DWORD limit = scan_limit();
-    for (DWORD record = 0; record < limit; ++record) {
-        const DWORD id = DWORD((*m_device_database)[record].device);
+    return find_record([&](const MOXDEV_DEVICE_INFO& record) {
+        const DWORD id = DWORD(record.device);
         MOXDEV_ASSERT_MSG(id < DWORD(DEV_DEVICE_MAX), "id < DEV_DEVICE_MAX");
-        if (id == DWORD(device)) {
-            m_index = record;
-            return true;
-        }
-    }
-    return false;
+        return id == DWORD(device);
+    });
 }
 
 bool MOXDEV_DEV_INFO_MANAGER::search_part(int part, bool allow_invalid)
@@ -297,16 +298,11 @@ bool MOXDEV_DEV_INFO_MANAGER::search_part(int part, bool allow_invalid)
                           (allow_invalid || part != DEV_PART_INVALID),
                       "m_device_database != NULL && part < DEV_PART_MAX && "
                       "(allow_invalid || part != DEV_PART_INVALID)");
-    const DWORD limit = scan_limit();
-    for (DWORD record = 0; record < limit; ++record) {
-        const DWORD id = DWORD((*m_device_database)[record].part);
+    return find_record([&](const MOXDEV_DEVICE_INFO& record) {
+        const DWORD id = DWORD(record.part);
         MOXDEV_ASSERT_MSG(id < DWORD(DEV_PART_MAX), "id < DEV_PART_MAX");
-        if (id == DWORD(part)) {
-            m_index = record;
-            return true;
-        }
-    }
-    return false;
+        return id == DWORD(part);
+    });
 }
 
 // ---------------------------------------------------------------- part list
@@ -340,6 +336,18 @@ void MOXDEV_DEV_INFO_MANAGER::parse_mox_parts()
     *m_part_list = std::move(entries);
 }
 
+template <class PREDICATE>
+bool MOXDEV_DEV_INFO_MANAGER::search_pcf_of_first_entry(PREDICATE matches)
+{
+    const auto& entries = *m_part_list;
+    const auto entry = std::find_if(entries.begin(), entries.end(), matches);
+    if (entry == entries.end() || entry->pcf.empty())
+        return false;
+    const std::string& pcf = entry->pcf;
+    return find_record(
+        [&](const MOXDEV_DEVICE_INFO& record) { return gen_stricmp(pcf, record.pcf) == 0; });
+}
+
 bool MOXDEV_DEV_INFO_MANAGER::search_pcf_for_device(DEV_DEVICE_ENUM device)
 {
     m_index = INVALID_DWORD;
@@ -347,23 +355,8 @@ bool MOXDEV_DEV_INFO_MANAGER::search_pcf_for_device(DEV_DEVICE_ENUM device)
                       "m_device_database != NULL && device < DEV_DEVICE_MAX");
     if (device == DEV_DEVICE_INVALID)
         return false;
-    const MOXDEV_PART_LIST_ENTRY* found = nullptr;
-    for (const MOXDEV_PART_LIST_ENTRY& entry : *m_part_list) {
-        if (entry.device == device) {
-            found = &entry;
-            break;
-        }
-    }
-    if (found == nullptr || found->pcf.empty())
-        return false;
-    const DWORD limit = scan_limit();
-    for (DWORD record = 0; record < limit; ++record) {
-        if (gen_stricmp(found->pcf, (*m_device_database)[record].pcf) == 0) {
-            m_index = record;
-            return true;
-        }
-    }
-    return false;
+    return search_pcf_of_first_entry(
+        [&](const MOXDEV_PART_LIST_ENTRY& entry) { return entry.device == device; });
 }
 
 bool MOXDEV_DEV_INFO_MANAGER::search_pcf_for_part(int part)
@@ -373,23 +366,8 @@ bool MOXDEV_DEV_INFO_MANAGER::search_pcf_for_part(int part)
                       "m_device_database != NULL && part < DEV_PART_MAX");
     if (part == DEV_PART_INVALID)
         return false;
-    const MOXDEV_PART_LIST_ENTRY* found = nullptr;
-    for (const MOXDEV_PART_LIST_ENTRY& entry : *m_part_list) {
-        if (entry.part == part) {
-            found = &entry;
-            break;
-        }
-    }
-    if (found == nullptr || found->pcf.empty())
-        return false;
-    const DWORD limit = scan_limit();
-    for (DWORD record = 0; record < limit; ++record) {
-        if (gen_stricmp(found->pcf, (*m_device_database)[record].pcf) == 0) {
-            m_index = record;
-            return true;
-        }
-    }
-    return false;
+    return search_pcf_of_first_entry(
+        [&](const MOXDEV_PART_LIST_ENTRY& entry) { return entry.part == part; });
 }
 
 // ---------------------------------------------------------------- generation

@@ -136,6 +136,12 @@ private:
     // The number of records a scan may visit: at most the fixed database size,
     // and never more than were loaded.
     DWORD scan_limit() const;
+    // Sets m_index to the first record (within scan_limit) that matches.
+    template <class PREDICATE> bool find_record(PREDICATE matches);
+    // Finds the record named by the first part-list entry that matches.
+    template <class PREDICATE> bool search_pcf_of_first_entry(PREDICATE matches);
+    // A copy of the record that `table` names for `value`, or null.
+    MOXDEV_DEVICE_INFO* copy_of_table_entry(const std::vector<DWORD>& table, DWORD value);
     void send_missing_family_notice(DEV_FAMILY_ENUM family) const;
     void print_record(const MOXDEV_DEVICE_INFO& record) const;
 };
