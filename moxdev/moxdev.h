@@ -18,3 +18,4 @@
 
 #include "moxdev/moxdev_database_codec.h"
 #include "moxdev/moxdev_dev_info_manager.h"
+#include "moxdev/moxdev_flash_manager.h"
