@@ -73,3 +73,51 @@ TEST(Cli, ExitStatuses)
     EXPECT_EQ(output.substr(0, expected.size()), expected);
     EXPECT_EQ(output.find('\n'), output.size() - 1) << "one line";
 }
+
+TEST(Cli, FlashIdentifyListAndTheUserFlash)
+{
+    std::string output;
+    ASSERT_EQ(moxdev("flash identify 20 BA 19", output), 0) << output;
+    EXPECT_NE(output.find("MICRON MT25QL256: record"), std::string::npos) << output;
+    EXPECT_EQ(moxdev("flash identify 0x20ba19", output), 0) << output;
+    EXPECT_EQ(moxdev("flash identify --silicon-id 14", output), 0) << output;
+    EXPECT_NE(output.find("VCS16"), std::string::npos) << output;
+    EXPECT_EQ(moxdev("flash identify 12 34 56", output), 1);
+    EXPECT_NE(output.find("no known flash matches 12 34 56"), std::string::npos) << output;
+    EXPECT_EQ(moxdev("flash identify 2G", output), 1);
+
+    ASSERT_EQ(moxdev("flash list", output), 0) << output;
+    const std::size_t usable = output.size();
+    ASSERT_EQ(moxdev("flash list --all", output), 0) << output;
+    EXPECT_GT(output.size(), usable);
+    EXPECT_NE(output.find("MOX_ALLOW_QUAL_2GBIT (off: not usable)"), std::string::npos) << output;
+
+    // A chip defined with the dialogue becomes record 0 and wins over the
+    // table for its ID.
+    TEMP_DIR dir;
+    write_text(dir.file("answers.txt"),
+               "1\nacme\nmychip\n19\n2\nBA\n1\n20\n0\nn\ny\nn\nn\nn\ny\n1\n256\n64\n400\n3\n1800\n"
+               "5C\n5C\n0\n4\n5\ny\n3.3V\n");
+    ASSERT_EQ(moxdev("flash define < " + dir.file("answers.txt"), output), 0) << output;
+    const std::size_t export_line = output.find("export MOX_SUPPORT_EXT_SPI_DEV='");
+    ASSERT_NE(export_line, std::string::npos) << output;
+    const std::string value = output.substr(export_line + 32, output.find('\'', export_line + 32) - export_line - 32);
+    ASSERT_EQ(moxdev("flash decode '" + value + "'", output), 0) << output;
+    EXPECT_NE(output.find("matches this version"), std::string::npos) << output;
+    const std::string with_value = "MOX_SUPPORT_EXT_SPI_DEV='" + value + "' " + MOXDEV_CLI;
+    ASSERT_EQ(run_command(with_value + " flash identify 20 BA 19", output, true), 0) << output;
+    EXPECT_NE(output.find("ACME MYCHIP: record 0 (user-defined)"), std::string::npos) << output;
+    ASSERT_EQ(run_command(with_value + " flash list", output, true), 0) << output;
+    EXPECT_NE(output.find("MYCHIP"), std::string::npos) << output;
+
+    // A damaged value is ignored, and the debug switch says why.
+    std::string damaged = value;
+    damaged[damaged.size() / 2] = damaged[damaged.size() / 2] == 'A' ? 'B' : 'A';
+    EXPECT_EQ(moxdev("flash decode '" + damaged + "'", output), 1);
+    ASSERT_EQ(run_command("MOX_SUPPORT_EXT_SPI_DEV='" + damaged + "' MOX_SUPPORT_EXT_SPI_DEV_DEBUG=1 " +
+                              MOXDEV_CLI + " flash identify 20 BA 19",
+                          output, true),
+              0);
+    EXPECT_NE(output.find("MT25QL256"), std::string::npos) << output;
+    EXPECT_NE(output.find("Fail to"), std::string::npos) << output;
+}

@@ -154,8 +154,16 @@ void flash_define()
     if (ini == std::string::npos)
         throw USER_ERROR{"no flash was defined"};
     const std::string value = text.substr(ini + 6, text.find('\n', ini) - ini - 6);
+    // The loader reads only the first definition, and only byte values of 0
+    // to 255: an index answered with -1 makes it ignore the whole value.
+    FLASH_TOOL tool;
+    const std::string decoded = tool.decode_ini(value);
+    MOXDEV_SFL_FLASH_INFO record;
+    if (!tool.read_definition(decoded.substr(0, decoded.find('#')), record))
+        std::cerr << "moxdev: warning: the flash manager will ignore this value: an answer of -1 "
+                     "cannot be stored in the definition; answer with a position instead\n";
     std::cout << "\nTo use it, set the configuration value, e.g.\n  export "
-              << "MOX_SUPPORT_EXT_SPI_DEV=" << value << "\n";
+              << "MOX_SUPPORT_EXT_SPI_DEV='" << value << "'\n";
 }
 
 void flash_decode(const std::string& value)
