@@ -44,26 +44,6 @@ DWORD encoded_cell_size(MOXDEV_MANAGER_TYPE type, const std::string& cell)
     }
 }
 
-struct CSV_ROW_READER {
-    explicit CSV_ROW_READER(const std::string& path) : input(path) {}
-
-    // The next non-blank line's cells; false at the end of the file.
-    bool next(std::vector<std::string>& cells)
-    {
-        std::string line;
-        while (std::getline(input, line)) {
-            gen_remove_leading_and_trailing_white_spaces(line);
-            if (line.empty())
-                continue;
-            cells = STRING_TOKENIZER(line, CSV_DELIMITERS, true).tokens();
-            return true;
-        }
-        return false;
-    }
-
-    std::ifstream input;
-};
-
 } // namespace
 
 // ---------------------------------------------------------------- construction
@@ -374,8 +354,8 @@ bool MOXDEV_DEV_INFO_MANAGER::search_pcf_for_part(int part)
 
 DWORD MOXDEV_DEV_INFO_MANAGER::check_device_file(FIO_PATH csv_file, DWORD& device_count)
 {
-    CSV_ROW_READER reader(csv_file.fullpath());
-    MOXDEV_ASSERT_MSG(reader.input.good(), "Unable to open the device table " + csv_file.fullpath());
+    MOXDEV_TABLE_READER reader(csv_file.fullpath());
+    MOXDEV_ASSERT_MSG(reader.good(), "Unable to open the device table " + csv_file.fullpath());
 
     device_count = 0;
     QWORD size = MOXDEV_DB_PAYLOAD_HEADER_SIZE;
@@ -605,7 +585,7 @@ void MOXDEV_DEV_INFO_MANAGER::generate_device_database(FIO_PATH csv_file, FIO_PA
         dump_dword_database(data, index, device_count);
         dump_dword_database(data, index, TOTAL_DEVICE_DATABASE_MEMBER);
 
-        CSV_ROW_READER reader(csv_file.fullpath());
+        MOXDEV_TABLE_READER reader(csv_file.fullpath());
         std::vector<std::string> cells;
         for (DWORD row = 0; reader.next(cells); ++row) {
             if (row < 2)

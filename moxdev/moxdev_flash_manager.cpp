@@ -35,7 +35,6 @@ const MOXDEV_MANAGER_TYPE MOXDEV_FLASH_FIELD_TYPES[TOTAL_DATABASE_MEMBER] = {
 namespace {
 
 constexpr const char* FLASH_MAGIC = "MOXIO_FM";
-constexpr const char* CSV_DELIMITERS = " \t\n,";
 constexpr const char* USER_FLASH_KEY = "MOX_SUPPORT_EXT_SPI_DEV";
 constexpr const char* USER_FLASH_DEBUG_KEY = "MOX_SUPPORT_EXT_SPI_DEV_DEBUG";
 // The flash CSV's record lines start after the type row, the name row and six
@@ -788,29 +787,6 @@ bool MOXDEV_FLASH_MANAGER::prompt_flash_info(std::string& definition)
 
 namespace {
 
-// Non-blank lines of a CSV, trimmed and split into cells.
-class FLASH_CSV_READER {
-public:
-    explicit FLASH_CSV_READER(const std::string& path) : m_input(path) {}
-    bool good() const { return m_input.good(); }
-
-    bool next(std::vector<std::string>& cells)
-    {
-        std::string line;
-        while (std::getline(m_input, line)) {
-            gen_remove_leading_and_trailing_white_spaces(line);
-            if (line.empty())
-                continue;
-            cells = STRING_TOKENIZER(line, CSV_DELIMITERS, true).tokens();
-            return true;
-        }
-        return false;
-    }
-
-private:
-    std::ifstream m_input;
-};
-
 // Lines 2, 3 and 7 are free text; every other line has one cell per field.
 bool line_has_fixed_columns(DWORD line)
 {
@@ -821,7 +797,7 @@ bool line_has_fixed_columns(DWORD line)
 
 DWORD MOXDEV_FLASH_MANAGER::check_flash_file(FIO_PATH csv, DWORD& record_count)
 {
-    FLASH_CSV_READER reader(csv.fullpath());
+    MOXDEV_TABLE_READER reader(csv.fullpath());
     MOXDEV_ASSERT_MSG(reader.good(), "Unable to open the flash table " + csv.fullpath());
     record_count = 0;
     QWORD size = MOXDEV_DB_PAYLOAD_HEADER_SIZE;
@@ -910,7 +886,7 @@ void MOXDEV_FLASH_MANAGER::generate_flash_database(FIO_PATH csv, FIO_PATH out)
     dump_dword_database(data, index, record_count);
     dump_dword_database(data, index, TOTAL_DATABASE_MEMBER);
 
-    FLASH_CSV_READER reader(csv.fullpath());
+    MOXDEV_TABLE_READER reader(csv.fullpath());
     std::vector<std::string> cells;
     for (DWORD line = 0; reader.next(cells); ++line) {
         if (line < FIRST_RECORD_LINE)
