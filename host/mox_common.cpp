@@ -1,5 +1,11 @@
 #include "host/mox_common.h"
 
+#include "host/gen_string.h"
+
+#include <openssl/evp.h>
+
+#include <array>
+
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
@@ -50,4 +56,64 @@ bool MOX_COMMON::send_auto_email_file(const std::string& recipients, const std::
         return false;
     out << "To: " << recipients << "\nSubject: " << subject << "\n\n" << body << "\n";
     return static_cast<bool>(out.flush());
+}
+
+namespace {
+
+// Byte-at-a-time table of the register update for one polynomial, most
+// significant bit first.
+std::array<DWORD, 256> crc32_msb_table(DWORD polynomial)
+{
+    std::array<DWORD, 256> table{};
+    for (DWORD byte = 0; byte < 256; ++byte) {
+        DWORD crc = byte << 24;
+        for (int bit = 0; bit < 8; ++bit)
+            crc = crc & 0x80000000u ? (crc << 1) ^ polynomial : crc << 1;
+        table[byte] = crc;
+    }
+    return table;
+}
+
+} // namespace
+
+DWORD MOX_COMMON::msb_calculate_crc32(const BYTE* data, DWORD start_bit, DWORD bit_count,
+                                      DWORD initial, DWORD polynomial, bool msb_first)
+{
+    DWORD crc = initial;
+    QWORD bit = start_bit;
+    const QWORD end = QWORD(start_bit) + bit_count;
+    // Whole bytes go through a table; odd bits at either end one at a time.
+    if (msb_first && bit % 8 == 0 && end - bit >= 8) {
+        static const DWORD cached_polynomial = 0x04C11DB7u;
+        static const std::array<DWORD, 256> cached = crc32_msb_table(cached_polynomial);
+        const std::array<DWORD, 256> table =
+            polynomial == cached_polynomial ? cached : crc32_msb_table(polynomial);
+        for (; end - bit >= 8; bit += 8)
+            crc = (crc << 8) ^ table[((crc >> 24) ^ data[bit / 8]) & 0xFF];
+    }
+    for (; bit < end; ++bit) {
+        const unsigned shift = msb_first ? 7 - unsigned(bit % 8) : unsigned(bit % 8);
+        const DWORD in = (data[bit / 8] >> shift) & 1;
+        const DWORD top = (crc >> 31) ^ in;
+        crc = (crc << 1) ^ (top ? polynomial : 0);
+    }
+    return crc;
+}
+
+BYTE* MOX_COMMON::get_block_sha(const BYTE* data, DWORD length, DWORD digest_length)
+{
+    if (digest_length != 32)
+        return nullptr;
+    BYTE* digest = new BYTE[32];
+    unsigned int written = 0;
+    if (::EVP_Digest(data, length, digest, &written, ::EVP_sha256(), nullptr) != 1 || written != 32) {
+        delete[] digest;
+        return nullptr;
+    }
+    return digest;
+}
+
+bool MOX_COMMON::compare_string(const std::string& a, const std::string& b, bool case_sensitive)
+{
+    return case_sensitive ? a == b : gen_stricmp(a, b) == 0;
 }

@@ -17,5 +17,7 @@
 #include "host/zlib_wrapper.h"
 
 #include "moxdev/moxdev_database_codec.h"
+#include "moxdev/moxdev_ddb_mgr.h"
 #include "moxdev/moxdev_dev_info_manager.h"
 #include "moxdev/moxdev_flash_manager.h"
+#include "moxdev/moxdev_mgr.h"

@@ -16,5 +16,7 @@ struct USER_ERROR {
 // Each adds its verbs below `app`.
 void add_device_commands(CLI::App& app);
 void add_flash_commands(CLI::App& app);
+void add_naming_commands(CLI::App& app);
+void add_image_commands(CLI::App& app);
 
 } // namespace moxdev_cli

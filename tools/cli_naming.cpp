@@ -1,0 +1,154 @@
+// moxdev name / opn / type: device names, ordering part numbers and the
+// type-support checks.
+#include "cli.h"
+
+#include "moxdev/moxdev.h"
+
+#include <fmt/format.h>
+
+namespace moxdev_cli {
+
+namespace {
+
+// The full ordering name a name stands for, or "" when it stands for none.
+std::string full_name_of(const std::string& name)
+{
+    try {
+        return MOXDEV_MGR::get_possible_full_name(name);
+    } catch (const MSG_INTERNAL_ERROR& error) {
+        // An unknown name is an answer here, not a defect of the build.
+        if (error.condition().rfind("Unable to retrieve full device name", 0) == 0)
+            return std::string();
+        throw;
+    }
+}
+
+std::string or_none(const std::string& text)
+{
+    return text.empty() ? "-" : text;
+}
+
+void show_name(std::string name)
+{
+    const std::string full = full_name_of(name);
+    // The forms below a full name are those of the full name it stands for.
+    const std::string& base = full.empty() ? name : full;
+    const std::string package = MOXDEV_DEVICE_GRAMMAR_MGR::get_package_name(base, true);
+    const std::string device = MOXDEV_DEVICE_GRAMMAR_MGR::get_mox_name(base, false, true);
+    std::string mox_part, mox_family;
+    MOXDEV_DEVICE_GRAMMAR_MGR::get_mox_pcfs(name, mox_part, mox_family);
+    std::string dev_part, dev_family;
+    MOXDEV_DEVICE_GRAMMAR_MGR::get_dev_pcfs(name, dev_part, dev_family);
+    // A device-level name reaches the catalogue configuration through its
+    // programmer part; a configuration name reaches the programmer part.
+    const std::string programmer_part = mox_part.empty() ? dev_part : mox_part;
+    const std::string configuration =
+        programmer_part.empty() ? std::string() : MOXDEV_DEVICE_GRAMMAR_MGR::get_pcf_device(programmer_part);
+    if (dev_family.empty() && !configuration.empty())
+        dev_family = MOXDEV_DEVICE_GRAMMAR_MGR::get_dev_family_pcf(configuration);
+    const std::string family = MOXDEV_DEVICE_GRAMMAR_MGR::get_family(programmer_part.empty() ? name : programmer_part);
+    if (full.empty() && package.empty() && device.empty() && programmer_part.empty() && family.empty())
+        throw USER_ERROR{"no device name form is known for '" + name + "'"};
+
+    fmt::print("{:<28} {}\n", "name", name);
+    fmt::print("{:<28} {}\n", "full ordering name", or_none(full));
+    fmt::print("{:<28} {}\n", "name without speed grade", or_none(package));
+    fmt::print("{:<28} {}\n", "device name", or_none(device));
+    fmt::print("{:<28} {}\n", "family", or_none(family));
+    fmt::print("{:<28} {}\n", "programmer part", or_none(programmer_part));
+    fmt::print("{:<28} {}\n", "programmer family", or_none(mox_family));
+    fmt::print("{:<28} {}\n", "catalogue configuration", or_none(configuration));
+    fmt::print("{:<28} {}\n", "catalogue family", or_none(dev_family));
+    if (!full.empty()) {
+        fmt::print("{:<28} {}\n", "OPN enum", MOXDEV_MGR::get_opn_enum(full));
+        fmt::print("{:<28} 0x{:012X}\n", "OPN hash", MOXDEV_MGR::get_opn_hash(full));
+    }
+    fmt::print("{:<28} {}\n", "use full name", MOXDEV_DEVICE_GRAMMAR_MGR::use_full_name(name) ? "yes" : "no");
+    fmt::print("{:<28} {}\n", "use package name",
+               MOXDEV_DEVICE_GRAMMAR_MGR::use_package_name(name) ? "yes" : "no");
+}
+
+void show_opn(const std::string& text)
+{
+    std::string name;
+    DWORD value = 0;
+    if (text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X')) {
+        QWORD hash = 0;
+        if (text.size() > 18 || text.find_first_not_of("0123456789abcdefABCDEF", 2) != std::string::npos)
+            throw USER_ERROR{"'" + text + "' is not a hexadecimal OPN hash"};
+        hash = std::stoull(text.substr(2), nullptr, 16);
+        name = MOXDEV_MGR::get_opn_from_hash(hash);
+        if (name.empty())
+            throw USER_ERROR{fmt::format("no OPN has the hash 0x{:012X}", hash & 0xFFFFFFFFFFFFull)};
+    } else if (MOX_COMMON::convert_string_to_dword(text, value)) {
+        name = MOXDEV_MGR::get_opn(value);
+        if (name.empty())
+            throw USER_ERROR{fmt::format("no OPN has the enum {}", value)};
+    } else {
+        name = text;
+        stl_toupper(name);
+        if (MOXDEV_MGR::get_opn_hash(name) == 0xFFFFFFFFFFFFFFFFull)
+            throw USER_ERROR{"'" + text + "' is not an orderable part of the catalogue"};
+    }
+    const DWORD opn_enum = MOXDEV_MGR::get_opn_enum(name);
+    fmt::print("{:<10} {}\n", "OPN", name);
+    fmt::print("{:<10} {}\n", "enum", opn_enum == 0xFFFFFFFFu ? std::string("-") : std::to_string(opn_enum));
+    fmt::print("{:<10} 0x{:012X}\n", "hash", MOXDEV_MGR::get_opn_hash(name));
+}
+
+MOX_ENUM_TYPE kind_of(const std::string& text)
+{
+    static const char* const kinds[] = {"block", "flash-sector", "option-bit", "hps-setting"};
+    for (int i = 0; i < MOX_ENUM_TYPE_MAX; ++i) {
+        if (gen_stricmp(text, kinds[i]) == 0 || text == std::to_string(i))
+            return MOX_ENUM_TYPE(i);
+    }
+    throw USER_ERROR{"unknown kind '" + text + "' (block, flash-sector, option-bit, hps-setting or 0-3)"};
+}
+
+void check_type(const std::string& kind_text, const std::string& item)
+{
+    const MOX_ENUM_TYPE kind = kind_of(kind_text);
+    DWORD value = 0;
+    if (MOX_COMMON::convert_string_to_dword(item, value)) {
+        std::string name;
+        if (!MOXDEV_MGR::mox_check_type_enum_supported(kind, value, &name))
+            throw USER_ERROR{fmt::format("value {} is not supported", value)};
+        fmt::print("{} = {}\n", value, name);
+    } else {
+        if (!MOXDEV_MGR::mox_check_type_name_supported(kind, item, &value))
+            throw USER_ERROR{"name '" + item + "' is not supported"};
+        std::string name = item;
+        stl_toupper(name);
+        fmt::print("{} = {}\n", name, value);
+    }
+}
+
+} // namespace
+
+void add_naming_commands(CLI::App& app)
+{
+    static std::string name;
+    CLI::App* name_command = app.add_subcommand(
+        "name", "Show every form of a device name: full ordering name, name without speed grade, "
+                "device, family, programmer and catalogue configuration names, OPN enum and hash");
+    name_command->add_option("NAME", name, "Any name form, e.g. KXB100F484C6, KXB100F484, KXB100, KXB100M")
+        ->required();
+    name_command->callback([] { show_name(name); });
+
+    static std::string opn;
+    CLI::App* opn_command = app.add_subcommand(
+        "opn", "Convert between an ordering part number, its OPN enum and its OPN hash");
+    opn_command->add_option("OPN", opn, "An OPN enum (decimal), an OPN hash (0x...) or an ordering name")
+        ->required();
+    opn_command->callback([] { show_opn(opn); });
+
+    static std::string kind, item;
+    CLI::App* type_command = app.add_subcommand(
+        "type", "Check whether a value or name of a programmer object kind is supported");
+    type_command->add_option("KIND", kind, "block, flash-sector, option-bit or hps-setting (or 0-3)")->required();
+    type_command->add_option("VALUE", item, "A value (number) or a value name")->required();
+    type_command->callback([] { check_type(kind, item); });
+}
+
+} // namespace moxdev_cli
