@@ -77,7 +77,7 @@ IMAGE inflate_image(const BYTE* compressed, DWORD cmp_length, DWORD length, cons
 
 struct ENTRY {
     DWORD key;   // offset of the key in the image
-    DWORD first; // first of its names in GRAMMAR::names
+    DWORD first; // offset of its first name; the others follow it in the image
     DWORD count;
 };
 
@@ -89,18 +89,29 @@ struct SLOT {
 
 struct TABLE {
     std::vector<ENTRY> entries; // ascending key order
-    std::vector<SLOT> slots;    // open addressing, a power of two long
+    std::vector<SLOT> slots;    // open addressing
 };
 
-// The decoded grammar image. Names stay in the image; the tables hold their
-// offsets, and each table has a hash index from a name to the smallest key
-// that lists it, so a reverse lookup is one probe instead of a scan.
+// The decoded grammar image. Names stay in the image, where each entry's
+// names follow one another; the tables hold offsets, and each table has a
+// hash index from a name to the smallest key that lists it, so a reverse
+// lookup is one probe instead of a scan.
 struct GRAMMAR {
     IMAGE image;
-    std::vector<DWORD> names; // offsets of every listed name, entry by entry
     std::array<TABLE, TABLE_COUNT> tables;
 
     const char* text(DWORD offset) const { return reinterpret_cast<const char*>(&image.data[offset]); }
+
+    // Calls visit(offset) for each name of `entry`, in image order.
+    template <class VISIT>
+    void for_each_name(const ENTRY& entry, VISIT visit) const
+    {
+        DWORD offset = entry.first;
+        for (DWORD i = 0; i < entry.count; ++i) {
+            visit(offset);
+            offset += DWORD(std::strlen(text(offset))) + 1;
+        }
+    }
 };
 
 std::uint32_t hash_of(std::string_view text)
@@ -134,20 +145,22 @@ GRAMMAR parse_grammar(const BYTE* compressed, DWORD cmp_length, DWORD length)
     DWORD pointer_index = 0;
     DWORD index = MAGIC_SIZE;
     std::unordered_set<std::string_view> keys;
+    std::vector<DWORD> contents; // the names of the entry being read
     while (index < data_size) {
         MOXDEV_ASSERT(pointer_index < DWORD(MOXDEV_DDB_GRAMMAR_ENUM::MAX));
         TABLE& table = grammar.tables[pointer_index];
 
         const DWORD key = read_string(index);
-        ENTRY entry{key, DWORD(grammar.names.size()), 0};
+        ENTRY entry{key, index, 0};
+        contents.clear();
         while (data[index] != 0) {
             const DWORD name = read_string(index);
             const std::string_view content(grammar.text(name));
             MOXDEV_ASSERT_MSG(!content.empty(), "content.size()");
-            for (DWORD i = entry.first; i < grammar.names.size(); ++i)
-                MOXDEV_ASSERT_MSG(content != grammar.text(grammar.names[i]),
+            for (DWORD other : contents)
+                MOXDEV_ASSERT_MSG(content != grammar.text(other),
                                   "std::find(contents.begin(), contents.end(), content) == contents.end()");
-            grammar.names.push_back(name);
+            contents.push_back(name);
             ++entry.count;
         }
         MOXDEV_ASSERT_MSG(entry.count > 0, "contents.size()");
@@ -176,27 +189,24 @@ void index_grammar(GRAMMAR& grammar)
         std::size_t listed = 0;
         for (const ENTRY& entry : table.entries)
             listed += entry.count;
-        std::size_t capacity = 16;
-        while (capacity < listed + listed / 2)
-            capacity *= 2;
+        // A quarter of the slots stay free, which keeps probe runs short.
+        const std::size_t capacity = listed + listed / 3 + 1;
         table.slots.assign(capacity, SLOT{});
-        const std::size_t mask = capacity - 1;
         for (DWORD e = 0; e < table.entries.size(); ++e) {
-            const ENTRY& entry = table.entries[e];
-            for (DWORD i = entry.first; i < entry.first + entry.count; ++i) {
-                const std::string_view name(grammar.text(grammar.names[i]));
+            grammar.for_each_name(table.entries[e], [&](DWORD offset) {
+                const std::string_view name(grammar.text(offset));
                 // Entries are visited in key order, so the first listing kept
                 // is the one under the smallest key.
-                for (std::size_t s = hash_of(name) & mask;; s = (s + 1) & mask) {
+                for (std::size_t s = hash_of(name) % capacity;; s = (s + 1) % capacity) {
                     SLOT& slot = table.slots[s];
                     if (slot.name == INVALID_DWORD) {
-                        slot = SLOT{grammar.names[i], e};
+                        slot = SLOT{offset, e};
                         break;
                     }
                     if (name == grammar.text(slot.name))
                         break;
                 }
-            }
+            });
         }
     }
 }
@@ -231,8 +241,8 @@ std::string reverse_lookup(MOXDEV_DDB_GRAMMAR_ENUM type, const std::string& name
     MOXDEV_ASSERT(type < MOXDEV_DDB_GRAMMAR_ENUM::MAX);
     const std::string_view text = normalise(name);
     const TABLE& table = mgr->tables[DWORD(type)];
-    const std::size_t mask = table.slots.size() - 1;
-    for (std::size_t s = hash_of(text) & mask;; s = (s + 1) & mask) {
+    const std::size_t capacity = table.slots.size();
+    for (std::size_t s = hash_of(text) % capacity;; s = (s + 1) % capacity) {
         const SLOT& slot = table.slots[s];
         if (slot.name == INVALID_DWORD)
             return std::string();
@@ -252,10 +262,8 @@ std::vector<std::string> part_configuration_list(const std::string& name)
         mapping->entries.begin(), mapping->entries.end(), key,
         [&](const ENTRY& e, const std::string& k) { return std::strcmp(mgr->text(e.key), k.c_str()) < 0; });
     std::vector<std::string> list;
-    if (entry != mapping->entries.end() && key == mgr->text(entry->key)) {
-        for (DWORD i = entry->first; i < entry->first + entry->count; ++i)
-            list.emplace_back(mgr->text(mgr->names[i]));
-    }
+    if (entry != mapping->entries.end() && key == mgr->text(entry->key))
+        mgr->for_each_name(*entry, [&](DWORD offset) { list.emplace_back(mgr->text(offset)); });
     return list;
 }
 
@@ -308,8 +316,7 @@ MOXDEV_GRAMMAR_TABLES moxdev_decode_grammar_image(const BYTE* data, DWORD cmp_le
     for (DWORD t = 0; t < TABLE_COUNT; ++t) {
         for (const ENTRY& entry : grammar.tables[t].entries) {
             std::vector<std::string>& names = tables[t][grammar.text(entry.key)];
-            for (DWORD i = entry.first; i < entry.first + entry.count; ++i)
-                names.emplace_back(grammar.text(grammar.names[i]));
+            grammar.for_each_name(entry, [&](DWORD offset) { names.emplace_back(grammar.text(offset)); });
         }
     }
     return tables;
