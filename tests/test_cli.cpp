@@ -121,3 +121,46 @@ TEST(Cli, FlashIdentifyListAndTheUserFlash)
     EXPECT_NE(output.find("MT25QL256"), std::string::npos) << output;
     EXPECT_NE(output.find("Fail to"), std::string::npos) << output;
 }
+
+TEST(Cli, NamingVerbs)
+{
+    std::string output;
+    ASSERT_EQ(moxdev("name kxb100f484c6", output), 0) << output;
+    for (const char* form : {"KXB100F484C6", "KXB100F484", "KXB100", "KXFAMILY2", "KXB100M", "KX_FAMILY", "KXB100_V1"})
+        EXPECT_NE(output.find(form), std::string::npos) << form << "\n" << output;
+    EXPECT_EQ(moxdev("name NOSUCHTHING", output), 1);
+
+    ASSERT_EQ(moxdev("opn KXB100F484C6", output), 0) << output;
+    const std::string hash = output.substr(output.find("0x"), 14);
+    const std::string opn_enum = std::to_string(MOXDEV_MGR::get_opn_enum("KXB100F484C6"));
+    EXPECT_NE(output.find(opn_enum), std::string::npos) << output;
+    ASSERT_EQ(moxdev("opn " + hash, output), 0) << output;
+    EXPECT_NE(output.find("KXB100F484C6"), std::string::npos);
+    ASSERT_EQ(moxdev("opn " + opn_enum, output), 0) << output;
+    EXPECT_NE(output.find(hash), std::string::npos);
+    EXPECT_EQ(moxdev("opn 0x1", output), 1);
+    EXPECT_EQ(moxdev("opn NOSUCH", output), 1);
+
+    ASSERT_EQ(moxdev("type option-bit aes_keys", output), 0);
+    EXPECT_EQ(output, "AES_KEYS = 21\n");
+    ASSERT_EQ(moxdev("type 1 8", output), 0);
+    EXPECT_EQ(output, "8 = DONE_BITS\n");
+    EXPECT_EQ(moxdev("type block 0", output), 1);
+    EXPECT_EQ(moxdev("type nosuchkind 1", output), 1);
+}
+
+TEST(Cli, ImageCheck)
+{
+    TEMP_DIR dir;
+    std::string output;
+    ASSERT_EQ(moxdev("image build " + dir.path(), output), 0) << output;
+    ASSERT_EQ(moxdev("image check " + dir.file("grammar.img"), output), 0) << output;
+    EXPECT_NE(output.find("SPEEDGRADE"), std::string::npos) << output;
+    ASSERT_EQ(moxdev("image check " + dir.file("opn.img"), output), 0) << output;
+    BYTES damaged = read_bytes(dir.file("grammar.img"));
+    damaged[damaged.size() / 2] ^= 0x40;
+    write_bytes(dir.file("damaged.img"), damaged);
+    EXPECT_EQ(moxdev("image check " + dir.file("damaged.img"), output), 2) << output;
+    EXPECT_NE(output.find("crc32"), std::string::npos) << output;
+    EXPECT_EQ(moxdev("image check " + dir.file("missing.img"), output), 1) << output;
+}
