@@ -38,7 +38,10 @@ void gen_remove_leading_and_trailing_white_spaces(std::string& text)
     std::size_t begin = 0;
     while (begin < end && is_white_space(text[begin]))
         ++begin;
-    text = text.substr(begin, end - begin);
+    // In place, and not at all when there is nothing to remove: names are
+    // trimmed on every lookup.
+    text.erase(end);
+    text.erase(0, begin);
 }
 
 void stl_toupper(std::string& text)

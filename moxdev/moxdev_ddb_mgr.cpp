@@ -339,10 +339,13 @@ const std::vector<DWORD>& moxdev_opn_table()
 
 namespace {
 
-void print_grammar_debug(const std::string& lines)
+// Prints the lines that `text` makes while the grammar debug switch is on;
+// they are not even made while it is off.
+template <class TEXT>
+void print_grammar_debug(TEXT text)
 {
     if (cfg_is_on("MOXDEV_ENABLE_GRAMMAR_DEBUG", false)) {
-        std::fputs(lines.c_str(), stdout);
+        std::fputs(text().c_str(), stdout);
         std::fflush(stdout);
     }
 }
@@ -384,8 +387,9 @@ std::string moxdev_device_name(const std::string& name, bool skip_package_conver
 std::string MOXDEV_DEVICE_GRAMMAR_MGR::get_package_name(const std::string& name, bool no_fallback)
 {
     const std::string result = moxdev_package_name(name, no_fallback);
-    print_grammar_debug("Map Flow   : Strip Speedgrade\n    Input  : " + name + "\n    Output : " +
-                        result + "\n");
+    print_grammar_debug([&] {
+        return "Map Flow   : Strip Speedgrade\n    Input  : " + name + "\n    Output : " + result + "\n";
+    });
     return result;
 }
 
@@ -394,9 +398,11 @@ std::string MOXDEV_DEVICE_GRAMMAR_MGR::get_mox_name(const std::string& name,
 {
     std::string stripped;
     const std::string result = device_name(name, skip_package_conversion, no_fallback, stripped);
-    print_grammar_debug(std::string("Map Flow   : Strip Package (skip package conversion: ") +
-                        (skip_package_conversion ? "1" : "0") + ")\n    Input0 : " + name +
-                        "\n    Input1 : " + stripped + "\n    Output : " + result + "\n");
+    print_grammar_debug([&] {
+        return std::string("Map Flow   : Strip Package (skip package conversion: ") +
+               (skip_package_conversion ? "1" : "0") + ")\n    Input0 : " + name + "\n    Input1 : " +
+               stripped + "\n    Output : " + result + "\n";
+    });
     return result;
 }
 
