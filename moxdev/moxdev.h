@@ -19,5 +19,7 @@
 #include "moxdev/moxdev_database_codec.h"
 #include "moxdev/moxdev_ddb_mgr.h"
 #include "moxdev/moxdev_dev_info_manager.h"
+#include "moxdev/moxdev_flash_ini.h"
 #include "moxdev/moxdev_flash_manager.h"
+#include "moxdev/moxdev_hps_mgr.h"
 #include "moxdev/moxdev_mgr.h"

@@ -164,3 +164,49 @@ TEST(Cli, ImageCheck)
     EXPECT_NE(output.find("crc32"), std::string::npos) << output;
     EXPECT_EQ(moxdev("image check " + dir.file("missing.img"), output), 1) << output;
 }
+
+TEST(Cli, HpsUserFlashParts)
+{
+    TEMP_DIR dir;
+    const std::string hps = "MOXDEV_MODULE_DIR=" + dir.path() + " " + MOXDEV_CLI + " hps ";
+    std::string output;
+    ASSERT_EQ(run_command(hps + "list nand", output, true), 0) << output;
+    EXPECT_NE(output.find("10 records, 0 of them the user's"), std::string::npos) << output;
+
+    // A refused answer is explained and asked again: 00 is all 0's, 3 Mbyte
+    // is fine, 70000 is out of range.
+    write_text(dir.file("answers.txt"), "00\n98\nD3\n70000\n1024\n");
+    ASSERT_EQ(run_command(hps + "add nand --input " + dir.file("answers.txt"), output, true), 0) << output;
+    EXPECT_NE(output.find("Input is invalid (hit)"), std::string::npos) << output;
+    EXPECT_NE(output.find("Input is out of range"), std::string::npos) << output;
+    ASSERT_EQ(run_command("printf '2C\\nDC\\n512\\n' | " + hps + "add nand", output, true), 0) << output;
+
+    ASSERT_EQ(run_command(hps + "list nand", output, true), 0) << output;
+    EXPECT_NE(output.find("    0  user     0x0000002C 0x000000DC 536870912"), std::string::npos) << output;
+    EXPECT_NE(output.find("    1  user     0x00000098 0x000000D3 1073741824"), std::string::npos) << output;
+    EXPECT_NE(output.find("12 records, 2 of them the user's"), std::string::npos) << output;
+
+    write_text(dir.file("spi.txt"), "1840EF\nFFFFFF\n0\n0\nwinbond\nqspi_128\n128\n64\n256\n200\n2\n2\n3000\n1\n1\ny\nDC\n12\n13\n");
+    ASSERT_EQ(run_command(hps + "add spi --input " + dir.file("spi.txt"), output, true), 0) << output;
+    ASSERT_EQ(run_command(hps + "list spi", output, true), 0) << output;
+    EXPECT_NE(output.find("user     0x001840EF 0x00FFFFFF 0x00000000 0x00000000 WINBOND QSPI_128 134217728 65536"),
+              std::string::npos) << output;
+
+    ASSERT_EQ(run_command(hps + "remove nand 0", output, true), 0) << output;
+    EXPECT_EQ(run_command(hps + "remove nand 5", output, true), 1);
+    ASSERT_EQ(run_command(hps + "list nand", output, true), 0);
+    EXPECT_NE(output.find("11 records, 1 of them the user's"), std::string::npos) << output;
+    ASSERT_EQ(run_command(hps + "clear nand", output, true), 0);
+    ASSERT_EQ(run_command(hps + "list spi", output, true), 0);
+    EXPECT_NE(output.find("28 records, 1 of them the user's"), std::string::npos) << output;
+
+    // Input that ends early adds nothing; a damaged file lists no user parts.
+    EXPECT_EQ(run_command("printf '2C\\n' | " + hps + "add nand", output, true), 1);
+    write_text(dir.file("mox_flash.ini"), "MOXDEV_FLASH_INI and then rubbish");
+    ASSERT_EQ(run_command(hps + "list spi", output, true), 0);
+    EXPECT_NE(output.find("27 records, 0 of them the user's"), std::string::npos) << output;
+
+    ASSERT_EQ(run_command(hps + "select 4BA00478", output, true), 0);
+    EXPECT_NE(output.find("0xFF809000"), std::string::npos);
+    EXPECT_EQ(run_command(hps + "select 12345678", output, true), 1);
+}

@@ -18,5 +18,6 @@ void add_device_commands(CLI::App& app);
 void add_flash_commands(CLI::App& app);
 void add_naming_commands(CLI::App& app);
 void add_image_commands(CLI::App& app);
+void add_hps_commands(CLI::App& app);
 
 } // namespace moxdev_cli

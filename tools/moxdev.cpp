@@ -44,6 +44,7 @@ int main(int argc, char** argv)
     moxdev_cli::add_flash_commands(app);
     moxdev_cli::add_naming_commands(app);
     moxdev_cli::add_image_commands(app);
+    moxdev_cli::add_hps_commands(app);
 
     try {
         app.parse(argc, argv);
