@@ -18,6 +18,8 @@
 // standard error and ends the run with exit status 1 before anything is
 // written.
 
+#include "generated_file.h"
+
 #include <algorithm>
 #include <cctype>
 #include <cstdio>
@@ -827,46 +829,15 @@ std::string part_list(const Catalogue& c) {
     return o.str();
 }
 
-// Writes `content` to `path` unless the file already holds exactly that.
-// Returns false (after a message) on an I/O error.
+// Writes one output; false (after a message) when it cannot be written.
 bool write_if_changed(const std::filesystem::path& path, const std::string& content) {
-    {
-        std::ifstream in(path, std::ios::binary);
-        if (in) {
-            std::ostringstream existing;
-            existing << in.rdbuf();
-            if (existing.str() == content) return true;
-        }
-    }
-    std::error_code ec;
-    if (path.has_parent_path()) {
-        std::filesystem::create_directories(path.parent_path(), ec);
-        if (ec) {
-            std::cerr << "gen_catalogue: cannot create " << path.parent_path().string() << ": " << ec.message() << "\n";
-            return false;
-        }
-    }
-    std::filesystem::path temporary = path;
-    temporary += ".tmp";
-    {
-        std::ofstream out(temporary, std::ios::binary | std::ios::trunc);
-        out << content;
-        out.flush();
-        if (!out) {
-            std::cerr << "gen_catalogue: cannot write " << temporary.string() << "\n";
-            out.close();
-            std::filesystem::remove(temporary, ec);
-            return false;
-        }
-    }
-    std::filesystem::rename(temporary, path, ec);
-    if (ec) {
-        std::cerr << "gen_catalogue: cannot rename " << temporary.string() << " to " << path.string() << ": "
-                  << ec.message() << "\n";
-        std::filesystem::remove(temporary, ec);
+    try {
+        moxdev_tools::store_if_changed(path, content);
+        return true;
+    } catch (const std::exception& error) {
+        std::cerr << "gen_catalogue: " << error.what() << "\n";
         return false;
     }
-    return true;
 }
 
 int usage() {

@@ -14,6 +14,8 @@
 // temporary file renamed into place, so that rebuilds stay incremental and an
 // interrupted run never leaves a truncated file behind.
 
+#include "generated_file.h"
+
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
@@ -272,45 +274,15 @@ std::string source_text(const std::vector<Word>& words, const std::string& sourc
     return out.str();
 }
 
+// Writes one output; false (after a message) when it cannot be written.
 bool write_if_changed(const std::filesystem::path& path, const std::string& content) {
-    {
-        std::ifstream old(path, std::ios::binary);
-        if (old) {
-            std::ostringstream existing;
-            existing << old.rdbuf();
-            if (existing.str() == content) return true;
-        }
-    }
-    std::error_code ec;
-    if (path.has_parent_path()) {
-        std::filesystem::create_directories(path.parent_path(), ec);
-        if (ec) {
-            std::cerr << "gen_hps_descriptors: cannot create " << path.parent_path().string() << ": "
-                      << ec.message() << "\n";
-            return false;
-        }
-    }
-    std::filesystem::path temporary = path;
-    temporary += ".tmp";
-    {
-        std::ofstream out(temporary, std::ios::binary | std::ios::trunc);
-        out << content;
-        out.flush();
-        if (!out) {
-            std::cerr << "gen_hps_descriptors: cannot write " << temporary.string() << "\n";
-            out.close();
-            std::filesystem::remove(temporary, ec);
-            return false;
-        }
-    }
-    std::filesystem::rename(temporary, path, ec);
-    if (ec) {
-        std::cerr << "gen_hps_descriptors: cannot rename " << temporary.string() << " to " << path.string()
-                  << ": " << ec.message() << "\n";
-        std::filesystem::remove(temporary, ec);
+    try {
+        moxdev_tools::store_if_changed(path, content);
+        return true;
+    } catch (const std::exception& error) {
+        std::cerr << "gen_hps_descriptors: " << error.what() << "\n";
         return false;
     }
-    return true;
 }
 
 } // namespace

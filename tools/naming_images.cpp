@@ -1,4 +1,5 @@
 #include "tools/naming_images.h"
+#include "generated_file.h"
 
 #include "host/dev_catalogue_naming.h"
 #include "host/mox_common.h"
@@ -83,13 +84,6 @@ std::size_t content_count(const GRAMMAR_TABLE& table)
     for (const auto& entry : table)
         count += entry.second.size();
     return count;
-}
-
-std::vector<BYTE> read_file(const std::string& path, bool& exists)
-{
-    std::ifstream in(path, std::ios::binary);
-    exists = bool(in);
-    return exists ? std::vector<BYTE>(std::istreambuf_iterator<char>(in), {}) : std::vector<BYTE>();
 }
 
 } // namespace
@@ -277,29 +271,7 @@ std::string describe(const GRAMMAR_TABLES& tables)
 
 bool store_file(const std::string& path, const std::vector<BYTE>& bytes)
 {
-    bool exists = false;
-    if (read_file(path, exists) == bytes && exists)
-        return false;
-
-    namespace fs = std::filesystem;
-    std::error_code error;
-    const fs::path target(path);
-    if (target.has_parent_path())
-        fs::create_directories(target.parent_path(), error);
-    const std::string temporary = path + ".tmp";
-    {
-        std::ofstream out(temporary, std::ios::binary | std::ios::trunc);
-        out.write(reinterpret_cast<const char*>(bytes.data()), std::streamsize(bytes.size()));
-        out.close();
-        if (!out)
-            throw std::runtime_error("cannot write '" + temporary + "'");
-    }
-    fs::rename(temporary, target, error);
-    if (error) {
-        fs::remove(temporary, error);
-        throw std::runtime_error("cannot replace '" + path + "'");
-    }
-    return true;
+    return moxdev_tools::store_if_changed(path, std::string(bytes.begin(), bytes.end()));
 }
 
 IMAGES build_images()
