@@ -1,6 +1,7 @@
 // The moxdev command: answers, exit statuses and error lines.
 #include "test_support.h"
 
+#include <algorithm>
 #include <filesystem>
 
 using namespace moxdev_test;
@@ -39,6 +40,14 @@ TEST(Cli, ListAndGenerate)
     std::string output;
     ASSERT_EQ(moxdev("device list", output), 0) << output;
     EXPECT_NE(output.find("79 records"), std::string::npos) << output;
+    // One line per family, device or part value (the invalid one left out).
+    const std::pair<const char*, int> listings[] = {
+        {"family", DEV_FAMILY_MAX - 1}, {"device", DEV_DEVICE_MAX - 1}, {"part", DEV_PART_MAX - 1}};
+    for (const auto& [by, count] : listings) {
+        ASSERT_EQ(moxdev(std::string("device list --by ") + by, output), 0) << output;
+        EXPECT_EQ(std::count(output.begin(), output.end(), '\n'), count) << by;
+        EXPECT_NE(output.find("Generic "), std::string::npos) << by;
+    }
 
     TEMP_DIR dir;
     ASSERT_EQ(moxdev("device generate " + source_path("data/mox_dev_info.csv") + " " + dir.file("db.pcf"),
@@ -48,18 +57,52 @@ TEST(Cli, ListAndGenerate)
     EXPECT_EQ(read_bytes(dir.file("db.pcf")), read_bytes(data_path("programmer/mox_dev_info.pcf")));
 }
 
-TEST(Cli, ExitStatuses)
+TEST(Cli, HelpAndUsageErrors)
 {
     std::string output;
     EXPECT_EQ(moxdev("--help", output), 0);
     EXPECT_NE(output.find("device"), std::string::npos);
-    EXPECT_EQ(moxdev("device show --help", output), 0);
     EXPECT_EQ(moxdev("--version", output), 0);
+    EXPECT_EQ(output.rfind("moxdev ", 0), 0u) << output;
+    // Every command explains itself: a one-line description, then the usage.
+    for (const char* command :
+         {"device", "device show", "device list", "device generate", "flash", "flash list", "flash identify",
+          "flash define", "flash decode", "flash generate", "name", "opn", "type", "image", "image check",
+          "image build", "hps", "hps list", "hps add", "hps remove", "hps clear", "hps select"}) {
+        ASSERT_EQ(moxdev(std::string(command) + " --help", output), 0) << command;
+        const std::size_t usage = output.find("\nUsage: moxdev " + std::string(command) + " ");
+        EXPECT_TRUE(usage != std::string::npos && usage > 0 && output.find('\n') == usage) << output;
+    }
+
+    // Nothing at all, or a command without its subcommand: the help, on
+    // standard error, status 1.
+    EXPECT_EQ(run_command(std::string(MOXDEV_CLI) + " 2>/dev/null", output), 1);
+    EXPECT_EQ(output, "");
     EXPECT_EQ(moxdev("", output), 1);
-    EXPECT_EQ(moxdev("device show", output), 1);
-    EXPECT_EQ(moxdev("device frobnicate", output), 1);
+    EXPECT_NE(output.find("Usage: moxdev [OPTIONS] SUBCOMMAND"), std::string::npos) << output;
+    EXPECT_EQ(moxdev("hps", output), 1);
+    EXPECT_NE(output.find("Usage: moxdev hps"), std::string::npos) << output;
+
+    // Anything else is one "moxdev: " line naming the help to read.
+    for (const auto& [arguments, message] : std::vector<std::pair<std::string, std::string>>{
+             {"device show", "moxdev: NAME is required; see 'moxdev device show --help'\n"},
+             {"device frobnicate",
+              "moxdev: 'frobnicate' is not a subcommand of 'moxdev device' (show, list, generate); "
+              "see 'moxdev device --help'\n"},
+             {"flash --frob", "moxdev: '--frob' is not an option of 'moxdev flash'; see 'moxdev flash --help'\n"},
+             {"device list --by family --full",
+              "moxdev: --full excludes --by; see 'moxdev device list --help'\n"}}) {
+        EXPECT_EQ(moxdev(arguments, output), 1) << arguments;
+        EXPECT_EQ(output, message);
+    }
+    EXPECT_EQ(moxdev("device list --by shoe", output), 1);
+}
+
+TEST(Cli, ExitStatuses)
+{
+    std::string output;
     EXPECT_EQ(moxdev("device show NO_SUCH_NAME", output), 1);
-    EXPECT_NE(output.find("NO_SUCH_NAME"), std::string::npos);
+    EXPECT_EQ(output, "moxdev: no family, device or part is named 'NO_SUCH_NAME'\n");
 
     // A damaged database is an internal error: one line, status 2.
     TEMP_DIR dir;
@@ -88,9 +131,20 @@ TEST(Cli, FlashIdentifyListAndTheUserFlash)
 
     ASSERT_EQ(moxdev("flash list", output), 0) << output;
     const std::size_t usable = output.size();
+    const std::size_t count_line = output.rfind('\n', output.size() - 2) + 1;
+    const int records = std::stoi(output.substr(count_line));
     ASSERT_EQ(moxdev("flash list --all", output), 0) << output;
     EXPECT_GT(output.size(), usable);
     EXPECT_NE(output.find("MOX_ALLOW_QUAL_2GBIT (off: not usable)"), std::string::npos) << output;
+    // --full: every field of every usable record.
+    ASSERT_EQ(moxdev("flash list --full", output), 0) << output;
+    for (const char* field : MOXDEV_FLASH_FIELD_NAMES) {
+        int found = 0;
+        for (std::size_t at = output.find(std::string(" ") + field + " "); at != std::string::npos;
+             at = output.find(std::string(" ") + field + " ", at + 1))
+            ++found;
+        EXPECT_EQ(found, records) << field;
+    }
 
     // A chip defined with the dialogue becomes record 0 and wins over the
     // table for its ID.

@@ -1,6 +1,7 @@
 // moxdev flash: the serial flash database, chip identification and the user
 // flash definition.
 #include "cli.h"
+#include "cli_json.h"
 
 #include "moxdev/moxdev.h"
 
@@ -8,6 +9,7 @@
 
 #include <iostream>
 #include <streambuf>
+#include <type_traits>
 
 namespace moxdev_cli {
 
@@ -61,10 +63,43 @@ void print_record(const MOXDEV_SFL_FLASH_INFO& record)
         fmt::print("  {:<20} {}\n", field.first, field.second);
 }
 
-void flash_list(bool every_record)
+JSON record_json(const MOXDEV_SFL_FLASH_INFO& record)
+{
+    JSON fields = JSON::object();
+    moxdev_for_each_flash_field(record, [&](const char* name, MOXDEV_MANAGER_TYPE, const auto& value) {
+        using T = std::decay_t<decltype(value)>;
+        if constexpr (std::is_same_v<T, BYTE>)
+            fields[name] = unsigned(value);
+        else
+            fields[name] = value;
+    });
+    return fields;
+}
+
+void flash_list(bool every_record, bool full)
 {
     FLASH_TOOL manager(every_record);
     const MOXDEV_SFL_FLASH_INFO* records = manager.get_flash_database();
+    if (json_output) {
+        JSON entries = JSON::array();
+        for (DWORD i = 0; i < manager.get_flash_count(); ++i) {
+            const MOXDEV_SFL_FLASH_INFO& record = records[i];
+            const bool user = i == 0 && manager.has_user_record();
+            const bool switched = !user && gen_stricmp(record.ini, "NONE") != 0;
+            const std::string name = switched ? "MOX_ALLOW_" + record.ini : std::string();
+            entries.push_back({{"index", i},
+                               {"user_defined", user},
+                               {"switch", text_or_null(name)},
+                               {"usable", !switched || cfg_is_on(name, false)},
+                               {"record", record_json(record)}});
+        }
+        print_json(entries);
+        return;
+    }
+    if (full) {
+        manager.print_database();
+        return;
+    }
     fmt::print("{:>5}  {:<10} {:<16} {:<11} {:>6} {:>6}  {:<7} {}\n", "index", "maker", "device",
                "ID", "Mbit", "KiB", "default", "switch");
     for (DWORD i = 0; i < manager.get_flash_count(); ++i) {
@@ -110,9 +145,18 @@ void flash_identify(const std::vector<std::string>& words, bool silicon_id)
                          (silicon_id ? " (silicon ID)" : " (device ID: manufacturer, type, capacity)")};
     }
     const DWORD index = manager.get_flash_mapping_index(0, false);
+    const bool user = index == 0 && manager.has_user_record();
+    if (json_output) {
+        print_json({{"id_bytes", bytes},
+                    {"silicon_id", silicon_id},
+                    {"record_index", index},
+                    {"user_defined", user},
+                    {"record", record_json(manager.get_flash_database()[index])}});
+        return;
+    }
     fmt::print("{} {}: record {}{}\n", manager.sfl_get_manufacturer_name(0),
                manager.sfl_get_device_name(0), index,
-               index == 0 && manager.has_user_record() ? " (user-defined)" : "");
+               user ? " (user-defined)" : "");
     print_record(manager.get_flash_database()[index]);
 }
 
@@ -172,7 +216,8 @@ void flash_decode(const std::string& value)
     const std::string decoded = tool.decode_ini(value);
     if (decoded.empty())
         throw USER_ERROR{"not a user flash value"};
-    fmt::print("decoded: {}\n", decoded);
+    if (!json_output)
+        fmt::print("decoded: {}\n", decoded);
     const std::size_t hash = decoded.find('#');
     const std::size_t semicolon = decoded.find(';');
     if (hash == std::string::npos || semicolon == std::string::npos || semicolon < hash)
@@ -184,13 +229,24 @@ void flash_decode(const std::string& value)
 
     MOXDEV_SFL_FLASH_INFO record;
     const bool valid = tool.read_definition(definition, record);
-    print_record(record);
     const bool matches = tool.cmp_ini_password(password, definition);
-    fmt::print("fields: {}\ncheck value {}: {}\n", valid ? "valid" : "INVALID (the loader ignores it)",
-               password,
-               matches ? "matches this version" : "does NOT match this version (the loader ignores it)");
-    if (decoded.size() > semicolon + 1)
-        fmt::print("note: only the first definition of the value is used\n");
+    const bool more = decoded.size() > semicolon + 1;
+    if (json_output) {
+        print_json({{"decoded", decoded},
+                    {"record", record_json(record)},
+                    {"fields_valid", valid},
+                    {"check_value", password},
+                    {"check_value_matches", matches},
+                    {"further_definitions_ignored", more},
+                    {"accepted", valid && matches}});
+    } else {
+        print_record(record);
+        fmt::print("fields: {}\ncheck value {}: {}\n", valid ? "valid" : "INVALID (the loader ignores it)",
+                   password,
+                   matches ? "matches this version" : "does NOT match this version (the loader ignores it)");
+        if (more)
+            fmt::print("note: only the first definition of the value is used\n");
+    }
     if (!valid || !matches)
         throw USER_ERROR{"the flash manager will not use this value"};
 }
@@ -209,36 +265,38 @@ void flash_generate(const std::string& csv, const std::string& out)
 
 void add_flash_commands(CLI::App& app)
 {
-    CLI::App* flash = app.add_subcommand("flash", "Query the serial flash database, identify chips, "
-                                                  "define a user flash");
+    CLI::App* flash =
+        app.add_subcommand("flash", "Query the serial flash database, identify chips, define a user flash");
     flash->require_subcommand(1);
 
-    static bool every_record = false;
+    static bool every_record = false, full = false;
     CLI::App* list = flash->add_subcommand("list", "List the usable flash records "
                                                    "(record 0 is the user flash when one is defined)");
     list->add_flag("--all", every_record, "Also list the records whose MOX_ALLOW_ switch is off");
-    list->callback([] { flash_list(every_record); });
+    list->add_flag("--full", full, "Print every field of every record");
+    list->footer("With --json every record is given whole, so --full changes nothing.");
+    add_json_verb(list, [] { flash_list(every_record, full); });
 
     static std::vector<std::string> words;
     static bool silicon_id = false;
-    CLI::App* identify = flash->add_subcommand(
-        "identify", "Find the flash that answers with these ID bytes, e.g. 'identify 20 BA 19' "
-                    "(Read-ID bytes in read order: manufacturer, memory type, capacity)");
-    identify->add_option("BYTES", words, "ID bytes in hex")->required();
+    CLI::App* identify =
+        flash->add_subcommand("identify", "Find the flash that answers with these ID bytes, e.g. 20 BA 19");
+    identify->add_option("BYTES", words, "ID bytes in hex, e.g. 20 BA 19 or 0x20BA19")->required();
     identify->add_flag("--silicon-id", silicon_id, "Match the one-byte silicon ID instead");
-    identify->callback([] { flash_identify(words, silicon_id); });
+    identify->footer("The bytes are the Read-ID answer in read order: manufacturer, memory type, capacity.");
+    add_json_verb(identify, [] { flash_identify(words, silicon_id); });
 
     CLI::App* define = flash->add_subcommand(
-        "define", "Define up to three flash chips interactively and print the value for "
-                  "MOX_SUPPORT_EXT_SPI_DEV (answers may also come from standard input)");
+        "define", "Define up to three flash chips interactively and print the value for MOX_SUPPORT_EXT_SPI_DEV");
+    define->footer("The answers may also come from standard input, one per line.");
     define->callback([] { flash_define(); });
 
     static std::string value;
     CLI::App* decode = flash->add_subcommand(
-        "decode", "Decode a MOX_SUPPORT_EXT_SPI_DEV value, show its fields and whether this "
-                  "version accepts it");
+        "decode", "Decode a MOX_SUPPORT_EXT_SPI_DEV value: its fields and whether this version accepts it");
     decode->add_option("VALUE", value, "The encoded value")->required();
-    decode->callback([] { flash_decode(value); });
+    decode->footer("A value this version does not accept is shown, then refused with exit status 1.");
+    add_json_verb(decode, [] { flash_decode(value); });
 
     static std::string csv, out;
     CLI::App* generate = flash->add_subcommand("generate",

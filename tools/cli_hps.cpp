@@ -1,5 +1,6 @@
 // moxdev hps: the HPS descriptors and the user's NAND and SPI boot flash parts.
 #include "cli.h"
+#include "cli_json.h"
 
 #include "moxdev/moxdev.h"
 
@@ -127,11 +128,37 @@ std::string record_text(const RECORD& record)
     return text;
 }
 
+// The parameters of `record` under their names.
+template <class RECORD>
+JSON record_json(const KIND<RECORD>& kind, const RECORD& record)
+{
+    JSON fields = JSON::object();
+    for (DWORD p = 0; p < RECORD::PARAMS; ++p) {
+        const void* value = record.param[p];
+        switch (RECORD::TYPES[p]) {
+        case MOXDEV_PARAM_STRING: fields[kind.names[p]] = *static_cast<const std::string*>(value); break;
+        case MOXDEV_PARAM_BOOL: fields[kind.names[p]] = *static_cast<const bool*>(value); break;
+        case MOXDEV_PARAM_BYTE: fields[kind.names[p]] = unsigned(*static_cast<const BYTE*>(value)); break;
+        case MOXDEV_PARAM_WORD: fields[kind.names[p]] = *static_cast<const WORD*>(value); break;
+        case MOXDEV_PARAM_DWORD: fields[kind.names[p]] = *static_cast<const DWORD*>(value); break;
+        case MOXDEV_PARAM_QWORD: fields[kind.names[p]] = *static_cast<const QWORD*>(value); break;
+        }
+    }
+    return fields;
+}
+
 template <class RECORD>
 void list(const KIND<RECORD>& kind)
 {
     const auto& records = all_records(kind);
     const std::size_t users = user_records(kind).size();
+    if (json_output) {
+        JSON entries = JSON::array();
+        for (std::size_t i = 0; i < records.size(); ++i)
+            entries.push_back({{"index", i}, {"user_defined", i < users}, {"record", record_json(kind, *records[i])}});
+        print_json(entries);
+        return;
+    }
     fmt::print("{:>5}  {:<8} ", "index", "source");
     for (DWORD p = 0; p < RECORD::PARAMS; ++p)
         fmt::print("{}{}", p ? " " : "", kind.names[p]);
@@ -238,7 +265,16 @@ void select(const std::string& text)
     if (!mgr->set_current_hps(id))
         throw USER_ERROR{fmt::format("no HPS descriptor has the IDCODE 0x{:08X}", id)};
     const MOXDEV_HPS_STRUCTURE* hps = mgr->get_current_hps();
-    fmt::print("HPS descriptor {} selected by IDCODE 0x{:08X}\n", hps == &MOXDEV_HPS_DESCRIPTORS[0] ? 0 : 1, id);
+    const int descriptor = hps == &MOXDEV_HPS_DESCRIPTORS[0] ? 0 : 1;
+    if (json_output) {
+        // A word the HPS does not have is null.
+        JSON words = JSON::object();
+        for (DWORD w = 0; w < MOXDEV_HPS_WORDS; ++w)
+            words[MOXDEV_HPS_WORD_NAMES[w]] = hps->word[w] == 0xFFFFFFFFu ? JSON() : JSON(hps->word[w]);
+        print_json({{"idcode", id}, {"descriptor", descriptor}, {"words", std::move(words)}});
+        return;
+    }
+    fmt::print("HPS descriptor {} selected by IDCODE 0x{:08X}\n", descriptor, id);
     for (DWORD w = 0; w < MOXDEV_HPS_WORDS; ++w) {
         const DWORD value = hps->word[w];
         fmt::print("{:>5}  {:<40} {}\n", w, MOXDEV_HPS_WORD_NAMES[w],
@@ -273,11 +309,11 @@ void add_hps_commands(CLI::App& app)
 
     CLI::App* list_command = hps->add_subcommand("list", "List the flash parts, the user's first (marked)");
     kind_option(list_command);
-    list_command->callback([] { with_kind(kind, [](const auto& k) { list(k); }); });
+    add_json_verb(list_command, [] { with_kind(kind, [](const auto& k) { list(k); }); });
 
-    CLI::App* add_command = hps->add_subcommand(
-        "add", "Add a user flash part: each parameter is asked with its prompt and checked; a refused "
-               "answer is explained and asked again. Answers come from the terminal, standard input or --input");
+    CLI::App* add_command = hps->add_subcommand("add", "Add a user flash part, asking for each parameter");
+    add_command->footer("Each parameter is asked with its prompt and checked; a refused answer is explained and "
+                        "asked again. Answers come from the terminal, standard input or --input.");
     kind_option(add_command);
     add_command->add_option("--input", input, "Read the answers from this file, one per line");
     add_command->callback([] { with_kind(kind, [](const auto& k) { add(k, input); }); });
@@ -294,7 +330,7 @@ void add_hps_commands(CLI::App& app)
     CLI::App* select_command = hps->add_subcommand(
         "select", "Show the HPS descriptor that a JTAG IDCODE selects, word by word");
     select_command->add_option("IDCODE", id, "JTAG IDCODE in hex, e.g. 4BA00477")->required();
-    select_command->callback([] { select(id); });
+    add_json_verb(select_command, [] { select(id); });
 }
 
 } // namespace moxdev_cli

@@ -2,6 +2,7 @@
 //
 // Exit status: 0 success, 1 usage error or bad input (unknown name, missing
 // argument), 2 internal error (a damaged database or table, a broken build).
+// Every error is one line on standard error that starts with "moxdev: ".
 #include "cli.h"
 
 #include "moxdev/moxdev.h"
@@ -10,6 +11,8 @@
 #include <fmt/format.h>
 
 #include <cstdio>
+#include <exception>
+#include <iostream>
 #include <memory>
 #include <string>
 
@@ -29,15 +32,59 @@ std::string version_text()
     return text + fmt::format(" build {}", (index >> 8) & 0xFFFF);
 }
 
+// The deepest command the parser reached, and how many subcommands lead to it.
+const CLI::App* reached_command(const CLI::App& app, int& depth)
+{
+    const CLI::App* command = &app;
+    depth = 0;
+    for (std::vector<CLI::App*> parsed = command->get_subcommands(); !parsed.empty();
+         parsed = command->get_subcommands()) {
+        command = parsed.front();
+        ++depth;
+    }
+    return command;
+}
+
+// "moxdev device show" for the show command.
+std::string command_path(const CLI::App* command)
+{
+    std::string path = command->get_name();
+    for (command = command->get_parent(); command != nullptr; command = command->get_parent())
+        path = command->get_name() + " " + path;
+    return path;
+}
+
+// Reports a usage error. A command that needs a subcommand and got nothing
+// at all prints its help instead.
+void report_usage_error(const CLI::App& app, const CLI::ParseError& error, int argc, char** argv)
+{
+    int depth = 0;
+    const CLI::App* command = reached_command(app, depth);
+    const std::string path = command_path(command);
+    const bool needs_subcommand =
+        command->get_require_subcommand_min() > 0 && command->get_subcommands().empty();
+    if (needs_subcommand && argc == depth + 1) {
+        std::cerr << app.help();
+        return;
+    }
+    std::string message = error.what();
+    if (needs_subcommand && argc > depth + 1) {
+        const std::string word = argv[depth + 1];
+        std::string names;
+        for (const CLI::App* sub : command->get_subcommands([](const CLI::App*) { return true; }))
+            names += (names.empty() ? "" : ", ") + sub->get_name();
+        message = word[0] == '-' ? fmt::format("'{}' is not an option of '{}'", word, path)
+                                 : fmt::format("'{}' is not a subcommand of '{}' ({})", word, path, names);
+    }
+    std::fprintf(stderr, "moxdev: %s; see '%s --help'\n", message.c_str(), path.c_str());
+}
+
 } // namespace
 
 int main(int argc, char** argv)
 {
-    CLI::App app{"moxdev: device and configuration-flash information for FPGA/CPLD programmers.\n"
-                 "Databases are found below $MOXDEV_DEVICE_DB_DIR (default: the installed data),\n"
-                 "the part list below $MOXDEV_INSTALL_DIR.",
-                 "moxdev"};
-    app.set_version_flag("--version", version_text());
+    CLI::App app{"moxdev: device and configuration-flash information for FPGA/CPLD programmers", "moxdev"};
+    app.set_version_flag("--version", version_text(), "Print the version and build number");
     app.require_subcommand(1);
 
     moxdev_cli::add_device_commands(app);
@@ -45,13 +92,17 @@ int main(int argc, char** argv)
     moxdev_cli::add_naming_commands(app);
     moxdev_cli::add_image_commands(app);
     moxdev_cli::add_hps_commands(app);
+    // Set last, so that the commands do not inherit it.
+    app.footer("Databases are found below $MOXDEV_DEVICE_DB_DIR (default: the installed data), the part list "
+               "below $MOXDEV_INSTALL_DIR.\nExit status: 0 success, 1 usage error or bad input, 2 internal error.");
 
     try {
         app.parse(argc, argv);
-    } catch (const CLI::Success& e) {
-        return app.exit(e);
     } catch (const CLI::ParseError& e) {
-        app.exit(e);
+        // --help and --version end the parse with a "success" exception.
+        if (e.get_exit_code() == 0)
+            return app.exit(e);
+        report_usage_error(app, e, argc, argv);
         return EXIT_USAGE;
     } catch (const USER_ERROR& e) {
         std::fprintf(stderr, "moxdev: %s\n", e.message.c_str());
@@ -59,6 +110,10 @@ int main(int argc, char** argv)
     } catch (const MSG_INTERNAL_ERROR& e) {
         std::fprintf(stderr, "moxdev: internal error: %s (%s, line %d)\n",
                      e.condition().c_str(), e.unit().c_str(), e.line());
+        return EXIT_INTERNAL;
+    } catch (const std::exception& e) {
+        // Anything else the library or a verb throws is a defect too.
+        std::fprintf(stderr, "moxdev: internal error: %s\n", e.what());
         return EXIT_INTERNAL;
     }
     return 0;
