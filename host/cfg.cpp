@@ -12,7 +12,11 @@ std::string cfg_get_value(const std::string& key)
 
 VELMAR_BOOL cfg_is_on(const std::string& key, bool default_value)
 {
-    std::string value = cfg_get_value(key);
+    // Switches are asked on hot paths and mostly unset: no copy for those.
+    const char* set = std::getenv(key.c_str());
+    if (set == nullptr || *set == '\0')
+        return default_value;
+    std::string value = set;
     stl_tolower(value);
     if (value == "1" || value == "on" || value == "true" || value == "yes" || value == "y")
         return true;

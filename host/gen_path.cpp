@@ -18,7 +18,7 @@ std::string from_environment(const char* name)
     return value != nullptr ? std::string(value) : std::string();
 }
 
-std::string library_directory()
+std::string find_library_directory()
 {
     Dl_info info{};
     if (::dladdr(reinterpret_cast<void*>(&gen_get_module_fullpath), &info) == 0 ||
@@ -27,6 +27,13 @@ std::string library_directory()
     std::string path = info.dli_fname;
     const auto slash = path.find_last_of('/');
     return slash == std::string::npos ? std::string(".") : path.substr(0, slash);
+}
+
+// The library does not move while it is loaded: asked once.
+const std::string& library_directory()
+{
+    static const std::string directory = find_library_directory();
+    return directory;
 }
 
 std::string data_directory()

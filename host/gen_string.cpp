@@ -1,12 +1,18 @@
 #include "host/gen_string.h"
 
-#include <cctype>
-
 namespace {
 
+// ASCII only, whatever the process locale: names and keys are ASCII, and a
+// locale must not change how they compare.
 unsigned char fold(char c)
 {
-    return static_cast<unsigned char>(std::tolower(static_cast<unsigned char>(c)));
+    const unsigned char u = static_cast<unsigned char>(c);
+    return u >= 'A' && u <= 'Z' ? static_cast<unsigned char>(u + ('a' - 'A')) : u;
+}
+
+char upper(char c)
+{
+    return c >= 'a' && c <= 'z' ? static_cast<char>(c - ('a' - 'A')) : c;
 }
 
 bool is_white_space(char c)
@@ -40,14 +46,16 @@ void gen_remove_leading_and_trailing_white_spaces(std::string& text)
         ++begin;
     // In place, and not at all when there is nothing to remove: names are
     // trimmed on every lookup.
-    text.erase(end);
-    text.erase(0, begin);
+    if (end < text.size())
+        text.erase(end);
+    if (begin > 0)
+        text.erase(0, begin);
 }
 
 void stl_toupper(std::string& text)
 {
     for (char& c : text)
-        c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+        c = upper(c);
 }
 
 void stl_tolower(std::string& text)

@@ -74,6 +74,23 @@ std::array<DWORD, 256> crc32_msb_table(DWORD polynomial)
     return table;
 }
 
+// Tables for eight bytes at a step: slice[k][b] is the register update for
+// byte b followed by k zero bytes.
+struct CRC32_SLICES {
+    std::array<std::array<DWORD, 256>, 8> slice;
+
+    explicit CRC32_SLICES(DWORD polynomial)
+    {
+        slice[0] = crc32_msb_table(polynomial);
+        for (std::size_t k = 1; k < 8; ++k) {
+            for (DWORD byte = 0; byte < 256; ++byte) {
+                const DWORD previous = slice[k - 1][byte];
+                slice[k][byte] = (previous << 8) ^ slice[0][previous >> 24];
+            }
+        }
+    }
+};
+
 } // namespace
 
 DWORD MOX_COMMON::msb_calculate_crc32(const BYTE* data, DWORD start_bit, DWORD bit_count,
@@ -85,9 +102,18 @@ DWORD MOX_COMMON::msb_calculate_crc32(const BYTE* data, DWORD start_bit, DWORD b
     // Whole bytes go through a table; odd bits at either end one at a time.
     if (msb_first && bit % 8 == 0 && end - bit >= 8) {
         static const DWORD cached_polynomial = 0x04C11DB7u;
-        static const std::array<DWORD, 256> cached = crc32_msb_table(cached_polynomial);
+        static const CRC32_SLICES cached(cached_polynomial);
+        if (polynomial == cached_polynomial) {
+            const auto& t = cached.slice;
+            for (; end - bit >= 64; bit += 64) {
+                const BYTE* b = &data[bit / 8];
+                crc ^= DWORD(b[0]) << 24 | DWORD(b[1]) << 16 | DWORD(b[2]) << 8 | DWORD(b[3]);
+                crc = t[7][crc >> 24] ^ t[6][(crc >> 16) & 0xFF] ^ t[5][(crc >> 8) & 0xFF] ^
+                      t[4][crc & 0xFF] ^ t[3][b[4]] ^ t[2][b[5]] ^ t[1][b[6]] ^ t[0][b[7]];
+            }
+        }
         const std::array<DWORD, 256> table =
-            polynomial == cached_polynomial ? cached : crc32_msb_table(polynomial);
+            polynomial == cached_polynomial ? cached.slice[0] : crc32_msb_table(polynomial);
         for (; end - bit >= 8; bit += 8)
             crc = (crc << 8) ^ table[((crc >> 24) ^ data[bit / 8]) & 0xFF];
     }

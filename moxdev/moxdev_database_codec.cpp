@@ -268,7 +268,7 @@ BYTE* MOXDEV_DATABASE_CODEC::decompress_data(BYTE* data, DWORD decompressed_coun
     CODEC_CHECK(decompressed_count > 0 && original_count > 0);
     CODEC_CHECK_MSG(QWORD(original_count) <= QWORD(decompressed_count) * MAX_INFLATE_RATIO,
                     "announced payload size exceeds what the compressed data can hold");
-    std::unique_ptr<BYTE[]> decompressed_data(new BYTE[original_count]());
+    std::unique_ptr<BYTE[]> decompressed_data(new BYTE[original_count]);
     DWORD new_dcmp_size = original_count;
     CODEC_CHECK_MSG(zlib_uncompress(decompressed_data.get(), &new_dcmp_size, data,
                                     decompressed_count) == ZLIB_OK,
@@ -286,28 +286,26 @@ MOXDEV_DATABASE_CODEC::read_database_file(const FIO_PATH& path, const char* file
 {
     const std::string name = path.fullpath();
     FIO_STAT stat_info;
-    CODEC_CHECK_MSG(FIO_FILE_SYSTEM::exists(name.c_str()) &&
-                        FIO_FILE_SYSTEM::status(name.c_str(), &stat_info),
+    CODEC_CHECK_MSG(FIO_FILE_SYSTEM::status(name.c_str(), &stat_info),
+                    // One query: status() fails exactly where exists() would.
                     std::string("FIO_FILE_SYSTEM::exists(") + file_variable +
                         ".fullpath().c_str()) && FIO_FILE_SYSTEM::status(" + file_variable +
                         ".fullpath().c_str(), &stat_info)");
-    std::ifstream input(name, std::ios::binary);
-    CODEC_CHECK(input.good());
+    std::unique_ptr<std::FILE, int (*)(std::FILE*)> input(std::fopen(name.c_str(), "rb"), &std::fclose);
+    CODEC_CHECK_MSG(input != nullptr, "input.good()");
     const QWORD file_size = stat_info.size;
     CODEC_CHECK(file_size > (8 + 32 + 4 + 2));
     CODEC_CHECK_MSG(file_size <= 0xFFFFFFFFull, "database file exceeds 4 GiB");
 
-    std::vector<BYTE> file(static_cast<std::size_t>(file_size));
-    input.read(reinterpret_cast<char*>(file.data()), std::streamsize(file.size()));
-    CODEC_CHECK_MSG(input.good() && std::size_t(input.gcount()) == file.size(), "input.good()");
+    std::unique_ptr<BYTE[]> file(new BYTE[static_cast<std::size_t>(file_size)]);
+    const std::size_t got = std::fread(file.get(), 1, static_cast<std::size_t>(file_size), input.get());
+    CODEC_CHECK_MSG(got == file_size, "input.good()");
 
     // The magic is compared byte by byte; a mismatch quotes the whole chain.
+    const bool magic_ok = std::memcmp(file.get(), magic, MOXDEV_DB_MAGIC_SIZE) == 0;
     std::string chain;
-    bool magic_ok = true;
-    for (DWORD i = 0; i < MOXDEV_DB_MAGIC_SIZE; ++i) {
+    for (DWORD i = 0; !magic_ok && i < MOXDEV_DB_MAGIC_SIZE; ++i)
         chain += std::string(i ? " && " : "") + "data[index++] == '" + magic[i] + "'";
-        magic_ok = magic_ok && file[i] == BYTE(magic[i]);
-    }
     CODEC_CHECK_MSG(magic_ok, chain);
 
     // Both readers quote the device identifier's name in the length check.

@@ -9,11 +9,11 @@
 #include "host/zlib_wrapper.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <memory>
 #include <string_view>
-#include <unordered_set>
 
 namespace {
 
@@ -23,6 +23,8 @@ constexpr DWORD CRC_SIZE = 4;
 // zlib inflates at most about 1032 bytes from one compressed byte; an image
 // claiming more cannot be honest and is refused before allocating for it.
 constexpr QWORD MAX_INFLATE_RATIO = 1032;
+// Zero bytes kept past an inflated image.
+constexpr DWORD IMAGE_PADDING = 100;
 
 // ---------------------------------------------------------------- frame
 
@@ -51,9 +53,11 @@ IMAGE inflate_image(const BYTE* compressed, DWORD cmp_length, DWORD length, cons
     MOXDEV_ASSERT_MSG(compressed != nullptr && QWORD(length) <= QWORD(cmp_length) * MAX_INFLATE_RATIO,
                       "image length exceeds what its compressed data can hold");
     IMAGE image;
-    const DWORD capacity = length + 100;
+    const DWORD capacity = length + IMAGE_PADDING;
     MOXDEV_ASSERT_MSG(capacity > length, "image length exceeds what its compressed data can hold");
-    image.data.reset(new BYTE[capacity]());
+    // Only the padding needs zeroing: inflation fills the rest, or fails.
+    image.data.reset(new BYTE[capacity]);
+    std::memset(&image.data[length], 0, IMAGE_PADDING);
     DWORD data_size = capacity;
     MOXDEV_ASSERT_MSG(zlib_uncompress(image.data.get(), &data_size, compressed, cmp_length) == ZLIB_OK,
                       texts.uncompress);
@@ -79,17 +83,51 @@ struct ENTRY {
     DWORD key;   // offset of the key in the image
     DWORD first; // offset of its first name; the others follow it in the image
     DWORD count;
+
+    // The key's terminating zero sits just before the first name.
+    DWORD key_length() const { return first - key - 1; }
 };
 
-// A name's first listing in key order: the name and the entry that lists it.
-struct SLOT {
-    DWORD name = INVALID_DWORD;
-    DWORD entry = INVALID_DWORD;
+// How an index slot packs a name's first listing into 64 bits: the offset of
+// the name in the low bits, then the offset of the smallest key that lists
+// it, then, in the bits left over, a tag (the same bits of the name's hash)
+// that settles almost every mismatch without reading the name. Both texts
+// are reachable from the slot alone, so a lookup reads them side by side. A
+// zero slot is free: no name starts at offset 0, where the magic is.
+struct SLOT_LAYOUT {
+    unsigned offset_bits = 32;
+    std::uint64_t tag_mask = 0;
+
+    static unsigned width(std::uint64_t value)
+    {
+        unsigned bits = 1;
+        while (bits < 64 && (value >> bits) != 0)
+            ++bits;
+        return bits;
+    }
+
+    // For texts below offset `image_size`.
+    static SLOT_LAYOUT fitting(DWORD image_size)
+    {
+        SLOT_LAYOUT layout;
+        layout.offset_bits = width(image_size);
+        const unsigned used = 2 * layout.offset_bits;
+        layout.tag_mask = used >= 64 ? 0 : ~((std::uint64_t(1) << used) - 1);
+        return layout;
+    }
+
+    std::uint64_t offset_mask() const { return (std::uint64_t(1) << offset_bits) - 1; }
+    std::uint64_t pack(DWORD name, DWORD key, std::uint64_t hash) const
+    {
+        return std::uint64_t(name) | std::uint64_t(key) << offset_bits | (hash & tag_mask);
+    }
+    DWORD name(std::uint64_t slot) const { return DWORD(slot & offset_mask()); }
+    DWORD key(std::uint64_t slot) const { return DWORD((slot >> offset_bits) & offset_mask()); }
 };
 
 struct TABLE {
-    std::vector<ENTRY> entries; // ascending key order
-    std::vector<SLOT> slots;    // open addressing
+    std::vector<ENTRY> entries;       // ascending key order
+    std::vector<std::uint64_t> slots; // open addressing, linear probing
 };
 
 // The decoded grammar image. Names stay in the image, where each entry's
@@ -99,30 +137,134 @@ struct TABLE {
 struct GRAMMAR {
     IMAGE image;
     std::array<TABLE, TABLE_COUNT> tables;
+    SLOT_LAYOUT layout;
 
     const char* text(DWORD offset) const { return reinterpret_cast<const char*>(&image.data[offset]); }
 
-    // Calls visit(offset) for each name of `entry`, in image order.
+    // Whether the name at `offset` is `name`, read no further than the first
+    // difference (a name containing a zero byte is no name of the image).
+    bool is_name(DWORD offset, std::string_view name) const
+    {
+        const char* listed = text(offset);
+        for (std::size_t i = 0; i < name.size(); ++i) {
+            if (listed[i] != name[i] || listed[i] == 0)
+                return false;
+        }
+        return listed[name.size()] == 0;
+    }
+
+    // Calls visit(name) for each name of `entry`, in image order.
     template <class VISIT>
     void for_each_name(const ENTRY& entry, VISIT visit) const
     {
         DWORD offset = entry.first;
         for (DWORD i = 0; i < entry.count; ++i) {
-            visit(offset);
-            offset += DWORD(std::strlen(text(offset))) + 1;
+            const std::string_view name(text(offset));
+            visit(name);
+            offset += DWORD(name.size()) + 1;
         }
     }
 };
 
-std::uint32_t hash_of(std::string_view text)
+std::uint64_t hash_of(std::string_view text)
 {
-    std::uint32_t hash = 2166136261u;
-    for (unsigned char c : text)
-        hash = (hash ^ c) * 16777619u;
-    return hash;
+    return moxdev_name_hash(text);
 }
 
-GRAMMAR parse_grammar(const BYTE* compressed, DWORD cmp_length, DWORD length)
+std::size_t home_slot(std::uint64_t hash, std::size_t capacity)
+{
+    return moxdev_home_slot(hash, capacity);
+}
+
+// Tells whether a name has been seen since the last clear(), by the name and
+// its hash. A few names are only listed; past that they go into a hash set
+// that empties in constant time (a slot counts only while it carries the
+// current stamp).
+class DISTINCT_NAMES {
+public:
+    void clear() { m_listed = 0; }
+
+    // False when `name` was seen already.
+    bool insert(std::string_view name, std::uint64_t hash)
+    {
+        if (m_listed < LISTED) {
+            for (std::size_t i = 0; i < m_listed; ++i) {
+                if (m_list[i].hash == hash && m_list[i].text == name)
+                    return false;
+            }
+            m_list[m_listed++] = NAME{name, hash};
+            if (m_listed == LISTED) {
+                start_set();
+                for (const NAME& listed : m_list)
+                    add(listed);
+            }
+            return true;
+        }
+        return add(NAME{name, hash});
+    }
+
+private:
+    static constexpr std::size_t LISTED = 16;
+
+    struct NAME {
+        std::string_view text;
+        std::uint64_t hash;
+    };
+    struct SLOT {
+        NAME name;
+        DWORD stamp = 0;
+    };
+
+    void start_set()
+    {
+        m_count = 0;
+        if (++m_stamp == 0) {
+            m_slots.assign(m_slots.size(), SLOT{});
+            m_stamp = 1;
+        }
+    }
+
+    bool add(const NAME& name)
+    {
+        if (2 * (m_count + 1) > m_slots.size())
+            grow();
+        const std::size_t mask = m_slots.size() - 1;
+        for (std::size_t s = std::size_t(name.hash) & mask;; s = (s + 1) & mask) {
+            SLOT& slot = m_slots[s];
+            if (slot.stamp != m_stamp) {
+                slot = SLOT{name, m_stamp};
+                ++m_count;
+                return true;
+            }
+            if (slot.name.hash == name.hash && slot.name.text == name.text)
+                return false;
+        }
+    }
+
+    void grow()
+    {
+        std::vector<SLOT> old(std::max<std::size_t>(64, 2 * m_slots.size()));
+        old.swap(m_slots);
+        const DWORD stamp = m_stamp;
+        m_stamp = 1;
+        m_count = 0;
+        for (const SLOT& slot : old) {
+            if (slot.stamp == stamp)
+                add(slot.name);
+        }
+    }
+
+    std::array<NAME, LISTED> m_list;
+    std::size_t m_listed = 0;
+    std::vector<SLOT> m_slots; // a power of two of them
+    std::size_t m_count = 0;
+    DWORD m_stamp = 1;
+};
+
+// Decodes and checks an image. With `hashes`, also returns the hash of every
+// name in image order, for indexing.
+GRAMMAR parse_grammar(const BYTE* compressed, DWORD cmp_length, DWORD length,
+                      std::vector<std::uint64_t>* hashes = nullptr)
 {
     GRAMMAR grammar;
     grammar.image = inflate_image(compressed, cmp_length, length, GRAMMAR_TEXTS);
@@ -130,12 +272,13 @@ GRAMMAR parse_grammar(const BYTE* compressed, DWORD cmp_length, DWORD length)
     // In the body checks data_size is the image without its CRC.
     const DWORD data_size = grammar.image.size - CRC_SIZE;
 
+    // Returns the offset of the string at `index` and moves past its zero.
     auto read_string = [&](DWORD& index) {
         MOXDEV_ASSERT(index < data_size);
         MOXDEV_ASSERT(data[index] != 0);
         const DWORD start = index;
-        while (index < data_size && data[index] != 0)
-            ++index;
+        const void* end = std::memchr(&data[index], 0, data_size - index);
+        index = end != nullptr ? DWORD(static_cast<const BYTE*>(end) - data) : data_size;
         MOXDEV_ASSERT(index < data_size && data[index] == 0);
         ++index;
         MOXDEV_ASSERT(index < data_size);
@@ -144,8 +287,8 @@ GRAMMAR parse_grammar(const BYTE* compressed, DWORD cmp_length, DWORD length)
 
     DWORD pointer_index = 0;
     DWORD index = MAGIC_SIZE;
-    std::unordered_set<std::string_view> keys;
-    std::vector<DWORD> contents; // the names of the entry being read
+    DISTINCT_NAMES keys;     // of the table being read
+    DISTINCT_NAMES contents; // of the entry being read
     while (index < data_size) {
         MOXDEV_ASSERT(pointer_index < DWORD(MOXDEV_DDB_GRAMMAR_ENUM::MAX));
         TABLE& table = grammar.tables[pointer_index];
@@ -155,18 +298,20 @@ GRAMMAR parse_grammar(const BYTE* compressed, DWORD cmp_length, DWORD length)
         contents.clear();
         while (data[index] != 0) {
             const DWORD name = read_string(index);
-            const std::string_view content(grammar.text(name));
+            const std::string_view content(grammar.text(name), index - 1 - name);
             MOXDEV_ASSERT_MSG(!content.empty(), "content.size()");
-            for (DWORD other : contents)
-                MOXDEV_ASSERT_MSG(content != grammar.text(other),
-                                  "std::find(contents.begin(), contents.end(), content) == contents.end()");
-            contents.push_back(name);
+            const std::uint64_t hash = hash_of(content);
+            MOXDEV_ASSERT_MSG(contents.insert(content, hash),
+                              "std::find(contents.begin(), contents.end(), content) == contents.end()");
+            if (hashes != nullptr)
+                hashes->push_back(hash);
             ++entry.count;
         }
         MOXDEV_ASSERT_MSG(entry.count > 0, "contents.size()");
         ++index;
         MOXDEV_ASSERT(index < data_size);
-        MOXDEV_ASSERT_MSG(keys.insert(grammar.text(key)).second, "map->find(key) == map->end()");
+        const std::string_view key_text(grammar.text(key), entry.key_length());
+        MOXDEV_ASSERT_MSG(keys.insert(key_text, hash_of(key_text)), "map->find(key) == map->end()");
         table.entries.push_back(entry);
 
         if (data[index] == 0) {
@@ -179,49 +324,83 @@ GRAMMAR parse_grammar(const BYTE* compressed, DWORD cmp_length, DWORD length)
     return grammar;
 }
 
-// Puts each table in key order and indexes its names.
-void index_grammar(GRAMMAR& grammar)
+// Puts each table in key order and indexes its names; `hashes` holds the
+// hash of every name in image order.
+void index_grammar(GRAMMAR& grammar, const std::vector<std::uint64_t>& hashes)
 {
+    grammar.layout = SLOT_LAYOUT::fitting(grammar.image.size);
+    const SLOT_LAYOUT& layout = grammar.layout;
+
+    auto by_key = [&](const ENTRY& a, const ENTRY& b) {
+        return std::string_view(grammar.text(a.key), a.key_length()) <
+               std::string_view(grammar.text(b.key), b.key_length());
+    };
+    std::size_t ordinal = 0; // of the table's first name in image order
     for (TABLE& table : grammar.tables) {
-        std::sort(table.entries.begin(), table.entries.end(), [&](const ENTRY& a, const ENTRY& b) {
-            return std::strcmp(grammar.text(a.key), grammar.text(b.key)) < 0;
-        });
+        // The images are written in key order; sorting is for other ones,
+        // whose names are then hashed again in the new order.
+        const bool in_image_order = std::is_sorted(table.entries.begin(), table.entries.end(), by_key);
+        if (!in_image_order)
+            std::sort(table.entries.begin(), table.entries.end(), by_key);
+        table.entries.shrink_to_fit();
         std::size_t listed = 0;
         for (const ENTRY& entry : table.entries)
             listed += entry.count;
         // A quarter of the slots stay free, which keeps probe runs short.
         const std::size_t capacity = listed + listed / 3 + 1;
-        table.slots.assign(capacity, SLOT{});
-        for (DWORD e = 0; e < table.entries.size(); ++e) {
-            grammar.for_each_name(table.entries[e], [&](DWORD offset) {
-                const std::string_view name(grammar.text(offset));
+        table.slots.assign(capacity, 0);
+        std::size_t next = ordinal;
+        for (const ENTRY& entry : table.entries) {
+            grammar.for_each_name(entry, [&](std::string_view name) {
+                const std::uint64_t hash = in_image_order ? hashes[next++] : hash_of(name);
+                const std::uint64_t tag = hash & layout.tag_mask;
                 // Entries are visited in key order, so the first listing kept
                 // is the one under the smallest key.
-                for (std::size_t s = hash_of(name) % capacity;; s = (s + 1) % capacity) {
-                    SLOT& slot = table.slots[s];
-                    if (slot.name == INVALID_DWORD) {
-                        slot = SLOT{offset, e};
+                for (std::size_t s = home_slot(hash, capacity);; s = s + 1 == capacity ? 0 : s + 1) {
+                    std::uint64_t& slot = table.slots[s];
+                    if (slot == 0) {
+                        slot = layout.pack(DWORD(name.data() - grammar.text(0)), entry.key, hash);
                         break;
                     }
-                    if (name == grammar.text(slot.name))
+                    if ((slot & layout.tag_mask) == tag && grammar.is_name(layout.name(slot), name))
                         break;
                 }
             });
         }
+        ordinal += listed;
     }
+}
+
+// The compiled-in grammar, decoded and indexed.
+std::unique_ptr<const GRAMMAR> build_grammar()
+{
+    std::vector<std::uint64_t> hashes;
+    // About one name per fifteen bytes of image; more only cost a reallocation.
+    hashes.reserve(MOXDDB_GRAMMAR_LENGTH / 12);
+    auto grammar = std::make_unique<GRAMMAR>(
+        parse_grammar(MOXDDB_GRAMMAR_DATA, MOXDDB_GRAMMAR_CMP_LENGTH, MOXDDB_GRAMMAR_LENGTH, &hashes));
+    index_grammar(*grammar, hashes);
+    return grammar;
 }
 
 const GRAMMAR* grammar_manager()
 {
     // Decoded once, on first use, under the language's guarded initialisation;
     // a failed decode leaves nothing behind and is repeated by the next call.
-    static const std::unique_ptr<const GRAMMAR> mgr = [] {
-        auto grammar = std::make_unique<GRAMMAR>(
-            parse_grammar(MOXDDB_GRAMMAR_DATA, MOXDDB_GRAMMAR_CMP_LENGTH, MOXDDB_GRAMMAR_LENGTH));
-        index_grammar(*grammar);
-        return grammar;
-    }();
+    static const std::unique_ptr<const GRAMMAR> mgr = build_grammar();
     return mgr.get();
+}
+
+MOXDEV_GRAMMAR_FOOTPRINT footprint_of(const GRAMMAR& grammar)
+{
+    MOXDEV_GRAMMAR_FOOTPRINT footprint;
+    footprint.image = grammar.image.size + IMAGE_PADDING;
+    for (const TABLE& table : grammar.tables) {
+        footprint.entries += table.entries.capacity() * sizeof(ENTRY);
+        footprint.slots += table.slots.capacity() * sizeof(std::uint64_t);
+    }
+    footprint.structure = sizeof(GRAMMAR);
+    return footprint;
 }
 
 // The caller's name, trimmed and upper-cased in place. The queries promise
@@ -229,8 +408,17 @@ const GRAMMAR* grammar_manager()
 std::string& normalise(const std::string& name)
 {
     std::string& text = const_cast<std::string&>(name);
-    gen_remove_leading_and_trailing_white_spaces(text);
-    stl_toupper(text);
+    // Names mostly arrive normalised already; one look tells, and spares the
+    // calls. Any control character or blank at either end counts as white.
+    const bool blank_ends = !text.empty() && (static_cast<unsigned char>(text.front()) <= ' ' ||
+                                              static_cast<unsigned char>(text.back()) <= ' ');
+    bool lower_case = false;
+    for (char c : text)
+        lower_case |= c >= 'a' && c <= 'z';
+    if (blank_ends)
+        gen_remove_leading_and_trailing_white_spaces(text);
+    if (lower_case)
+        stl_toupper(text);
     return text;
 }
 
@@ -241,13 +429,16 @@ std::string reverse_lookup(MOXDEV_DDB_GRAMMAR_ENUM type, const std::string& name
     MOXDEV_ASSERT(type < MOXDEV_DDB_GRAMMAR_ENUM::MAX);
     const std::string_view text = normalise(name);
     const TABLE& table = mgr->tables[DWORD(type)];
+    const SLOT_LAYOUT& layout = mgr->layout;
+    const std::uint64_t hash = hash_of(text);
+    const std::uint64_t tag = hash & layout.tag_mask;
     const std::size_t capacity = table.slots.size();
-    for (std::size_t s = hash_of(text) % capacity;; s = (s + 1) % capacity) {
-        const SLOT& slot = table.slots[s];
-        if (slot.name == INVALID_DWORD)
+    for (std::size_t s = home_slot(hash, capacity);; s = s + 1 == capacity ? 0 : s + 1) {
+        const std::uint64_t slot = table.slots[s];
+        if (slot == 0)
             return std::string();
-        if (text == mgr->text(slot.name))
-            return mgr->text(table.entries[slot.entry].key);
+        if ((slot & layout.tag_mask) == tag && mgr->is_name(layout.name(slot), text))
+            return std::string(mgr->text(layout.key(slot)));
     }
 }
 
@@ -263,7 +454,7 @@ std::vector<std::string> part_configuration_list(const std::string& name)
         [&](const ENTRY& e, const std::string& k) { return std::strcmp(mgr->text(e.key), k.c_str()) < 0; });
     std::vector<std::string> list;
     if (entry != mapping->entries.end() && key == mgr->text(entry->key))
-        mgr->for_each_name(*entry, [&](DWORD offset) { list.emplace_back(mgr->text(offset)); });
+        mgr->for_each_name(*entry, [&](std::string_view name) { list.emplace_back(name); });
     return list;
 }
 
@@ -316,7 +507,7 @@ MOXDEV_GRAMMAR_TABLES moxdev_decode_grammar_image(const BYTE* data, DWORD cmp_le
     for (DWORD t = 0; t < TABLE_COUNT; ++t) {
         for (const ENTRY& entry : grammar.tables[t].entries) {
             std::vector<std::string>& names = tables[t][grammar.text(entry.key)];
-            grammar.for_each_name(entry, [&](DWORD offset) { names.emplace_back(grammar.text(offset)); });
+            grammar.for_each_name(entry, [&](std::string_view name) { names.emplace_back(name); });
         }
     }
     return tables;
@@ -335,6 +526,20 @@ const std::vector<DWORD>& moxdev_opn_table()
     return *mgr;
 }
 
+MOXDEV_GRAMMAR_FOOTPRINT moxdev_decode_grammar_fresh(std::shared_ptr<const void>* keep)
+{
+    std::shared_ptr<const GRAMMAR> grammar = build_grammar();
+    const MOXDEV_GRAMMAR_FOOTPRINT footprint = footprint_of(*grammar);
+    if (keep != nullptr)
+        *keep = std::move(grammar);
+    return footprint;
+}
+
+MOXDEV_GRAMMAR_FOOTPRINT moxdev_grammar_footprint()
+{
+    return footprint_of(*grammar_manager());
+}
+
 // ---------------------------------------------------------------- queries
 
 namespace {
@@ -344,7 +549,8 @@ namespace {
 template <class TEXT>
 void print_grammar_debug(TEXT text)
 {
-    if (cfg_is_on("MOXDEV_ENABLE_GRAMMAR_DEBUG", false)) {
+    static const std::string key = "MOXDEV_ENABLE_GRAMMAR_DEBUG";
+    if (cfg_is_on(key, false)) {
         std::fputs(text().c_str(), stdout);
         std::fflush(stdout);
     }

@@ -27,6 +27,95 @@ constexpr int PART_LIST_LINE_LIMIT = 10240;
 const char* const MISSING_FAMILY_RECIPIENTS = "device-support@velmar.example";
 const char* const MISSING_FAMILY_SUBJECT = "moxdev: family missing from the device information table";
 
+// The values an enumeration without a fixed underlying type can hold run
+// from 0 to all bits of its largest enumerator set.
+constexpr DWORD enumeration_mask(DWORD largest)
+{
+    DWORD mask = 0;
+    while (mask < largest)
+        mask = mask << 1 | 1;
+    return mask;
+}
+
+// Reads one field straight from the payload when it is well formed and lies
+// inside it, and otherwise leaves `index` alone and returns false: the caller
+// then reads the field with the codec's checked reader, which reports the
+// fault as it always has. For the codec's registered buffer only, once a
+// checked read has confirmed it; strings may be empty.
+struct FIELD_READER {
+    const BYTE* data;
+    DWORD size;
+
+    bool has(DWORD index, DWORD count) const { return index <= size && count <= size - index; }
+
+    bool string(DWORD& index, std::string& out) const
+    {
+        if (!has(index, 2) || (data[index] != MOXDEV_MANAGER_DEVID_STR && data[index] != MOXDEV_MANAGER_STRING))
+            return false;
+        const DWORD length = data[index + 1];
+        if (!has(index + 2, length))
+            return false;
+        out.clear();
+        out.append(reinterpret_cast<const char*>(&data[index + 2]), length);
+        index += 2 + length;
+        return true;
+    }
+    bool boolean(DWORD& index, bool& out) const
+    {
+        if (!has(index, 2) || data[index] != MOXDEV_MANAGER_BOOL || data[index + 1] > 1)
+            return false;
+        out = data[index + 1] == 1;
+        index += 2;
+        return true;
+    }
+    bool byte(DWORD& index, BYTE& out) const
+    {
+        if (!has(index, 2) || data[index] != MOXDEV_MANAGER_BYTE)
+            return false;
+        out = data[index + 1];
+        index += 2;
+        return true;
+    }
+    bool word(DWORD& index, WORD& out) const
+    {
+        if (!has(index, 3) || data[index] != MOXDEV_MANAGER_WORD)
+            return false;
+        out = WORD(data[index + 1] | data[index + 2] << 8);
+        index += 3;
+        return true;
+    }
+    bool dword(DWORD& index, DWORD& out) const
+    {
+        if (!has(index, 5) || (data[index] != MOXDEV_MANAGER_DEVID_ENUM && data[index] != MOXDEV_MANAGER_DWORD &&
+                               data[index] != MOXDEV_MANAGER_ENUM))
+            return false;
+        out = little_endian(&data[index + 1]);
+        index += 5;
+        return true;
+    }
+    static DWORD little_endian(const BYTE* bytes)
+    {
+        return DWORD(bytes[0]) | DWORD(bytes[1]) << 8 | DWORD(bytes[2]) << 16 | DWORD(bytes[3]) << 24;
+    }
+};
+
+// Fills `table` with consecutive little-endian DWORDs: straight from the
+// payload when they all lie inside it, else one by one through `read`, the
+// codec's checked reader, which reports where the payload ends.
+template <class READ>
+void read_table(const FIELD_READER& payload, DWORD& index, std::vector<DWORD>& table, READ read)
+{
+    if (!payload.has(index, 0) || QWORD(payload.size - index) < QWORD(table.size()) * 4) {
+        for (DWORD& entry : table)
+            entry = read();
+        return;
+    }
+    for (DWORD& entry : table) {
+        entry = FIELD_READER::little_endian(&payload.data[index]);
+        index += 4;
+    }
+}
+
 // Encoded size of one cell of the given type (tag byte included).
 DWORD encoded_cell_size(MOXDEV_MANAGER_TYPE type, const std::string& cell)
 {
@@ -121,23 +210,48 @@ void MOXDEV_DEV_INFO_MANAGER::get_database(BYTE* data, DWORD& index, DWORD recor
 {
     MOXDEV_ASSERT_MSG(m_device_database != nullptr && record < m_device_database->size(),
                       "record < m_device_count");
+    // The payload was registered and checked by the first read of the parse.
+    const FIELD_READER payload{data, buffer_size()};
+    // The position stays in a register; the checked readers work on a copy.
+    DWORD at = index;
+    auto checked = [&](auto read) {
+        DWORD position = at;
+        read(position);
+        at = position;
+    };
     moxdev_for_each_device_field((*m_device_database)[record], [&](const char*, MOXDEV_MANAGER_TYPE,
                                                                    auto& value) {
         using T = std::decay_t<decltype(value)>;
         if constexpr (std::is_same_v<T, std::string>) {
-            get_string_data(data, index, true, &value);
+            if (!payload.string(at, value))
+                checked([&](DWORD& i) { get_string_data(data, i, true, &value); });
         } else if constexpr (std::is_same_v<T, bool>) {
-            get_bool_data(data, index, &value);
+            if (!payload.boolean(at, value))
+                checked([&](DWORD& i) { get_bool_data(data, i, &value); });
         } else if constexpr (std::is_same_v<T, BYTE>) {
-            get_byte_data(data, index, &value);
+            if (!payload.byte(at, value))
+                checked([&](DWORD& i) { get_byte_data(data, i, &value); });
         } else if constexpr (std::is_same_v<T, WORD>) {
-            get_word_data(data, index, &value);
+            if (!payload.word(at, value))
+                checked([&](DWORD& i) { get_word_data(data, i, &value); });
         } else {
             DWORD raw = 0;
-            get_dword_data(data, index, &raw);
+            if (!payload.dword(at, raw))
+                checked([&](DWORD& i) { get_dword_data(data, i, &raw); });
+            if constexpr (std::is_enum_v<T>) {
+                static_assert(std::is_same_v<T, DEV_FAMILY_ENUM> || std::is_same_v<T, DEV_DEVICE_ENUM>);
+                // A value beyond the enumeration's bound is kept (the searches
+                // report it), but one the enumeration cannot hold at all would
+                // make the record itself invalid.
+                const DWORD largest = std::is_same_v<T, DEV_FAMILY_ENUM> ? DWORD(DEV_FAMILY_MAX)
+                                                                          : DWORD(DEV_DEVICE_MAX);
+                MOXDEV_ASSERT_MSG(raw <= enumeration_mask(largest),
+                                  "catalogue value does not fit its enumeration");
+            }
             value = static_cast<T>(raw);
         }
     });
+    index = at;
 }
 
 void MOXDEV_DEV_INFO_MANAGER::get_table(BYTE* data, DWORD& index)
@@ -146,24 +260,23 @@ void MOXDEV_DEV_INFO_MANAGER::get_table(BYTE* data, DWORD& index)
                           m_device_table != nullptr && m_part_table != nullptr,
                       "m_device_database != NULL && m_family_table != NULL && "
                       "m_device_table != NULL && m_part_table != NULL");
+    // The payload was registered and checked by the first read of the parse.
+    const FIELD_READER payload{data, buffer_size()};
 
     MOXDEV_ASSERT_MSG(get_byte(data, index) == MOXDEV_MANAGER_FAMILY_TBL,
                       "data[index++] == MOXDEV_MANAGER_FAMILY_TBL");
     MOXDEV_ASSERT(get_dword(data, index) == DWORD(DEV_FAMILY_MAX));
-    for (DWORD& entry : *m_family_table)
-        entry = get_dword(data, index);
+    read_table(payload, index, *m_family_table, [&] { return get_dword(data, index); });
 
     MOXDEV_ASSERT_MSG(get_byte(data, index) == MOXDEV_MANAGER_DEVICE_TBL,
                       "data[index++] == MOXDEV_MANAGER_DEVICE_TBL");
     MOXDEV_ASSERT(get_dword(data, index) == DWORD(DEV_DEVICE_MAX));
-    for (DWORD& entry : *m_device_table)
-        entry = get_dword(data, index);
+    read_table(payload, index, *m_device_table, [&] { return get_dword(data, index); });
 
     MOXDEV_ASSERT_MSG(get_byte(data, index) == MOXDEV_MANAGER_PART_TBL,
                       "data[index++] == MOXDEV_MANAGER_PART_TBL");
     MOXDEV_ASSERT(get_dword(data, index) == DWORD(DEV_PART_MAX));
-    for (DWORD& entry : *m_part_table)
-        entry = get_dword(data, index);
+    read_table(payload, index, *m_part_table, [&] { return get_dword(data, index); });
 }
 
 // ---------------------------------------------------------------- lookups

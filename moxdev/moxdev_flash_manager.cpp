@@ -17,6 +17,7 @@
 #include <array>
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
 #include <iostream>
 #include <set>
@@ -53,6 +54,29 @@ constexpr DWORD listed_field_count()
 }
 static_assert(listed_field_count() == TOTAL_DATABASE_MEMBER,
               "the field list must hold every field of the flash record");
+
+// The most bytes a field of stream type `type` can take, tag included: a
+// text's length is one byte.
+constexpr DWORD longest_field(MOXDEV_MANAGER_TYPE type)
+{
+    switch (type) {
+    case MOXDEV_MANAGER_STRING:
+    case MOXDEV_MANAGER_DEVID_STR: return 2 + 255;
+    case MOXDEV_MANAGER_BOOL:
+    case MOXDEV_MANAGER_BYTE: return 2;
+    case MOXDEV_MANAGER_WORD: return 3;
+    default: return 5;
+    }
+}
+
+// The most bytes a record's fields can take.
+constexpr DWORD longest_record()
+{
+    DWORD bytes = 0;
+#define MOXDEV_FLASH_FIELD(name, stream_type, type) bytes += longest_field(MOXDEV_MANAGER_##stream_type);
+#include "moxdev/moxdev_flash_info_fields.def"
+    return bytes;
+}
 
 // ---------------------------------------------------------------- CRC-16
 
@@ -107,6 +131,112 @@ std::string upper(std::string text)
     return text;
 }
 
+// Reads one field straight from the payload when it is well formed and lies
+// inside it, and otherwise leaves `index` alone and returns false: the caller
+// then reads the field with the codec's checked reader, which reports the
+// fault as it always has. For the codec's registered buffer only, once a
+// checked read has confirmed it; strings may be empty. Without BOUNDED the
+// caller has made sure that the whole record lies inside the payload.
+template <bool BOUNDED = true>
+struct FIELD_READER {
+    const BYTE* data;
+    DWORD size;
+
+    bool has(DWORD index, DWORD count) const { return !BOUNDED || (index <= size && count <= size - index); }
+
+    // Each reader looks at the field through one pointer: its bytes are then
+    // seen to be adjacent.
+    bool string(DWORD& index, std::string& out) const
+    {
+        const BYTE* field = data + index;
+        if (!has(index, 2) || (field[0] != MOXDEV_MANAGER_DEVID_STR && field[0] != MOXDEV_MANAGER_STRING))
+            return false;
+        const DWORD length = field[1];
+        if (!has(index + 2, length))
+            return false;
+        out.clear();
+        out.append(reinterpret_cast<const char*>(field + 2), length);
+        index += 2 + length;
+        return true;
+    }
+    bool boolean(DWORD& index, bool& out) const
+    {
+        const BYTE* field = data + index;
+        if (!has(index, 2) || field[0] != MOXDEV_MANAGER_BOOL || field[1] > 1)
+            return false;
+        out = field[1] == 1;
+        index += 2;
+        return true;
+    }
+    bool byte(DWORD& index, BYTE& out) const
+    {
+        const BYTE* field = data + index;
+        if (!has(index, 2) || field[0] != MOXDEV_MANAGER_BYTE)
+            return false;
+        out = field[1];
+        index += 2;
+        return true;
+    }
+    bool dword(DWORD& index, DWORD& out) const
+    {
+        const BYTE* field = data + index;
+        if (!has(index, 5) || (field[0] != MOXDEV_MANAGER_DEVID_ENUM && field[0] != MOXDEV_MANAGER_DWORD &&
+                               field[0] != MOXDEV_MANAGER_ENUM))
+            return false;
+        out = DWORD(field[1]) | DWORD(field[2]) << 8 | DWORD(field[3]) << 16 | DWORD(field[4]) << 24;
+        index += 5;
+        return true;
+    }
+    // The record end marker "END1".
+    bool record_end(DWORD& index) const
+    {
+        if (!has(index, 4) || std::memcmp(data + index, "END1", 4) != 0)
+            return false;
+        index += 4;
+        return true;
+    }
+};
+
+// gen_stricmp(text, "NONE") == 0 without a call: ASCII letters only.
+bool is_none(const std::string& text)
+{
+    if (text.size() != 4)
+        return false;
+    for (std::size_t i = 0; i < 4; ++i) {
+        const unsigned char u = static_cast<unsigned char>(text[i]);
+        if ((u >= 'a' && u <= 'z' ? u - ('a' - 'A') : u) != static_cast<unsigned char>("NONE"[i]))
+            return false;
+    }
+    return true;
+}
+
+// A hash of a name, equal for names that gen_stricmp finds equal: setting
+// bit 5 of every byte folds ASCII letter case (and merges a few other
+// characters, which only costs a comparison). Eight bytes at a step.
+std::uint64_t folded_hash(const std::string& name)
+{
+    std::uint64_t hash = name.size();
+    auto mix = [&](std::uint64_t word) {
+        hash = (hash ^ (word | 0x2020202020202020ull)) * 0x9E3779B97F4A7C15ull;
+        hash ^= hash >> 32;
+    };
+    std::size_t at = 0;
+    for (; name.size() - at >= 8; at += 8) {
+        std::uint64_t word;
+        std::memcpy(&word, name.data() + at, 8);
+        mix(word);
+    }
+    if (at < name.size()) {
+        std::uint64_t word = 0;
+        for (std::size_t i = 0; at + i < name.size(); ++i)
+            word |= std::uint64_t(static_cast<unsigned char>(name[at + i])) << (8 * i);
+        mix(word);
+    }
+    // The table takes the low bits: let every input bit reach them.
+    hash *= 0xC4CEB9FE1A85EC53ull;
+    return hash ^ hash >> 29;
+}
+
 } // namespace
 
 // ---------------------------------------------------------------- construction
@@ -158,7 +288,8 @@ bool MOXDEV_FLASH_MANAGER::parse_database(BYTE* data)
             null_info_database(&(*m_flash_database)[slot]);
             --m_flash_count;
         }
-        confirm_data_type_end(data, index);
+        if (!FIELD_READER<>{data, buffer_size()}.record_end(index))
+            confirm_data_type_end(data, index);
     }
     confirm_database_end(data, index);
 
@@ -178,19 +309,43 @@ bool MOXDEV_FLASH_MANAGER::get_database(BYTE* data, DWORD& index, DWORD slot)
 {
     MOXDEV_ASSERT_MSG(m_flash_database != nullptr && slot < m_flash_database->size(),
                       "slot < m_flash_count + m_ini_count");
-    moxdev_for_each_flash_field((*m_flash_database)[slot], [&](const char*, MOXDEV_MANAGER_TYPE,
-                                                               auto& value) {
-        using T = std::decay_t<decltype(value)>;
-        if constexpr (std::is_same_v<T, std::string>)
-            get_string_data(data, index, true, &value);
-        else if constexpr (std::is_same_v<T, bool>)
-            get_bool_data(data, index, &value);
-        else if constexpr (std::is_same_v<T, BYTE>)
-            get_byte_data(data, index, &value);
-        else
-            get_dword_data(data, index, &value);
-    });
-    return enable_device(slot);
+    // The payload was registered and checked by the first read of the parse.
+    const FIELD_READER<> payload{data, buffer_size()};
+    // The position stays in a register; the checked readers work on a copy.
+    DWORD at = index;
+    auto checked = [&](auto read) {
+        DWORD position = at;
+        read(position);
+        at = position;
+    };
+    auto read_fields = [&](const auto& fields) {
+        moxdev_for_each_flash_field((*m_flash_database)[slot], [&](const char*, MOXDEV_MANAGER_TYPE,
+                                                                   auto& value) {
+            using T = std::decay_t<decltype(value)>;
+            if constexpr (std::is_same_v<T, std::string>) {
+                if (!fields.string(at, value))
+                    checked([&](DWORD& i) { get_string_data(data, i, true, &value); });
+            } else if constexpr (std::is_same_v<T, bool>) {
+                if (!fields.boolean(at, value))
+                    checked([&](DWORD& i) { get_bool_data(data, i, &value); });
+            } else if constexpr (std::is_same_v<T, BYTE>) {
+                if (!fields.byte(at, value))
+                    checked([&](DWORD& i) { get_byte_data(data, i, &value); });
+            } else {
+                if (!fields.dword(at, value))
+                    checked([&](DWORD& i) { get_dword_data(data, i, &value); });
+            }
+        });
+    };
+    // A record that cannot reach the end of the payload, however long its
+    // texts, is read without a bounds check per field.
+    if (payload.has(at, longest_record()))
+        read_fields(FIELD_READER<false>{data, buffer_size()});
+    else
+        read_fields(payload);
+    index = at;
+    // Most records have no switch: those pass every check of enable_device().
+    return is_none((*m_flash_database)[slot].ini) || enable_device(slot);
 }
 
 bool MOXDEV_FLASH_MANAGER::enable_device(DWORD index)
@@ -200,7 +355,7 @@ bool MOXDEV_FLASH_MANAGER::enable_device(DWORD index)
     MOXDEV_ASSERT_MSG(index < m_flash_database->size(), "index < (m_flash_count + m_ini_count)");
     const std::string& ini = (*m_flash_database)[index].ini;
     MOXDEV_ASSERT(!ini.empty());
-    if (gen_stricmp(ini, "NONE") == 0 || m_enable_all)
+    if (is_none(ini) || m_enable_all)
         return true;
     return cfg_is_on("MOX_ALLOW_" + ini, false);
 }
@@ -214,17 +369,34 @@ void MOXDEV_FLASH_MANAGER::confirm_default_value(DWORD first)
 {
     const std::vector<MOXDEV_SFL_FLASH_INFO>& records = *m_flash_database;
     const DWORD end = first + m_flash_count;
-    std::set<std::string> seen;
+    // The records grouped by name, letter case ignored, in one pass over a
+    // hash table; each group counts its default records. The groups are then
+    // checked in the order of their first records.
+    struct GROUP {
+        DWORD first;
+        DWORD defaults;
+    };
+    std::vector<GROUP> groups;
+    groups.reserve(m_flash_count);
+    std::size_t capacity = 16;
+    while (capacity < 2 * std::size_t(m_flash_count))
+        capacity *= 2;
+    std::vector<DWORD> slots(capacity, INVALID_DWORD); // group indexes
     for (DWORD i = first; i < end; ++i) {
-        const std::string name = upper(records[i].device_name);
-        if (!seen.insert(name).second)
-            continue;
-        DWORD defaults = 0;
-        for (DWORD j = first; j < end; ++j)
-            defaults += records[j].default_dev && gen_stricmp(records[j].device_name, name) == 0;
-        if (defaults > 1)
+        const std::string& name = records[i].device_name;
+        std::size_t s = folded_hash(name) & (capacity - 1);
+        while (slots[s] != INVALID_DWORD && gen_stricmp(records[groups[slots[s]].first].device_name, name) != 0)
+            s = (s + 1) & (capacity - 1);
+        if (slots[s] == INVALID_DWORD) {
+            slots[s] = DWORD(groups.size());
+            groups.push_back(GROUP{i, 0});
+        }
+        groups[slots[s]].defaults += records[i].default_dev ? 1 : 0;
+    }
+    for (const GROUP& group : groups) {
+        if (group.defaults > 1)
             MOXDEV_FAIL("!one_default");
-        MOXDEV_ASSERT_MSG(defaults == 1, "one_default");
+        MOXDEV_ASSERT_MSG(group.defaults == 1, "one_default");
     }
 }
 

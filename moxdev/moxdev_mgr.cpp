@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -121,6 +122,7 @@ const PART_INDEX& opn_hash_index()
 {
     static const PART_INDEX index = [] {
         PART_INDEX pairs;
+        pairs.reserve(std::size_t(std::max(search_end() - 1, 0)));
         for (int part = DEV_PART_INVALID + 1; part < search_end(); ++part)
             pairs.emplace_back(hash48(upper(dstr_get_user_string(part))), part);
         std::stable_sort(pairs.begin(), pairs.end());
@@ -129,67 +131,123 @@ const PART_INDEX& opn_hash_index()
     return index;
 }
 
-// (part, OPN enum) pairs sorted by part, then enum.
-using OPN_INDEX = std::vector<std::pair<DWORD, DWORD>>;
-
-const OPN_INDEX& opn_enum_index()
+// The first OPN enum of every part, by part; INVALID_DWORD for a part no OPN
+// enum holds.
+const std::vector<DWORD>& opn_enum_index()
 {
-    static const OPN_INDEX index = [] {
+    static const std::vector<DWORD> index = [] {
         const std::vector<DWORD>& table = moxdev_opn_table();
-        OPN_INDEX pairs;
-        pairs.reserve(table.size());
-        for (DWORD i = 0; i < table.size(); ++i)
-            pairs.emplace_back(table[i], i);
-        std::sort(pairs.begin(), pairs.end());
-        return pairs;
+        std::vector<DWORD> first(std::size_t(std::max(DEV_PART_MAX, 0)), INVALID_DWORD);
+        for (DWORD i = 0; i < table.size(); ++i) {
+            if (table[i] < first.size() && first[table[i]] == INVALID_DWORD)
+                first[table[i]] = i;
+        }
+        return first;
     }();
     return index;
 }
 
-// 64-bit FNV-1a of a name, the key of the full-name index.
-QWORD name_key(const std::string& text)
-{
-    QWORD hash = 14695981039346656037ull;
-    for (unsigned char c : text)
-        hash = (hash ^ c) * 1099511628211ull;
-    return hash;
-}
-
-// Whether `name` stands for part `part` by the full-name rules: the part's
-// name itself, or (sharing its first five characters) its name without speed
-// grade or its device name.
-bool stands_for(const std::string& name, int part)
-{
-    const std::string full = upper(dstr_get_user_string(part));
-    if (full == name)
-        return true;
-    if (full.size() < 5 || name.size() < 5 || full.compare(0, 5, name, 0, 5) != 0)
-        return false;
-    return moxdev_package_name(full, false) == name || moxdev_device_name(full, false, false) == name;
-}
-
-// Every name a searched part can be found by, keyed by a 64-bit hash of the
-// name, built once. Candidates are confirmed against the rules themselves,
-// so a hash collision cannot change an answer.
-const PART_INDEX& full_name_index()
-{
-    static const PART_INDEX index = [] {
-        PART_INDEX pairs;
+// Every name a searched part can be found by, each with the full ordering
+// name of the smallest part it stands for: a part's name itself, and (when
+// they share its first five characters) its name without speed grade and its
+// device name. The names are kept in a pool, the answers among them, so a
+// lookup is one hash probe and one comparison, and no hash collision can
+// change an answer.
+class FULL_NAME_INDEX {
+public:
+    FULL_NAME_INDEX()
+    {
+        struct NAME {
+            int part;            // the smallest part the name stands for
+            DWORD offset = 0;    // in the pool
+        };
+        std::unordered_map<std::string, NAME> names;
+        std::vector<const std::string*> order;
+        auto add = [&](const std::string& name, int part) {
+            const auto inserted = names.emplace(name, NAME{part});
+            if (inserted.second)
+                order.push_back(&inserted.first->first);
+        };
+        // Parts in ascending order: the first part recorded for a name is
+        // the smallest.
         for (int part = DEV_PART_INVALID + 1; part < search_end(); ++part) {
             const std::string full = upper(dstr_get_user_string(part));
-            pairs.emplace_back(name_key(full), part);
+            add(full, part);
             if (full.size() < 5)
                 continue;
             for (const std::string& form :
                  {moxdev_package_name(full, false), moxdev_device_name(full, false, false)}) {
                 if (form != full && form.size() >= 5 && form.compare(0, 5, full, 0, 5) == 0)
-                    pairs.emplace_back(name_key(form), part);
+                    add(form, part);
             }
         }
-        std::sort(pairs.begin(), pairs.end());
-        pairs.erase(std::unique(pairs.begin(), pairs.end()), pairs.end());
-        return pairs;
-    }();
+
+        std::size_t pool_size = 0;
+        for (const std::string* name : order)
+            pool_size += name->size() + 1;
+        m_pool.reserve(pool_size);
+        for (const std::string* name : order) {
+            names[*name].offset = DWORD(m_pool.size());
+            m_pool.append(name->c_str(), name->size() + 1);
+        }
+        // A quarter of the slots stay free, which keeps probe runs short.
+        const std::size_t capacity = order.size() + order.size() / 3 + 1;
+        m_slots.assign(capacity, SLOT{});
+        for (const std::string* name : order) {
+            const NAME& entry = names[*name];
+            // Every part's own name is pooled too.
+            const DWORD answer = names[upper(dstr_get_user_string(entry.part))].offset;
+            for (std::size_t s = moxdev_home_slot(moxdev_name_hash(*name), capacity);;
+                 s = s + 1 == capacity ? 0 : s + 1) {
+                if (m_slots[s].name == INVALID_DWORD) {
+                    m_slots[s] = SLOT{entry.offset, answer};
+                    break;
+                }
+            }
+        }
+    }
+
+    // The full ordering name `name` (upper case) stands for, or null.
+    const char* find(const std::string& name) const
+    {
+        const std::size_t capacity = m_slots.size();
+        for (std::size_t s = moxdev_home_slot(moxdev_name_hash(name), capacity);;
+             s = s + 1 == capacity ? 0 : s + 1) {
+            const SLOT& slot = m_slots[s];
+            if (slot.name == INVALID_DWORD)
+                return nullptr;
+            if (pooled_name_is(slot.name, name))
+                return &m_pool[slot.answer];
+        }
+    }
+
+    std::size_t bytes() const { return m_pool.capacity() + m_slots.capacity() * sizeof(SLOT); }
+
+private:
+    struct SLOT {
+        DWORD name = INVALID_DWORD; // offsets in the pool
+        DWORD answer = 0;
+    };
+
+    // Whether the pooled name at `offset` is `name`, read no further than the
+    // first difference (a name containing a zero byte is none of them).
+    bool pooled_name_is(DWORD offset, const std::string& name) const
+    {
+        const char* pooled = &m_pool[offset];
+        for (std::size_t i = 0; i < name.size(); ++i) {
+            if (pooled[i] != name[i] || pooled[i] == 0)
+                return false;
+        }
+        return pooled[name.size()] == 0;
+    }
+
+    std::string m_pool; // the names, each ended by a zero byte
+    std::vector<SLOT> m_slots;
+};
+
+const FULL_NAME_INDEX& full_name_index()
+{
+    static const FULL_NAME_INDEX index;
     return index;
 }
 
@@ -232,9 +290,8 @@ DWORD MOXDEV_MGR::get_opn_enum(std::string name)
     const int part = dstr_get_dev_part_enum_by_string(name.c_str());
     if (!usable_part(part))
         return 0xFFFFFFFFu;
-    const OPN_INDEX& index = opn_enum_index();
-    const auto found = std::lower_bound(index.begin(), index.end(), std::make_pair(DWORD(part), DWORD(0)));
-    return found != index.end() && found->first == DWORD(part) ? found->second : 0xFFFFFFFFu;
+    const std::vector<DWORD>& index = opn_enum_index();
+    return DWORD(part) < index.size() ? index[DWORD(part)] : 0xFFFFFFFFu;
 }
 
 QWORD MOXDEV_MGR::get_opn_hash(std::string name)
@@ -282,15 +339,21 @@ std::string MOXDEV_MGR::get_part_name_from_pcf(std::string pcf_name)
 std::string MOXDEV_MGR::get_possible_full_name(std::string name)
 {
     stl_toupper(name);
-    const PART_INDEX& index = full_name_index();
-    const QWORD key = name_key(name);
-    auto candidate = std::lower_bound(index.begin(), index.end(), std::make_pair(key, 0),
-                                      [](const auto& a, const auto& b) { return a.first < b.first; });
-    for (; candidate != index.end() && candidate->first == key; ++candidate) {
-        if (stands_for(name, candidate->second))
-            return upper(dstr_get_user_string(candidate->second));
-    }
+    if (const char* full = full_name_index().find(name))
+        return full;
     MOXDEV_FAIL(fmt::format("Unable to retrieve full device name from database for {}", name));
+}
+
+// ---------------------------------------------------------------- footprint
+
+MOXDEV_PART_INDEX_FOOTPRINT moxdev_part_index_footprint()
+{
+    MOXDEV_PART_INDEX_FOOTPRINT footprint;
+    footprint.opn_table = moxdev_opn_table().capacity() * sizeof(DWORD);
+    footprint.opn_enum = opn_enum_index().capacity() * sizeof(DWORD);
+    footprint.opn_hash = opn_hash_index().capacity() * sizeof(PART_INDEX::value_type);
+    footprint.full_name = full_name_index().bytes();
+    return footprint;
 }
 
 // ---------------------------------------------------------------- types

@@ -1,0 +1,449 @@
+// Every hot path of the library against its baseline, measured in this one
+// process on the same data; prints one table of ratios (bench/run.sh).
+//
+// Google Benchmark's own flags are accepted; by default each benchmark is
+// repeated five times and the median is kept.
+#include "bench_report.h"
+#include "naming_oracles.h"
+
+#include "moxdev/moxdev.h"
+#include "moxdev/moxdev_ddb_internal.h"
+
+#include <benchmark/benchmark.h>
+#include <zlib.h>
+#if defined(__GLIBC__)
+#include <malloc.h>
+#endif
+
+#include <cstdio>
+#include <cstring>
+#include <iostream>
+#include <memory>
+#include <set>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+using namespace moxdev_bench;
+using GRAMMAR = MOXDEV_DDB_GRAMMAR_ENUM;
+
+namespace {
+
+// ---------------------------------------------------------------- data
+
+// Parts sampled for the per-part searches, spread evenly over the parts those
+// searches visit.
+constexpr int SAMPLED_PARTS = 24;
+
+struct LOOKUP {
+    GRAMMAR type;
+    std::string name;
+};
+
+struct DATA {
+    std::vector<LOOKUP> lookups;         // every name of every table, once per table
+    std::vector<QWORD> hashes;           // OPN hashes of the sampled parts
+    std::vector<std::string> full_names; // full, package and device names of the sampled parts
+};
+
+[[noreturn]] void fail(const std::string& what)
+{
+    throw std::runtime_error(what);
+}
+
+// The library's reverse lookup of table `type`, through the query that does
+// only that lookup for a listed name; for the speed-grade and package tables
+// the queries' steps without their debug switch, as the literal scan has
+// none. The queries normalise the name in place.
+std::string library_lookup(GRAMMAR type, const std::string& name)
+{
+    using MGR = MOXDEV_DEVICE_GRAMMAR_MGR;
+    switch (type) {
+    case GRAMMAR::SPEEDGRADE: return moxdev_package_name(name, true);
+    case GRAMMAR::PACKAGE: return moxdev_device_name(name, true, true);
+    case GRAMMAR::MOX_PART: return MGR::get_mox_part_pcf(name);
+    case GRAMMAR::MOX_FAMILY: return MGR::get_mox_family_pcf(name);
+    case GRAMMAR::DEV_PART: return MGR::get_dev_part_pcf(name);
+    case GRAMMAR::DEV_FAMILY: return MGR::get_dev_family_pcf(name);
+    case GRAMMAR::PCF_FAMILY: return MGR::get_pcf_family_pcf(name);
+    default: return MGR::get_family(name);
+    }
+}
+
+std::string upper_name(int part)
+{
+    std::string name = dstr_get_user_string(part);
+    stl_toupper(name);
+    return name;
+}
+
+// Builds the data and checks that the library and the literal algorithms
+// agree on it (on every sampled query, and on every 50th lookup), so that the
+// two sides of each ratio do the same work.
+DATA prepare()
+{
+    DATA data;
+    for (DWORD t = 0; t < DWORD(GRAMMAR::MAX); ++t) {
+        std::set<std::string> listed;
+        for (const auto& entry : moxdev_oracle::tables()[t])
+            listed.insert(entry.second.begin(), entry.second.end());
+        for (const std::string& name : listed)
+            data.lookups.push_back(LOOKUP{GRAMMAR(t), name});
+    }
+    for (std::size_t i = 0; i < data.lookups.size(); i += 50) {
+        const LOOKUP& lookup = data.lookups[i];
+        if (library_lookup(lookup.type, lookup.name) != moxdev_oracle::reverse_lookup(lookup.type, lookup.name))
+            fail("reverse lookup of " + lookup.name + " differs from the linear scan");
+    }
+
+    std::set<std::string> seen;
+    // From the first valid part to the last one before Generic.
+    const int first = DEV_PART_INVALID + 1;
+    const int last = DEV_PART_GENERIC - 1;
+    for (int i = 0; i < SAMPLED_PARTS; ++i) {
+        const int part = first + int((long long)(last - first) * i / (SAMPLED_PARTS - 1));
+        const std::string full = upper_name(part);
+        const QWORD hash = MOXDEV_MGR::get_opn_hash(full);
+        if (MOXDEV_MGR::get_opn_from_hash(hash) != moxdev_oracle::opn_from_hash(hash))
+            fail("get_opn_from_hash differs from the digest search for " + full);
+        data.hashes.push_back(hash);
+        for (const std::string& form : {full, moxdev_oracle::package_name(full, false),
+                                        moxdev_oracle::device_name(full, false, false)}) {
+            const std::string expected = moxdev_oracle::possible_full_name(form);
+            if (expected.empty() || !seen.insert(form).second)
+                continue;
+            if (MOXDEV_MGR::get_possible_full_name(form) != expected)
+                fail("get_possible_full_name differs from the per-part search for " + form);
+            data.full_names.push_back(form);
+        }
+    }
+    return data;
+}
+
+// ---------------------------------------------------------------- baselines
+
+// Reads a database file whole and inflates its payload: the least any loader
+// of it has to do.
+std::unique_ptr<BYTE[]> read_and_inflate(const std::string& path)
+{
+    std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(path.c_str(), "rb"), &std::fclose);
+    if (!file)
+        fail("cannot open " + path);
+    std::fseek(file.get(), 0, SEEK_END);
+    const long size = std::ftell(file.get());
+    std::fseek(file.get(), 0, SEEK_SET);
+    if (size <= long(MOXDEV_DB_HEADER_SIZE + MOXDEV_DB_TRAILER_SIZE))
+        fail(path + " is too short");
+    std::vector<BYTE> bytes(std::size_t(size), 0);
+    if (std::fread(bytes.data(), 1, bytes.size(), file.get()) != bytes.size())
+        fail("cannot read " + path);
+    const BYTE* header = &bytes[MOXDEV_DB_MAGIC_SIZE + MOXDEV_DB_ID_SIZE];
+    uLongf payload_size = uLongf(header[0]) | uLongf(header[1]) << 8 | uLongf(header[2]) << 16 | uLongf(header[3]) << 24;
+    std::unique_ptr<BYTE[]> payload(new BYTE[payload_size]);
+    if (::uncompress(payload.get(), &payload_size, &bytes[MOXDEV_DB_HEADER_SIZE],
+                     uLong(bytes.size() - MOXDEV_DB_HEADER_SIZE - MOXDEV_DB_TRAILER_SIZE)) != Z_OK)
+        fail("cannot inflate " + path);
+    return payload;
+}
+
+// Inflates the compiled-in grammar image, nothing else.
+std::unique_ptr<BYTE[]> inflate_grammar_image()
+{
+    uLongf size = MOXDDB_GRAMMAR_LENGTH;
+    std::unique_ptr<BYTE[]> image(new BYTE[size]);
+    if (::uncompress(image.get(), &size, MOXDDB_GRAMMAR_DATA, MOXDDB_GRAMMAR_CMP_LENGTH) != Z_OK ||
+        size != MOXDDB_GRAMMAR_LENGTH)
+        fail("cannot inflate the grammar image");
+    return image;
+}
+
+std::string device_database()
+{
+    return gen_get_device_db_fullpath() + "/programmer/mox_dev_info.pcf";
+}
+
+std::string flash_database()
+{
+    return gen_get_device_db_fullpath() + "/programmer/mox_flash.pcf";
+}
+
+// ---------------------------------------------------------------- memory
+
+// Bytes the allocator has handed out and not taken back, from the heap and
+// from mappings of their own; 0 where the C library cannot tell.
+std::size_t heap_in_use()
+{
+#if defined(__GLIBC__) && (__GLIBC__ > 2 || __GLIBC_MINOR__ >= 33)
+    const struct mallinfo2 info = ::mallinfo2();
+    return info.uordblks + info.hblkhd;
+#else
+    return 0;
+#endif
+}
+
+struct MEMORY {
+    MOXDEV_GRAMMAR_FOOTPRINT grammar;     // the library's own grammar
+    std::size_t grammar_allocated = 0;    // the allocator's view of it
+    MOXDEV_GRAMMAR_FOOTPRINT fresh;       // a second, fresh decode
+    std::size_t fresh_allocated = 0;
+    MOXDEV_PART_INDEX_FOOTPRINT parts;    // the part-number indexes
+    std::size_t parts_allocated = 0;
+};
+
+// Runs first, before any query has built the structures it measures.
+MEMORY measure_memory()
+{
+    // What the catalogue and the configuration set up on first use is not
+    // the naming structures' own.
+    (void)dstr_get_dev_part_enum_by_string("KXB100F484C6");
+    (void)dstr_get_user_string(1);
+    (void)cfg_is_on("MOXDEV_ENABLE_GRAMMAR_DEBUG", false);
+
+    MEMORY memory;
+    std::size_t before = heap_in_use();
+    (void)MOXDEV_DEVICE_GRAMMAR_MGR::get_family("KXB100");
+    memory.grammar_allocated = heap_in_use() - before;
+    memory.grammar = moxdev_grammar_footprint();
+
+    std::shared_ptr<const void> fresh;
+    before = heap_in_use();
+    memory.fresh = moxdev_decode_grammar_fresh(&fresh);
+    memory.fresh_allocated = heap_in_use() - before;
+    fresh.reset();
+
+    before = heap_in_use();
+    memory.parts = moxdev_part_index_footprint();
+    memory.parts_allocated = heap_in_use() - before;
+    return memory;
+}
+
+// ---------------------------------------------------------------- benchmarks
+
+void register_benchmarks(const DATA& data)
+{
+    // Grammar reverse lookups: every name of every table.
+    benchmark::RegisterBenchmark("reverse_lookup/library", [&data](benchmark::State& state) {
+        for (auto _ : state) {
+            for (const LOOKUP& lookup : data.lookups)
+                benchmark::DoNotOptimize(library_lookup(lookup.type, lookup.name));
+        }
+    });
+    benchmark::RegisterBenchmark("reverse_lookup/literal", [&data](benchmark::State& state) {
+        for (auto _ : state) {
+            for (const LOOKUP& lookup : data.lookups)
+                benchmark::DoNotOptimize(moxdev_oracle::reverse_lookup(lookup.type, lookup.name));
+        }
+    });
+
+    // OPN hashes back to names.
+    benchmark::RegisterBenchmark("opn_from_hash/library", [&data](benchmark::State& state) {
+        for (auto _ : state) {
+            for (QWORD hash : data.hashes)
+                benchmark::DoNotOptimize(MOXDEV_MGR::get_opn_from_hash(hash));
+        }
+    });
+    benchmark::RegisterBenchmark("opn_from_hash/literal", [&data](benchmark::State& state) {
+        for (auto _ : state) {
+            for (QWORD hash : data.hashes)
+                benchmark::DoNotOptimize(moxdev_oracle::opn_from_hash(hash));
+        }
+    });
+
+    // Full ordering names.
+    benchmark::RegisterBenchmark("possible_full_name/library", [&data](benchmark::State& state) {
+        for (auto _ : state) {
+            for (const std::string& name : data.full_names)
+                benchmark::DoNotOptimize(MOXDEV_MGR::get_possible_full_name(name));
+        }
+    });
+    benchmark::RegisterBenchmark("possible_full_name/literal", [&data](benchmark::State& state) {
+        for (auto _ : state) {
+            for (const std::string& name : data.full_names)
+                benchmark::DoNotOptimize(moxdev_oracle::possible_full_name(name));
+        }
+    });
+
+    // The database managers, each from its file.
+    benchmark::RegisterBenchmark("dev_info_manager/library", [](benchmark::State& state) {
+        for (auto _ : state) {
+            MOXDEV_DEV_INFO_MANAGER manager(false, 0);
+            benchmark::DoNotOptimize(manager.get_device_database());
+        }
+    });
+    benchmark::RegisterBenchmark("dev_info_manager/read_and_inflate", [](benchmark::State& state) {
+        const std::string path = device_database();
+        for (auto _ : state)
+            benchmark::DoNotOptimize(read_and_inflate(path));
+    });
+    benchmark::RegisterBenchmark("flash_manager/library", [](benchmark::State& state) {
+        for (auto _ : state) {
+            MOXDEV_FLASH_MANAGER manager(false, 1, false, false);
+            benchmark::DoNotOptimize(manager.get_flash_database());
+        }
+    });
+    benchmark::RegisterBenchmark("flash_manager/read_and_inflate", [](benchmark::State& state) {
+        const std::string path = flash_database();
+        for (auto _ : state)
+            benchmark::DoNotOptimize(read_and_inflate(path));
+    });
+
+    // The first naming query's work, into a fresh structure each time.
+    benchmark::RegisterBenchmark("first_naming_query/library", [](benchmark::State& state) {
+        for (auto _ : state)
+            benchmark::DoNotOptimize(moxdev_decode_grammar_fresh(nullptr));
+    });
+    benchmark::RegisterBenchmark("first_naming_query/inflate", [](benchmark::State& state) {
+        for (auto _ : state)
+            benchmark::DoNotOptimize(inflate_grammar_image());
+    });
+
+    // Binding a device to each chip of the table by the chip's own ID bytes.
+    benchmark::RegisterBenchmark("flash_id_mapping/library", [](benchmark::State& state) {
+        MOXDEV_FLASH_MANAGER manager(false, 1, false, false);
+        const MOXDEV_SFL_FLASH_INFO* records = manager.get_flash_database();
+        std::vector<std::pair<bool, std::vector<BYTE>>> ids;
+        for (DWORD i = 0; i < manager.get_flash_count(); ++i) {
+            const MOXDEV_SFL_FLASH_INFO& record = records[i];
+            std::vector<BYTE> id(256, 0);
+            id[record.memory_id_index] = record.memory_id;
+            if (!record.silicon_id) {
+                if (record.memory_type_index != 255)
+                    id[record.memory_type_index] = record.memory_type;
+                id[record.mfc_id_index] = record.mfc_id;
+            }
+            if (!manager.flash_id_database_mapping(record.silicon_id, 0, id.data()))
+                state.SkipWithError("a chip of the table does not bind by its own ID");
+            ids.emplace_back(record.silicon_id, std::move(id));
+        }
+        for (auto _ : state) {
+            for (auto& [silicon, id] : ids)
+                benchmark::DoNotOptimize(manager.flash_id_database_mapping(silicon, 0, id.data()));
+        }
+    });
+}
+
+std::size_t flash_chip_count()
+{
+    return MOXDEV_FLASH_MANAGER(false, 1, false, false).get_flash_count();
+}
+
+// Google Benchmark's flags, with five repetitions reported by their
+// aggregates unless the caller says otherwise.
+std::vector<char*> arguments(int argc, char** argv)
+{
+    static char repetitions[] = "--benchmark_repetitions=5";
+    static char aggregates[] = "--benchmark_report_aggregates_only=true";
+    std::vector<char*> args(argv, argv + argc);
+    auto given = [&](const char* flag) {
+        for (int i = 1; i < argc; ++i) {
+            if (std::strncmp(argv[i], flag, std::strlen(flag)) == 0)
+                return true;
+        }
+        return false;
+    };
+    if (!given("--benchmark_repetitions"))
+        args.push_back(repetitions);
+    if (!given("--benchmark_report_aggregates_only"))
+        args.push_back(aggregates);
+    args.push_back(nullptr);
+    return args;
+}
+
+std::string count_text(std::size_t count, const char* what)
+{
+    return std::to_string(count) + " " + what;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    std::vector<char*> args = arguments(argc, argv);
+    int count = int(args.size()) - 1;
+    benchmark::Initialize(&count, args.data());
+    if (benchmark::ReportUnrecognizedArguments(count, args.data()))
+        return 1;
+
+    try {
+        const MEMORY memory = measure_memory();
+        // Not const: the library normalises the names it is given in place.
+        DATA data = prepare();
+        register_benchmarks(data);
+
+        MEDIAN_REPORTER medians;
+        benchmark::RunSpecifiedBenchmarks(&medians);
+
+        using GOAL = ROW::GOAL;
+        std::vector<ROW> rows;
+        rows.push_back(time_row(medians,
+                                "grammar reverse lookup, every name of the compiled-in image (" +
+                                    count_text(data.lookups.size(), "lookups") + ")",
+                                "linear scan in ascending key order", "reverse_lookup/library",
+                                "reverse_lookup/literal", GOAL::FASTER, 1000));
+        rows.push_back(time_row(medians,
+                                "`get_opn_from_hash` over " + count_text(data.hashes.size(), "sampled parts"),
+                                "linear digest search", "opn_from_hash/library", "opn_from_hash/literal",
+                                GOAL::FASTER, 1000));
+        rows.push_back(time_row(medians,
+                                "`get_possible_full_name` over " +
+                                    count_text(data.full_names.size(), "sampled names"),
+                                "per-part search", "possible_full_name/library", "possible_full_name/literal",
+                                GOAL::FASTER, 1000));
+        rows.push_back(time_row(medians, "constructing `MOXDEV_DEV_INFO_MANAGER(false, 0)` from its file",
+                                "reading the file and inflating its payload", "dev_info_manager/library",
+                                "dev_info_manager/read_and_inflate", GOAL::AT_MOST, 1.5));
+        rows.push_back(time_row(medians,
+                                "constructing `MOXDEV_FLASH_MANAGER(false, 1, false, false)` from its file",
+                                "reading the file and inflating its payload", "flash_manager/library",
+                                "flash_manager/read_and_inflate", GOAL::AT_MOST, 1.5));
+        rows.push_back(time_row(medians, "first naming query (decode, tables, index)",
+                                "inflating the image", "first_naming_query/library",
+                                "first_naming_query/inflate", GOAL::AT_MOST, 3));
+
+        ROW grammar_memory;
+        grammar_memory.path = "memory held by the decoded naming tables and indexes (image " +
+                              format_bytes(memory.grammar.image) + ", entries " +
+                              format_bytes(memory.grammar.entries) + ", index slots " +
+                              format_bytes(memory.grammar.slots) + "; allocator: " +
+                              format_bytes(memory.grammar_allocated) + ")";
+        grammar_memory.baseline = "the decoded image's size";
+        grammar_memory.library_figure = format_bytes(memory.grammar.total());
+        grammar_memory.baseline_figure = format_bytes(MOXDDB_GRAMMAR_LENGTH);
+        grammar_memory.ratio = double(memory.grammar.total()) / MOXDDB_GRAMMAR_LENGTH;
+        grammar_memory.goal = GOAL::AT_MOST;
+        grammar_memory.goal_value = 2;
+        rows.push_back(grammar_memory);
+
+        ROW part_memory;
+        part_memory.path = "memory held by the part-number indexes, built on first use (OPN table " +
+                           format_bytes(memory.parts.opn_table) + ", enums " +
+                           format_bytes(memory.parts.opn_enum) + ", hashes " +
+                           format_bytes(memory.parts.opn_hash) + ", full names " +
+                           format_bytes(memory.parts.full_name) + "; allocator: " +
+                           format_bytes(memory.parts_allocated) + ")";
+        part_memory.baseline = "";
+        part_memory.library_figure = format_bytes(memory.parts.total());
+        rows.push_back(part_memory);
+
+        rows.push_back(time_row(medians,
+                                "`flash_id_database_mapping` for every chip of the table (" +
+                                    count_text(flash_chip_count(), "chips") + "), per call",
+                                "", "flash_id_mapping/library", "", GOAL::NONE, 0,
+                                double(flash_chip_count())));
+
+        std::cout << "Machine: " << machine_description() << "\n\n";
+        const bool met = print_table(std::cout, rows);
+        // The two decodes of the grammar must hold the same bytes, and the
+        // allocator must have handed out about what the accounting counts.
+        if (memory.fresh.total() != memory.grammar.total())
+            std::cerr << "warning: a fresh decode holds " << memory.fresh.total() << " bytes, the library's "
+                      << memory.grammar.total() << "\n";
+        std::cerr << "allocator deltas: grammar " << memory.grammar_allocated << " (fresh decode "
+                  << memory.fresh_allocated << "), part indexes " << memory.parts_allocated << "\n";
+        benchmark::Shutdown();
+        return met ? 0 : 3;
+    } catch (const std::exception& error) {
+        std::cerr << "moxdev_bench: " << error.what() << "\n";
+        return 1;
+    }
+}
