@@ -1,24 +1,38 @@
 #!/usr/bin/env bash
 # Configures and builds one flavour of the project.
-#   scripts/build.sh [--sanitize] [--clang] [--werror] [--build-dir DIR]
+#   scripts/build.sh [--sanitize] [--clang] [--werror] [--fuzz] [--tsan] [--build-dir DIR]
+#   --fuzz  the libFuzzer targets (fuzz/), everything instrumented, with Clang
+#   --tsan  everything built with ThreadSanitizer, of the tests only the threading test
 # Prints the build directory on its last line.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 build_dir=build
 options=(-DCMAKE_BUILD_TYPE=RelWithDebInfo)
+fuzz=
 while [ $# -gt 0 ]; do
   case "$1" in
     --sanitize) options+=(-DMOXDEV_SANITIZE=ON -DCMAKE_BUILD_TYPE=Debug); build_dir=build-asan ;;
     --clang) options+=(-DCMAKE_CXX_COMPILER=clang++-14); build_dir=build-clang ;;
     --werror) options+=(-DMOXDEV_WERROR=ON) ;;
+    --fuzz) options+=(-DMOXDEV_FUZZ=ON -DCMAKE_CXX_COMPILER=clang++-14 -DMOXDEV_BUILD_TESTS=OFF -DMOXDEV_BUILD_BENCH=OFF)
+            build_dir=build-fuzz; fuzz=1 ;;
+    --tsan) options+=(-DMOXDEV_TSAN=ON -DMOXDEV_BUILD_TESTS=OFF -DMOXDEV_BUILD_BENCH=OFF); build_dir=build-tsan ;;
     --build-dir) build_dir=$2; shift ;;
-    *) echo "usage: $0 [--sanitize] [--clang] [--werror] [--build-dir DIR]" >&2; exit 1 ;;
+    *) echo "usage: $0 [--sanitize] [--clang] [--werror] [--fuzz] [--tsan] [--build-dir DIR]" >&2; exit 1 ;;
   esac
   shift
 done
 
 scripts/deps.sh >&2
+# The fuzzer's run-time library comes with Clang's run-time package.
+if [ -n "$fuzz" ] && ! dpkg-query -W -f='${Status}' libclang-rt-14-dev 2>/dev/null | grep -q "install ok installed"; then
+  echo "Installing: libclang-rt-14-dev" >&2
+  sudo_cmd=()
+  [ "$(id -u)" -ne 0 ] && sudo_cmd=(sudo)
+  DEBIAN_FRONTEND=noninteractive "${sudo_cmd[@]}" apt-get install -y -qq --no-install-recommends \
+    libclang-rt-14-dev >&2
+fi
 cmake -S . -B "$build_dir" -G Ninja "${options[@]}" >&2
 cmake --build "$build_dir" -j "$(nproc)" >&2
 echo "$build_dir"

@@ -1,0 +1,102 @@
+// The user flash definition in "MOX_SUPPORT_EXT_SPI_DEV", read when a flash
+// manager is constructed over the built database, and the decoder itself.
+//
+// Input: a mode byte, then text. Mode % 3 says what the text is: 0 the value
+// itself; 1 the decoded text, which the target encodes; 2 a definition, which
+// the target completes with its check value and encodes, so that the fuzzer
+// reaches the field checks. Bit 7 turns on the debug output of the reader.
+#include "fuzz_support.h"
+
+#include <cstring>
+
+using namespace moxdev_fuzz;
+
+namespace {
+
+class FLASH : public MOXDEV_FLASH_MANAGER {
+public:
+    using MOXDEV_FLASH_MANAGER::MOXDEV_FLASH_MANAGER;
+    const MOXDEV_SFL_FLASH_INFO& user_record() const { return m_ini_database; }
+};
+
+// Whether `id` holds each byte the record compares at the place it compares it.
+bool answers_with(const MOXDEV_SFL_FLASH_INFO& record, const BYTE* id)
+{
+    if (id[record.memory_id_index] != record.memory_id)
+        return false;
+    if (record.silicon_id)
+        return true;
+    return (record.memory_type_index == 255 || id[record.memory_type_index] == record.memory_type) &&
+           id[record.mfc_id_index] == record.mfc_id;
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerInitialize(int*, char***)
+{
+    common_environment();
+    return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
+{
+    if (size < 1)
+        return 0;
+    const BYTE mode = data[0];
+    // The environment cannot carry a zero byte; the text ends at the first.
+    std::string text(reinterpret_cast<const char*>(data + 1),
+                     strnlen(reinterpret_cast<const char*>(data + 1), size - 1));
+
+    const FLASH codec(false, 0, true, false);
+    std::string plain; // what the value encodes, when the target encoded it
+    std::string value;
+    switch ((mode & 0x7F) % 3) {
+    case 0: value = text; break;
+    case 1: plain = text; break;
+    default:
+        if (text.empty())
+            return 0;
+        plain = text + "#" + codec.gen_ini_password(text) + ";";
+        break;
+    }
+    if (value.empty()) {
+        value = codec.encode_ini(plain);
+        require(!value.empty(), "any text encodes");
+        // Within the decoder's 64 KiB bound the round trip is exact.
+        if (plain.size() <= 64 * 1024)
+            require(codec.decode_ini(value) == plain, "decode(encode(text)) == text");
+    }
+    const std::string decoded = codec.decode_ini(value);
+
+    ::setenv("MOX_SUPPORT_EXT_SPI_DEV", value.c_str(), 1);
+    if (mode & 0x80)
+        ::setenv("MOX_SUPPORT_EXT_SPI_DEV_DEBUG", "1", 1);
+    else
+        ::unsetenv("MOX_SUPPORT_EXT_SPI_DEV_DEBUG");
+
+    refused_cleanly([&] {
+        FLASH manager(false, 1, false, false);
+        const MOXDEV_SFL_FLASH_INFO& user = manager.user_record();
+        if (user.device_name.empty())
+            return;
+        require(!decoded.empty(), "an accepted value decodes");
+        const MOXDEV_SFL_FLASH_INFO& first = manager.get_flash_database()[0];
+        require(first.device_name == user.device_name && first.memory_id == user.memory_id,
+                "the user record is record 0");
+        moxdev_flash_info_to_text(user);
+
+        // The user record wins whenever the chip answers with its bytes.
+        BYTE id[256] = {};
+        id[user.mfc_id_index] = user.mfc_id;
+        if (user.memory_type_index != 255)
+            id[user.memory_type_index] = user.memory_type;
+        id[user.memory_id_index] = user.memory_id;
+        if (answers_with(user, id)) {
+            require(manager.flash_id_database_mapping(user.silicon_id, 0, id), "the user record binds");
+            require(manager.get_flash_mapping_index(0, false) == 0, "the user record wins");
+            manager.sfl_get_device_bit_size(0);
+            manager.sfl_get_asc_voltage(0);
+        }
+    });
+    return 0;
+}
