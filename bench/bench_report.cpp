@@ -1,7 +1,6 @@
 #include "bench_report.h"
 
 #include <cstdio>
-#include <fstream>
 #include <iostream>
 #include <sstream>
 #include <thread>
@@ -89,18 +88,17 @@ std::string format_bytes(std::size_t bytes)
 
 namespace {
 
-std::string cpu_model()
+// The architecture the benchmark was built for; the processor's brand is
+// left out of reports on purpose.
+const char* architecture()
 {
-    std::ifstream cpuinfo("/proc/cpuinfo");
-    std::string line;
-    while (std::getline(cpuinfo, line)) {
-        if (line.rfind("model name", 0) == 0) {
-            const auto colon = line.find(':');
-            if (colon != std::string::npos)
-                return line.substr(line.find_first_not_of(' ', colon + 1));
-        }
-    }
-    return "unknown CPU";
+#if defined(__x86_64__)
+    return "x86-64";
+#elif defined(__aarch64__)
+    return "AArch64";
+#else
+    return "unknown-architecture";
+#endif
 }
 
 std::string compiler()
@@ -151,7 +149,7 @@ std::string verdict(const ROW& row)
 std::string machine_description()
 {
     std::ostringstream text;
-    text << std::thread::hardware_concurrency() << " processors, " << cpu_model() << ", " << compiler();
+    text << std::thread::hardware_concurrency() << " " << architecture() << " cores, " << compiler();
 #ifdef NDEBUG
     text << ", optimised build";
 #else

@@ -61,186 +61,108 @@ void MOXDEV_DATABASE_CODEC::fail(const std::string& condition, int line) const
     MSG_INTERNAL_ERROR::report(condition, MOXDEV_MODULE, m_unit, line);
 }
 
-void MOXDEV_DATABASE_CODEC::set_buffer(const BYTE* data, DWORD size)
-{
-    m_buffer = data;
-    m_buffer_size = size;
-}
-
-void MOXDEV_DATABASE_CODEC::check_range(const BYTE* data, DWORD index, DWORD count, int line) const
-{
-    if (data == nullptr || data != m_buffer)
-        fail("buffer is not the registered database buffer", line);
-    if (index > m_buffer_size || count > m_buffer_size - index)
-        fail("access beyond the end of the database buffer", line);
-}
-
-// ---------------------------------------------------------------- readers
-
-BYTE MOXDEV_DATABASE_CODEC::get_byte(const BYTE* data, DWORD& index) const
-{
-    check_range(data, index, 1, __LINE__);
-    return data[index++];
-}
+// ---------------------------------------------------------------- primitives
 
 DWORD MOXDEV_DATABASE_CODEC::get_dword(const BYTE* data, DWORD& index) const
 {
-    check_range(data, index, 4, __LINE__);
-    const DWORD value = DWORD(data[index]) | (DWORD(data[index + 1]) << 8) |
-                        (DWORD(data[index + 2]) << 16) | (DWORD(data[index + 3]) << 24);
-    index += 4;
+    MOXDEV_FIELD_READER in = trusting_reader(data, index);
+    const DWORD value = in.get_dword();
+    index = in.position();
     return value;
 }
 
 void MOXDEV_DATABASE_CODEC::get_dword_data(const BYTE* data, DWORD& index, DWORD* out) const
 {
-    check_range(data, index, 1, __LINE__);
-    const BYTE type = data[index++];
-    CODEC_CHECK(type == MOXDEV_MANAGER_DEVID_ENUM || type == MOXDEV_MANAGER_DWORD ||
-                type == MOXDEV_MANAGER_ENUM);
-    *out = get_dword(data, index);
+    MOXDEV_FIELD_READER in = trusting_reader(data, index);
+    *out = in.dword_field();
+    index = in.position();
 }
 
 void MOXDEV_DATABASE_CODEC::get_word_data(const BYTE* data, DWORD& index, WORD* out) const
 {
-    check_range(data, index, 1, __LINE__);
-    const BYTE type = data[index++];
-    CODEC_CHECK(type == MOXDEV_MANAGER_WORD);
-    check_range(data, index, 2, __LINE__);
-    *out = WORD(data[index] | (data[index + 1] << 8));
-    index += 2;
+    MOXDEV_FIELD_READER in = trusting_reader(data, index);
+    *out = in.word_field();
+    index = in.position();
 }
 
 void MOXDEV_DATABASE_CODEC::get_byte_data(const BYTE* data, DWORD& index, BYTE* out) const
 {
-    check_range(data, index, 1, __LINE__);
-    const BYTE type = data[index++];
-    CODEC_CHECK(type == MOXDEV_MANAGER_BYTE);
-    check_range(data, index, 1, __LINE__);
-    *out = data[index++];
+    MOXDEV_FIELD_READER in = trusting_reader(data, index);
+    *out = in.byte_field();
+    index = in.position();
 }
 
 void MOXDEV_DATABASE_CODEC::get_bool_data(const BYTE* data, DWORD& index, bool* out) const
 {
-    check_range(data, index, 1, __LINE__);
-    const BYTE type = data[index++];
-    CODEC_CHECK(type == MOXDEV_MANAGER_BOOL);
-    check_range(data, index, 1, __LINE__);
-    const BYTE value = data[index++];
-    CODEC_CHECK(value == 0 || value == 1);
-    *out = value == 1;
+    MOXDEV_FIELD_READER in = trusting_reader(data, index);
+    *out = in.bool_field();
+    index = in.position();
 }
 
 void MOXDEV_DATABASE_CODEC::get_string_data(const BYTE* data, DWORD& index, bool allow_empty,
                                             std::string* out) const
 {
-    check_range(data, index, 1, __LINE__);
-    const BYTE type = data[index++];
-    CODEC_CHECK(type == MOXDEV_MANAGER_DEVID_STR || type == MOXDEV_MANAGER_STRING);
-    check_range(data, index, 1, __LINE__);
-    const BYTE length = data[index++];
-    out->clear();
-    if (length > 0) {
-        check_range(data, index, length, __LINE__);
-        out->assign(reinterpret_cast<const char*>(&data[index]), length);
-        index += length;
-    } else {
-        CODEC_CHECK(allow_empty);
-    }
+    MOXDEV_FIELD_READER in = trusting_reader(data, index);
+    in.string_field(allow_empty, *out);
+    index = in.position();
 }
 
 void MOXDEV_DATABASE_CODEC::confirm_data_type_end(const BYTE* data, DWORD& index) const
 {
-    check_range(data, index, 4, __LINE__);
-    CODEC_CHECK(data[index++] == 'E');
-    CODEC_CHECK(data[index++] == 'N');
-    CODEC_CHECK(data[index++] == 'D');
-    CODEC_CHECK(data[index++] == '1');
+    MOXDEV_FIELD_READER in = trusting_reader(data, index);
+    in.record_end();
+    index = in.position();
 }
 
 void MOXDEV_DATABASE_CODEC::confirm_database_end(const BYTE* data, DWORD& index) const
 {
-    check_range(data, index, 4, __LINE__);
-    CODEC_CHECK(data[index++] == 'E');
-    CODEC_CHECK(data[index++] == 'N');
-    CODEC_CHECK(data[index++] == 'D');
-    CODEC_CHECK(data[index++] == '2');
-}
-
-// ---------------------------------------------------------------- writers
-
-void MOXDEV_DATABASE_CODEC::dump_byte(BYTE*& data, DWORD& index, BYTE value) const
-{
-    check_range(data, index, 1, __LINE__);
-    data[index++] = value;
+    MOXDEV_FIELD_READER in = trusting_reader(data, index);
+    in.database_end();
+    index = in.position();
 }
 
 void MOXDEV_DATABASE_CODEC::dump_dword_database(BYTE*& data, DWORD& index, DWORD value) const
 {
-    check_range(data, index, 4, __LINE__);
-    for (int shift = 0; shift < 32; shift += 8)
-        data[index++] = BYTE(value >> shift);
+    write_in_place(data, index, [&](MOXDEV_FIELD_WRITER& out) { out.put_dword(value); });
 }
 
 void MOXDEV_DATABASE_CODEC::dump_value_to_database(BYTE*& data, DWORD& index, std::string text,
                                                    DWORD size) const
 {
-    CODEC_CHECK(size == 1 || size == 2 || size == 4);
-    DWORD value = 0;
-    CODEC_CHECK_MSG(MOX_COMMON::convert_string_to_dword(text, value),
-                    "Invalid number \"" + text + "\"");
-    check_range(data, index, 1 + size, __LINE__);
-    // A value wider than the field is truncated on purpose: the table is a
-    // trusted build input and keeps its own ranges.
-    data[index++] = size == 1 ? MOXDEV_MANAGER_BYTE
-                  : size == 2 ? MOXDEV_MANAGER_WORD
-                              : MOXDEV_MANAGER_DWORD;
-    for (DWORD i = 0; i < size; ++i)
-        data[index++] = BYTE(value >> (8 * i));
+    write_in_place(data, index, [&](MOXDEV_FIELD_WRITER& out) { out.value_field(text, size); });
 }
 
 void MOXDEV_DATABASE_CODEC::dump_bool_to_database(BYTE*& data, DWORD& index,
                                                   std::string text) const
 {
-    CODEC_CHECK(text == "" || text == "FALSE" || text == "TRUE");
-    check_range(data, index, 2, __LINE__);
-    data[index++] = MOXDEV_MANAGER_BOOL;
-    data[index++] = text == "TRUE" ? 1 : 0;
+    write_in_place(data, index, [&](MOXDEV_FIELD_WRITER& out) { out.bool_field(text); });
 }
 
 void MOXDEV_DATABASE_CODEC::dump_string_to_database(BYTE*& data, DWORD& index, bool allow_empty,
-                                                    std::string string,
+                                                    std::string text,
                                                     MOXDEV_MANAGER_TYPE type) const
 {
-    CODEC_CHECK(string.size() > 0 || allow_empty);
-    CODEC_CHECK(type == MOXDEV_MANAGER_DEVID_STR || type == MOXDEV_MANAGER_STRING);
-    // The length byte holds the low 8 bits only; a longer text could not be
-    // read back, so it is refused here rather than written damaged.
-    CODEC_CHECK_MSG(string.size() < 256, "Text longer than 255 characters: \"" + string + "\"");
-    check_range(data, index, DWORD(2 + string.size()), __LINE__);
-    data[index++] = type;
-    data[index++] = BYTE(string.size());
-    std::memcpy(&data[index], string.data(), string.size());
-    index += DWORD(string.size());
+    write_in_place(data, index,
+                   [&](MOXDEV_FIELD_WRITER& out) { out.string_field(allow_empty, text, type); });
 }
 
-void MOXDEV_DATABASE_CODEC::dump_marker(BYTE*& data, DWORD& index, const char* marker) const
+// ---------------------------------------------------------------- images
+
+MOXDEV_FIELD_WRITER MOXDEV_DATABASE_CODEC::start_database_image(const char* magic,
+                                                                const std::string& identifier) const
 {
-    check_range(data, index, 4, __LINE__);
-    std::memcpy(&data[index], marker, 4);
-    index += 4;
+    MOXDEV_FIELD_WRITER image(m_unit);
+    image.put_bytes(magic, MOXDEV_DB_MAGIC_SIZE);
+    image.put_bytes(identifier.data(), MOXDEV_DB_ID_SIZE);
+    image.put_dword(0);
+    return image;
 }
 
-void MOXDEV_DATABASE_CODEC::dump_file_header(BYTE*& data, DWORD& index, const char* magic,
-                                             const std::string& identifier,
-                                             DWORD memory_size) const
+DWORD MOXDEV_DATABASE_CODEC::finish_database_image(MOXDEV_FIELD_WRITER& image) const
 {
-    check_range(data, index, MOXDEV_DB_HEADER_SIZE, __LINE__);
-    std::memcpy(&data[index], magic, MOXDEV_DB_MAGIC_SIZE);
-    index += MOXDEV_DB_MAGIC_SIZE;
-    std::memcpy(&data[index], identifier.data(), MOXDEV_DB_ID_SIZE);
-    index += MOXDEV_DB_ID_SIZE;
-    dump_dword_database(data, index, memory_size);
+    const DWORD memory_size = image.size() - MOXDEV_DB_HEADER_SIZE;
+    image.patch_dword(MOXDEV_DB_MAGIC_SIZE + MOXDEV_DB_ID_SIZE, memory_size);
+    return memory_size;
 }
 
 // ---------------------------------------------------------------- compression
@@ -266,7 +188,7 @@ BYTE* MOXDEV_DATABASE_CODEC::decompress_data(BYTE* data, DWORD decompressed_coun
                                              DWORD original_count) const
 {
     CODEC_CHECK(decompressed_count > 0 && original_count > 0);
-    CODEC_CHECK_MSG(QWORD(original_count) <= QWORD(decompressed_count) * MAX_INFLATE_RATIO,
+    CODEC_CHECK_MSG(QWORD(original_count) <= QWORD(decompressed_count) * MOXDEV_MAX_INFLATE_RATIO,
                     "announced payload size exceeds what the compressed data can hold");
     std::unique_ptr<BYTE[]> decompressed_data(new BYTE[original_count]);
     DWORD new_dcmp_size = original_count;
@@ -326,12 +248,12 @@ MOXDEV_DATABASE_CODEC::read_database_file(const FIO_PATH& path, const char* file
     return payload;
 }
 
-void MOXDEV_DATABASE_CODEC::write_database_file(std::vector<BYTE>& image,
+void MOXDEV_DATABASE_CODEC::write_database_file(const std::vector<BYTE>& image,
                                                 const FIO_PATH& path) const
 {
     DWORD new_count = 0;
     std::unique_ptr<BYTE[]> compressed(
-        compress_data(image.data(), MOXDEV_DB_HEADER_SIZE, DWORD(image.size()), new_count));
+        compress_data(const_cast<BYTE*>(image.data()), MOXDEV_DB_HEADER_SIZE, DWORD(image.size()), new_count));
 
     const std::string target = path.fullpath();
     const std::string temporary = target + ".tmp";

@@ -1,17 +1,20 @@
-// The container and typed field stream shared by the device information
-// database and the serial flash database.
+// The container shared by the device information database and the serial
+// flash database, and the codec primitives of both managers.
 //
 // A database file is a 44-byte plain header (8-byte magic, 32-character source
 // identifier, payload size), a zlib-compressed payload and a 2-byte trailer.
-// The payload is a stream of tagged values: each value is preceded by a
-// one-byte type tag, records end with "END1" and the record list with "END2".
-// All integers are little-endian and assembled byte by byte.
+// The payload is the typed field stream of moxdev_field_stream.h.
 //
-// Both managers derive from this codec. Its readers and writers work on one
-// registered buffer and check every access against its bounds, so a damaged
-// payload ends in an internal error, never in a read past its end. Errors are
-// reported under the unit of the manager that owns the codec.
+// MOXDEV_DATABASE_CODEC holds no state but the name of the source unit under
+// which its faults are reported. The managers' own loading and generation use
+// MOXDEV_FIELD_READER and MOXDEV_FIELD_WRITER values directly; the primitives
+// below, which take a buffer and a position, are thin forms over them for a
+// class that derives from a manager, and trust the caller's buffer: they work
+// on any buffer and check nothing against its end, exactly as a caller of a
+// buffer-and-position primitive expects.
 #pragma once
+
+#include "moxdev/moxdev_field_stream.h"
 
 #include "host/fio.h"
 #include "host/host_types.h"
@@ -19,21 +22,6 @@
 #include <memory>
 #include <string>
 #include <vector>
-
-// Type tags of the field stream.
-enum MOXDEV_MANAGER_TYPE : BYTE {
-    MOXDEV_MANAGER_DEVID_ENUM = 0,
-    MOXDEV_MANAGER_DEVID_STR = 1,
-    MOXDEV_MANAGER_STRING = 2,
-    MOXDEV_MANAGER_BOOL = 3,
-    MOXDEV_MANAGER_BYTE = 4,
-    MOXDEV_MANAGER_WORD = 5,
-    MOXDEV_MANAGER_DWORD = 6,
-    MOXDEV_MANAGER_ENUM = 7,
-    MOXDEV_MANAGER_FAMILY_TBL = 8,
-    MOXDEV_MANAGER_DEVICE_TBL = 10,
-    MOXDEV_MANAGER_PART_TBL = 11,
-};
 
 // Byte counts of the container.
 constexpr DWORD MOXDEV_DB_MAGIC_SIZE = 8;
@@ -62,22 +50,19 @@ private:
     std::unique_ptr<STATE> m_state;
 };
 
-class MOXDEV_DATABASE_CODEC {
-public:
-    // Zlib inflates at most about 1032 bytes from one compressed byte; a header
-    // announcing more than that cannot be honest and is refused before any
-    // memory is set aside for it.
-    static constexpr QWORD MAX_INFLATE_RATIO = 1032;
+// Zlib inflates at most about 1032 bytes from one compressed byte: an
+// announced size beyond that cannot be honest and is refused before any memory
+// is set aside for it.
+constexpr QWORD MOXDEV_MAX_INFLATE_RATIO = 1032;
 
+class MOXDEV_DATABASE_CODEC {
 protected:
     // `unit` names the source unit under which internal errors are reported.
     explicit MOXDEV_DATABASE_CODEC(const char* unit) : m_unit(unit) {}
 
-    // Registers the buffer that the following reads and writes work on.
-    void set_buffer(const BYTE* data, DWORD size);
+    const char* unit() const { return m_unit; }
 
     // Readers: each consumes its tag (if any) and value and advances `index`.
-    BYTE get_byte(const BYTE* data, DWORD& index) const;  // untagged
     DWORD get_dword(const BYTE* data, DWORD& index) const; // untagged
     void get_dword_data(const BYTE* data, DWORD& index, DWORD* out) const;
     void get_word_data(const BYTE* data, DWORD& index, WORD* out) const;
@@ -87,15 +72,13 @@ protected:
     void confirm_data_type_end(const BYTE* data, DWORD& index) const;
     void confirm_database_end(const BYTE* data, DWORD& index) const;
 
-    // Writers: each writes its tag (if any) and value and advances `index`.
-    void dump_byte(BYTE*& data, DWORD& index, BYTE value) const;           // untagged
+    // Writers: each writes its tag (if any) and value at data[index] and
+    // advances `index`; the caller's buffer must have room.
     void dump_dword_database(BYTE*& data, DWORD& index, DWORD value) const; // untagged
     void dump_value_to_database(BYTE*& data, DWORD& index, std::string text, DWORD size) const;
     void dump_bool_to_database(BYTE*& data, DWORD& index, std::string text) const;
     void dump_string_to_database(BYTE*& data, DWORD& index, bool allow_empty, std::string text,
                                  MOXDEV_MANAGER_TYPE type) const;
-    // Writes the four marker characters ("END1" or "END2") untagged.
-    void dump_marker(BYTE*& data, DWORD& index, const char* marker) const;
 
     // Compresses data[offset, count) behind an unchanged copy of data[0, offset).
     // The result is allocated with new[]; the caller frees it with delete[].
@@ -103,6 +86,26 @@ protected:
     // Inflates `decompressed_count` compressed bytes into exactly
     // `original_count` bytes, allocated with new[]; the caller frees them.
     BYTE* decompress_data(BYTE* data, DWORD decompressed_count, DWORD original_count) const;
+
+    // A reader over `size` bytes, reporting under this unit.
+    MOXDEV_FIELD_READER reader(const BYTE* data, DWORD size) const { return {data, size, m_unit}; }
+    // A reader at data[index] that trusts the caller's buffer.
+    MOXDEV_FIELD_READER trusting_reader(const BYTE* data, DWORD index) const
+    {
+        return MOXDEV_FIELD_READER::unbounded(data, index, m_unit);
+    }
+    // Runs write(writer) on an empty writer and copies what it wrote to
+    // data[index], advancing `index`: a buffer-and-position writer built on
+    // an appending one.
+    template <class WRITE>
+    void write_in_place(BYTE* data, DWORD& index, WRITE write) const
+    {
+        MOXDEV_FIELD_WRITER writer(m_unit);
+        write(writer);
+        if (writer.size() > 0)
+            std::memcpy(data + index, writer.bytes().data(), writer.size());
+        index += writer.size();
+    }
 
     struct PAYLOAD {
         std::unique_ptr<BYTE[]> data;
@@ -113,28 +116,21 @@ protected:
     // the inflated payload. `file_variable` is the name under which the file
     // appears in the condition text of a missing file ("device_file").
     PAYLOAD read_database_file(const FIO_PATH& path, const char* file_variable,
-                                         const char* magic, const std::string& identifier) const;
+                               const char* magic, const std::string& identifier) const;
+
+    // Starts a database image: the 44-byte plain header with a payload size
+    // of 0, which finish_database_image() fills in.
+    MOXDEV_FIELD_WRITER start_database_image(const char* magic, const std::string& identifier) const;
+    // Sets the header's payload size from what was written; returns it.
+    DWORD finish_database_image(MOXDEV_FIELD_WRITER& image) const;
 
     // Compresses `image` (44-byte header plus payload) and writes it with its
     // trailer to `path`. The file is written beside its destination and renamed
     // into place, so an earlier file survives any failure.
-    void write_database_file(std::vector<BYTE>& image, const FIO_PATH& path) const;
-
-    // Writes the 44-byte plain header at the start of `data`.
-    void dump_file_header(BYTE*& data, DWORD& index, const char* magic,
-                          const std::string& identifier, DWORD memory_size) const;
-
-    // Size of the registered buffer.
-    DWORD buffer_size() const { return m_buffer_size; }
+    void write_database_file(const std::vector<BYTE>& image, const FIO_PATH& path) const;
 
     [[noreturn]] void fail(const std::string& condition, int line) const;
 
 private:
-    // Reports an internal error unless `count` bytes from `index` lie within
-    // the registered buffer.
-    void check_range(const BYTE* data, DWORD index, DWORD count, int line) const;
-
     const char* m_unit;
-    const BYTE* m_buffer = nullptr;
-    DWORD m_buffer_size = 0;
 };

@@ -1,6 +1,7 @@
 #include "moxdev/moxdev_ddb_mgr.h"
 
 #include "moxdev/moxdev_assert.h"
+#include "moxdev/moxdev_database_codec.h"
 #include "moxdev/moxdev_ddb_internal.h"
 
 #include "host/cfg.h"
@@ -20,9 +21,6 @@ namespace {
 constexpr DWORD TABLE_COUNT = DWORD(MOXDEV_DDB_GRAMMAR_ENUM::MAX);
 constexpr DWORD MAGIC_SIZE = 10;
 constexpr DWORD CRC_SIZE = 4;
-// zlib inflates at most about 1032 bytes from one compressed byte; an image
-// claiming more cannot be honest and is refused before allocating for it.
-constexpr QWORD MAX_INFLATE_RATIO = 1032;
 // Zero bytes kept past an inflated image.
 constexpr DWORD IMAGE_PADDING = 100;
 
@@ -50,7 +48,7 @@ constexpr FRAME_TEXTS OPN_TEXTS = {
 
 IMAGE inflate_image(const BYTE* compressed, DWORD cmp_length, DWORD length, const FRAME_TEXTS& texts)
 {
-    MOXDEV_ASSERT_MSG(compressed != nullptr && QWORD(length) <= QWORD(cmp_length) * MAX_INFLATE_RATIO,
+    MOXDEV_ASSERT_MSG(compressed != nullptr && QWORD(length) <= QWORD(cmp_length) * MOXDEV_MAX_INFLATE_RATIO,
                       "image length exceeds what its compressed data can hold");
     IMAGE image;
     const DWORD capacity = length + IMAGE_PADDING;
@@ -59,8 +57,12 @@ IMAGE inflate_image(const BYTE* compressed, DWORD cmp_length, DWORD length, cons
     image.data.reset(new BYTE[capacity]);
     std::memset(&image.data[length], 0, IMAGE_PADDING);
     DWORD data_size = capacity;
-    MOXDEV_ASSERT_MSG(zlib_uncompress(image.data.get(), &data_size, compressed, cmp_length) == ZLIB_OK,
-                      texts.uncompress);
+    // The host's inflater reports one byte more than the buffer holds when the
+    // stream goes on past it: such an image does not fit and fails inflation,
+    // while one that fits but is longer than declared fails the length check.
+    const bool fits = zlib_uncompress(image.data.get(), &data_size, compressed, cmp_length) == ZLIB_OK &&
+                      data_size <= capacity;
+    MOXDEV_ASSERT_MSG(fits, texts.uncompress);
     MOXDEV_ASSERT_MSG(data_size == length, texts.length);
     const BYTE* data = image.data.get();
     // The frame needs room for its magic, a body and the CRC.

@@ -37,85 +37,6 @@ constexpr DWORD enumeration_mask(DWORD largest)
     return mask;
 }
 
-// Reads one field straight from the payload when it is well formed and lies
-// inside it, and otherwise leaves `index` alone and returns false: the caller
-// then reads the field with the codec's checked reader, which reports the
-// fault as it always has. For the codec's registered buffer only, once a
-// checked read has confirmed it; strings may be empty.
-struct FIELD_READER {
-    const BYTE* data;
-    DWORD size;
-
-    bool has(DWORD index, DWORD count) const { return index <= size && count <= size - index; }
-
-    bool string(DWORD& index, std::string& out) const
-    {
-        if (!has(index, 2) || (data[index] != MOXDEV_MANAGER_DEVID_STR && data[index] != MOXDEV_MANAGER_STRING))
-            return false;
-        const DWORD length = data[index + 1];
-        if (!has(index + 2, length))
-            return false;
-        out.clear();
-        out.append(reinterpret_cast<const char*>(&data[index + 2]), length);
-        index += 2 + length;
-        return true;
-    }
-    bool boolean(DWORD& index, bool& out) const
-    {
-        if (!has(index, 2) || data[index] != MOXDEV_MANAGER_BOOL || data[index + 1] > 1)
-            return false;
-        out = data[index + 1] == 1;
-        index += 2;
-        return true;
-    }
-    bool byte(DWORD& index, BYTE& out) const
-    {
-        if (!has(index, 2) || data[index] != MOXDEV_MANAGER_BYTE)
-            return false;
-        out = data[index + 1];
-        index += 2;
-        return true;
-    }
-    bool word(DWORD& index, WORD& out) const
-    {
-        if (!has(index, 3) || data[index] != MOXDEV_MANAGER_WORD)
-            return false;
-        out = WORD(data[index + 1] | data[index + 2] << 8);
-        index += 3;
-        return true;
-    }
-    bool dword(DWORD& index, DWORD& out) const
-    {
-        if (!has(index, 5) || (data[index] != MOXDEV_MANAGER_DEVID_ENUM && data[index] != MOXDEV_MANAGER_DWORD &&
-                               data[index] != MOXDEV_MANAGER_ENUM))
-            return false;
-        out = little_endian(&data[index + 1]);
-        index += 5;
-        return true;
-    }
-    static DWORD little_endian(const BYTE* bytes)
-    {
-        return DWORD(bytes[0]) | DWORD(bytes[1]) << 8 | DWORD(bytes[2]) << 16 | DWORD(bytes[3]) << 24;
-    }
-};
-
-// Fills `table` with consecutive little-endian DWORDs: straight from the
-// payload when they all lie inside it, else one by one through `read`, the
-// codec's checked reader, which reports where the payload ends.
-template <class READ>
-void read_table(const FIELD_READER& payload, DWORD& index, std::vector<DWORD>& table, READ read)
-{
-    if (!payload.has(index, 0) || QWORD(payload.size - index) < QWORD(table.size()) * 4) {
-        for (DWORD& entry : table)
-            entry = read();
-        return;
-    }
-    for (DWORD& entry : table) {
-        entry = FIELD_READER::little_endian(&payload.data[index]);
-        index += 4;
-    }
-}
-
 // Encoded size of one cell of the given type (tag byte included).
 DWORD encoded_cell_size(MOXDEV_MANAGER_TYPE type, const std::string& cell)
 {
@@ -156,9 +77,8 @@ void MOXDEV_DEV_INFO_MANAGER::initialize_device_database(FIO_PATH device_file)
     const DWORD memory_size = payload.size;
     MOXDEV_ASSERT(memory_size > get_table_size());
     m_csv_memory_size = memory_size - get_table_size();
-    set_buffer(payload.data.get(), memory_size);
-    parse_database(payload.data.get(), false);
-    set_buffer(nullptr, 0);
+    MOXDEV_FIELD_READER in = reader(payload.data.get(), memory_size);
+    parse_payload(in, false);
 }
 
 DWORD MOXDEV_DEV_INFO_MANAGER::get_table_size() const
@@ -177,67 +97,57 @@ DWORD MOXDEV_DEV_INFO_MANAGER::scan_limit() const
 
 bool MOXDEV_DEV_INFO_MANAGER::parse_database(BYTE* data, bool generating)
 {
-    DWORD index = 0;
-    version = get_dword(data, index);
-    m_device_count = get_dword(data, index);
-    m_type_count = get_dword(data, index);
+    MOXDEV_FIELD_READER in = trusting_reader(data, 0);
+    parse_payload(in, generating);
+    // The result carries no meaning; callers ignore it.
+    return false;
+}
+
+void MOXDEV_DEV_INFO_MANAGER::parse_payload(MOXDEV_FIELD_READER& in, bool generating)
+{
+    version = in.get_dword();
+    m_device_count = in.get_dword();
+    m_type_count = in.get_dword();
     MOXDEV_ASSERT_MSG(version == MOXDEV_DB_VERSION, "Mismatch version between device file and reader");
     MOXDEV_ASSERT(m_device_count > 0 && m_type_count > 0);
     MOXDEV_ASSERT_MSG(m_device_database == nullptr, "m_device_database == NULL");
     // Every field takes at least two bytes and every record its end marker, so
     // a count the payload cannot hold is refused before allocating for it.
-    MOXDEV_ASSERT_MSG(QWORD(m_device_count) * (2 * TOTAL_DEVICE_DATABASE_MEMBER + 4) <= buffer_size(),
+    MOXDEV_ASSERT_MSG(QWORD(m_device_count) * (2 * TOTAL_DEVICE_DATABASE_MEMBER + 4) <= in.size(),
                       "record count exceeds what the payload can hold");
 
     m_device_database = std::make_shared<std::vector<MOXDEV_DEVICE_INFO>>(m_device_count);
     for (DWORD record = 0; record < m_device_count; ++record) {
-        get_database(data, index, record);
-        confirm_data_type_end(data, index);
+        read_record(in, record);
+        in.record_end();
     }
-    confirm_database_end(data, index);
+    in.database_end();
 
     if (!generating) {
+        const DWORD index = in.position();
         MOXDEV_ASSERT(index == m_csv_memory_size);
-        get_table(data, index);
+        read_tables(in);
         if (m_print_mode >= 1 && m_print_mode <= 4)
             print_database(m_print_mode);
     }
-    // The result carries no meaning; callers ignore it.
-    return false;
 }
 
 void MOXDEV_DEV_INFO_MANAGER::get_database(BYTE* data, DWORD& index, DWORD record)
 {
+    MOXDEV_FIELD_READER in = trusting_reader(data, index);
+    read_record(in, record);
+    index = in.position();
+}
+
+void MOXDEV_DEV_INFO_MANAGER::read_record(MOXDEV_FIELD_READER& in, DWORD record)
+{
     MOXDEV_ASSERT_MSG(m_device_database != nullptr && record < m_device_database->size(),
                       "record < m_device_count");
-    // The payload was registered and checked by the first read of the parse.
-    const FIELD_READER payload{data, buffer_size()};
-    // The position stays in a register; the checked readers work on a copy.
-    DWORD at = index;
-    auto checked = [&](auto read) {
-        DWORD position = at;
-        read(position);
-        at = position;
-    };
     moxdev_for_each_device_field((*m_device_database)[record], [&](const char*, MOXDEV_MANAGER_TYPE,
                                                                    auto& value) {
         using T = std::decay_t<decltype(value)>;
-        if constexpr (std::is_same_v<T, std::string>) {
-            if (!payload.string(at, value))
-                checked([&](DWORD& i) { get_string_data(data, i, true, &value); });
-        } else if constexpr (std::is_same_v<T, bool>) {
-            if (!payload.boolean(at, value))
-                checked([&](DWORD& i) { get_bool_data(data, i, &value); });
-        } else if constexpr (std::is_same_v<T, BYTE>) {
-            if (!payload.byte(at, value))
-                checked([&](DWORD& i) { get_byte_data(data, i, &value); });
-        } else if constexpr (std::is_same_v<T, WORD>) {
-            if (!payload.word(at, value))
-                checked([&](DWORD& i) { get_word_data(data, i, &value); });
-        } else {
-            DWORD raw = 0;
-            if (!payload.dword(at, raw))
-                checked([&](DWORD& i) { get_dword_data(data, i, &raw); });
+        if constexpr (std::is_enum_v<T> || std::is_same_v<T, int>) {
+            const DWORD raw = in.dword_field();
             if constexpr (std::is_enum_v<T>) {
                 static_assert(std::is_same_v<T, DEV_FAMILY_ENUM> || std::is_same_v<T, DEV_DEVICE_ENUM>);
                 // A value beyond the enumeration's bound is kept (the searches
@@ -249,34 +159,40 @@ void MOXDEV_DEV_INFO_MANAGER::get_database(BYTE* data, DWORD& index, DWORD recor
                                   "catalogue value does not fit its enumeration");
             }
             value = static_cast<T>(raw);
+        } else {
+            moxdev_read_field(in, value);
         }
     });
-    index = at;
 }
 
 void MOXDEV_DEV_INFO_MANAGER::get_table(BYTE* data, DWORD& index)
+{
+    MOXDEV_FIELD_READER in = trusting_reader(data, index);
+    read_tables(in);
+    index = in.position();
+}
+
+void MOXDEV_DEV_INFO_MANAGER::read_tables(MOXDEV_FIELD_READER& in)
 {
     MOXDEV_ASSERT_MSG(m_device_database != nullptr && m_family_table != nullptr &&
                           m_device_table != nullptr && m_part_table != nullptr,
                       "m_device_database != NULL && m_family_table != NULL && "
                       "m_device_table != NULL && m_part_table != NULL");
-    // The payload was registered and checked by the first read of the parse.
-    const FIELD_READER payload{data, buffer_size()};
 
-    MOXDEV_ASSERT_MSG(get_byte(data, index) == MOXDEV_MANAGER_FAMILY_TBL,
+    MOXDEV_ASSERT_MSG(in.get_byte() == MOXDEV_MANAGER_FAMILY_TBL,
                       "data[index++] == MOXDEV_MANAGER_FAMILY_TBL");
-    MOXDEV_ASSERT(get_dword(data, index) == DWORD(DEV_FAMILY_MAX));
-    read_table(payload, index, *m_family_table, [&] { return get_dword(data, index); });
+    MOXDEV_ASSERT_MSG(in.get_dword() == DWORD(DEV_FAMILY_MAX), "get_dword(data, index) == DWORD(DEV_FAMILY_MAX)");
+    in.get_dwords(m_family_table->data(), DWORD(m_family_table->size()));
 
-    MOXDEV_ASSERT_MSG(get_byte(data, index) == MOXDEV_MANAGER_DEVICE_TBL,
+    MOXDEV_ASSERT_MSG(in.get_byte() == MOXDEV_MANAGER_DEVICE_TBL,
                       "data[index++] == MOXDEV_MANAGER_DEVICE_TBL");
-    MOXDEV_ASSERT(get_dword(data, index) == DWORD(DEV_DEVICE_MAX));
-    read_table(payload, index, *m_device_table, [&] { return get_dword(data, index); });
+    MOXDEV_ASSERT_MSG(in.get_dword() == DWORD(DEV_DEVICE_MAX), "get_dword(data, index) == DWORD(DEV_DEVICE_MAX)");
+    in.get_dwords(m_device_table->data(), DWORD(m_device_table->size()));
 
-    MOXDEV_ASSERT_MSG(get_byte(data, index) == MOXDEV_MANAGER_PART_TBL,
+    MOXDEV_ASSERT_MSG(in.get_byte() == MOXDEV_MANAGER_PART_TBL,
                       "data[index++] == MOXDEV_MANAGER_PART_TBL");
-    MOXDEV_ASSERT(get_dword(data, index) == DWORD(DEV_PART_MAX));
-    read_table(payload, index, *m_part_table, [&] { return get_dword(data, index); });
+    MOXDEV_ASSERT_MSG(in.get_dword() == DWORD(DEV_PART_MAX), "get_dword(data, index) == DWORD(DEV_PART_MAX)");
+    in.get_dwords(m_part_table->data(), DWORD(m_part_table->size()));
 }
 
 // ---------------------------------------------------------------- lookups
@@ -512,24 +428,23 @@ DWORD MOXDEV_DEV_INFO_MANAGER::check_device_file(FIO_PATH csv_file, DWORD& devic
 void MOXDEV_DEV_INFO_MANAGER::dump_to_database(BYTE*& data, DWORD& index,
                                                std::vector<std::string> svec)
 {
+    write_in_place(data, index, [&](MOXDEV_FIELD_WRITER& out) { write_record(out, svec); });
+}
+
+void MOXDEV_DEV_INFO_MANAGER::write_record(MOXDEV_FIELD_WRITER& out, const std::vector<std::string>& svec)
+{
     MOXDEV_ASSERT(DWORD(svec.size()) == TOTAL_DEVICE_DATABASE_MEMBER);
     for (DWORD i = 0; i < TOTAL_DEVICE_DATABASE_MEMBER; ++i) {
         const std::string& cell = svec[i];
         switch (MOXDEV_DEVICE_FIELD_TYPES[i]) {
-        case MOXDEV_MANAGER_DEVID_ENUM:
-            dump_enum_to_database(data, index, MOXDEV_DEVICE_FIELD_NAMES[i], cell);
-            break;
-        case MOXDEV_MANAGER_DEVID_STR:
-            dump_string_to_database(data, index, true, cell, MOXDEV_MANAGER_DEVID_STR);
-            break;
-        case MOXDEV_MANAGER_STRING:
-            dump_string_to_database(data, index, true, cell, MOXDEV_MANAGER_STRING);
-            break;
-        case MOXDEV_MANAGER_BOOL: dump_bool_to_database(data, index, cell); break;
-        case MOXDEV_MANAGER_BYTE: dump_value_to_database(data, index, cell, 1); break;
-        case MOXDEV_MANAGER_WORD: dump_value_to_database(data, index, cell, 2); break;
-        case MOXDEV_MANAGER_DWORD: dump_value_to_database(data, index, cell, 4); break;
-        case MOXDEV_MANAGER_ENUM: dump_enum_to_database(data, index, "", cell); break;
+        case MOXDEV_MANAGER_DEVID_ENUM: write_enum(out, MOXDEV_DEVICE_FIELD_NAMES[i], cell); break;
+        case MOXDEV_MANAGER_DEVID_STR: out.string_field(true, cell, MOXDEV_MANAGER_DEVID_STR); break;
+        case MOXDEV_MANAGER_STRING: out.string_field(true, cell, MOXDEV_MANAGER_STRING); break;
+        case MOXDEV_MANAGER_BOOL: out.bool_field(cell); break;
+        case MOXDEV_MANAGER_BYTE: out.value_field(cell, 1); break;
+        case MOXDEV_MANAGER_WORD: out.value_field(cell, 2); break;
+        case MOXDEV_MANAGER_DWORD: out.value_field(cell, 4); break;
+        case MOXDEV_MANAGER_ENUM: write_enum(out, "", cell); break;
         default: MOXDEV_FAIL("Unsupported type");
         }
     }
@@ -555,6 +470,13 @@ const MOXDEV_NAME_TABLE* name_table_of(const std::string& type_name)
 void MOXDEV_DEV_INFO_MANAGER::dump_enum_to_database(BYTE*& data, DWORD& index,
                                                     std::string type_name, std::string value)
 {
+    write_in_place(data, index,
+                   [&](MOXDEV_FIELD_WRITER& out) { write_enum(out, type_name, value); });
+}
+
+void MOXDEV_DEV_INFO_MANAGER::write_enum(MOXDEV_FIELD_WRITER& out, const std::string& type_name,
+                                         const std::string& value)
+{
     const MOXDEV_NAME_TABLE* table = name_table_of(type_name);
     if (table == nullptr)
         MOXDEV_FAIL("Unsupported type name");
@@ -567,8 +489,7 @@ void MOXDEV_DEV_INFO_MANAGER::dump_enum_to_database(BYTE*& data, DWORD& index,
         }
     }
     MOXDEV_ASSERT(found);
-    dump_byte(data, index, type_name.empty() ? MOXDEV_MANAGER_ENUM : MOXDEV_MANAGER_DEVID_ENUM);
-    dump_dword_database(data, index, id);
+    out.tagged_dword(type_name.empty() ? MOXDEV_MANAGER_ENUM : MOXDEV_MANAGER_DEVID_ENUM, id);
 }
 
 std::string MOXDEV_DEV_INFO_MANAGER::convert_id_enum_to_string(std::string type_name,
@@ -605,7 +526,7 @@ void MOXDEV_DEV_INFO_MANAGER::send_missing_family_notice(DEV_FAMILY_ENUM family)
     MOX_COMMON::send_auto_email_file(MISSING_FAMILY_RECIPIENTS, MISSING_FAMILY_SUBJECT, text);
 }
 
-void MOXDEV_DEV_INFO_MANAGER::print_table(BYTE*& data, DWORD& index)
+void MOXDEV_DEV_INFO_MANAGER::print_table(MOXDEV_FIELD_WRITER& out)
 {
     MOXDEV_ASSERT_MSG(m_device_database != nullptr, "m_device_database != NULL");
     const DEV_PART_MANAGER part_manager;
@@ -613,8 +534,8 @@ void MOXDEV_DEV_INFO_MANAGER::print_table(BYTE*& data, DWORD& index)
     // Families: a family without a record of its own is served by record 1,
     // where the table keeps its Generic record, after a notice to the
     // maintainers; record 0 when the table has no Generic record at all.
-    dump_byte(data, index, MOXDEV_MANAGER_FAMILY_TBL);
-    dump_dword_database(data, index, DWORD(DEV_FAMILY_MAX));
+    out.put_byte(MOXDEV_MANAGER_FAMILY_TBL);
+    out.put_dword(DWORD(DEV_FAMILY_MAX));
     const bool has_generic = search_family(DEV_FAMILY_GENERIC, true);
     for (DWORD i = 0; i < DWORD(DEV_FAMILY_MAX); ++i) {
         const DEV_FAMILY_ENUM family = DEV_FAMILY_ENUM(i);
@@ -627,13 +548,13 @@ void MOXDEV_DEV_INFO_MANAGER::print_table(BYTE*& data, DWORD& index)
             entry = has_generic ? 1 : 0;
         }
         (*m_family_table)[i] = entry;
-        dump_dword_database(data, index, entry);
+        out.put_dword(entry);
     }
 
     // Devices: own record, else the record the part list's name leads to,
     // else the family's.
-    dump_byte(data, index, MOXDEV_MANAGER_DEVICE_TBL);
-    dump_dword_database(data, index, DWORD(DEV_DEVICE_MAX));
+    out.put_byte(MOXDEV_MANAGER_DEVICE_TBL);
+    out.put_dword(DWORD(DEV_DEVICE_MAX));
     for (DWORD d = 0; d < DWORD(DEV_DEVICE_MAX); ++d) {
         const DEV_DEVICE_ENUM device = DEV_DEVICE_ENUM(d);
         DWORD entry = INVALID_DWORD;
@@ -651,12 +572,12 @@ void MOXDEV_DEV_INFO_MANAGER::print_table(BYTE*& data, DWORD& index)
             entry = m_index;
         }
         (*m_device_table)[d] = entry;
-        dump_dword_database(data, index, entry);
+        out.put_dword(entry);
     }
 
     // Parts: own record, else the device's.
-    dump_byte(data, index, MOXDEV_MANAGER_PART_TBL);
-    dump_dword_database(data, index, DWORD(DEV_PART_MAX));
+    out.put_byte(MOXDEV_MANAGER_PART_TBL);
+    out.put_dword(DWORD(DEV_PART_MAX));
     for (int part = 0; part < DEV_PART_MAX; ++part) {
         DWORD entry = INVALID_DWORD;
         if (search_part(part, true)) {
@@ -669,7 +590,7 @@ void MOXDEV_DEV_INFO_MANAGER::print_table(BYTE*& data, DWORD& index)
             entry = m_index;
         }
         (*m_part_table)[DWORD(part)] = entry;
-        dump_dword_database(data, index, entry);
+        out.put_dword(entry);
     }
 }
 
@@ -688,40 +609,35 @@ void MOXDEV_DEV_INFO_MANAGER::generate_device_database(FIO_PATH csv_file, FIO_PA
         MOXDEV_ASSERT(pure_memory_size > 0);
         const DWORD memory_size = pure_memory_size + get_table_size();
 
-        std::vector<BYTE> image(std::size_t(memory_size) + MOXDEV_DB_HEADER_SIZE);
-        BYTE* data = image.data();
-        DWORD index = 0;
-        set_buffer(data, DWORD(image.size()));
         MOXDEV_ASSERT(MOXDEV_DEV_INFO_CSV_MD5.size() == 32);
-        dump_file_header(data, index, DEVICE_MAGIC, MOXDEV_DEV_INFO_CSV_MD5, memory_size);
-        dump_dword_database(data, index, MOXDEV_DB_VERSION);
-        dump_dword_database(data, index, device_count);
-        dump_dword_database(data, index, TOTAL_DEVICE_DATABASE_MEMBER);
+        MOXDEV_FIELD_WRITER image = start_database_image(DEVICE_MAGIC, MOXDEV_DEV_INFO_CSV_MD5);
+        image.bytes().reserve(std::size_t(memory_size) + MOXDEV_DB_HEADER_SIZE);
+        image.put_dword(MOXDEV_DB_VERSION);
+        image.put_dword(device_count);
+        image.put_dword(TOTAL_DEVICE_DATABASE_MEMBER);
 
-        MOXDEV_TABLE_READER reader(csv_file.fullpath());
+        MOXDEV_TABLE_READER table(csv_file.fullpath());
         std::vector<std::string> cells;
-        for (DWORD row = 0; reader.next(cells); ++row) {
+        for (DWORD row = 0; table.next(cells); ++row) {
             if (row < 2)
                 continue;
-            dump_to_database(data, index, cells);
-            dump_marker(data, index, "END1");
+            write_record(image, cells);
+            image.marker("END1");
         }
-        dump_marker(data, index, "END2");
+        image.marker("END2");
 
         // Read the records back as a self-test of what was written.
-        BYTE* payload = data + MOXDEV_DB_HEADER_SIZE;
-        set_buffer(payload, memory_size);
-        parse_database(payload, true);
+        MOXDEV_FIELD_READER written = reader(image.bytes().data() + MOXDEV_DB_HEADER_SIZE,
+                                             image.size() - MOXDEV_DB_HEADER_SIZE);
+        parse_payload(written, true);
         MOXDEV_ASSERT_MSG(m_device_database != nullptr, "m_device_database != NULL");
-        set_buffer(data, DWORD(image.size()));
 
         parse_mox_parts();
-        print_table(data, index);
-        MOXDEV_ASSERT_MSG(index == memory_size + MOXDEV_DB_HEADER_SIZE, "index == memory_size");
-        set_buffer(nullptr, 0);
-        write_database_file(image, device_file);
+        print_table(image);
+        MOXDEV_ASSERT_MSG(image.size() == memory_size + MOXDEV_DB_HEADER_SIZE, "index == memory_size");
+        finish_database_image(image);
+        write_database_file(image.bytes(), device_file);
     } catch (...) {
-        set_buffer(nullptr, 0);
         m_device_database = saved_records;
         *m_family_table = saved_family_table;
         *m_device_table = saved_device_table;

@@ -118,7 +118,9 @@ protected:
     void dump_to_database(BYTE*& data, DWORD& index, std::vector<std::string> cells);
     void dump_enum_to_database(BYTE*& data, DWORD& index, std::string type_name,
                                std::string value);
-    void print_table(BYTE*& data, DWORD& index);
+    // Appends the family, device and part index tables to a database image
+    // and fills the manager's tables with the same entries.
+    void print_table(MOXDEV_FIELD_WRITER& out);
 
     DWORD version = 0;
     DWORD m_device_count = 0;
@@ -133,6 +135,14 @@ protected:
     std::shared_ptr<std::vector<MOXDEV_PART_LIST_ENTRY>> m_part_list;
 
 private:
+    // The loading and generation steps on the codec's reader and writer; the
+    // protected forms above are thin wrappers that trust the caller's buffer.
+    void parse_payload(MOXDEV_FIELD_READER& in, bool generating);
+    void read_record(MOXDEV_FIELD_READER& in, DWORD record);
+    void read_tables(MOXDEV_FIELD_READER& in);
+    void write_record(MOXDEV_FIELD_WRITER& out, const std::vector<std::string>& cells);
+    void write_enum(MOXDEV_FIELD_WRITER& out, const std::string& type_name, const std::string& value);
+
     // The number of records a scan may visit: at most the fixed database size,
     // and never more than were loaded.
     DWORD scan_limit() const;

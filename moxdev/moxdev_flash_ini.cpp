@@ -19,6 +19,9 @@ constexpr char MAGIC[16] = {'M', 'O', 'X', 'D', 'E', 'V', '_', 'F', 'L', 'A', 'S
 constexpr DWORD HEADER_SIZE = 20; // magic and entry count
 constexpr DWORD SET_COUNT = 3;    // the entry count this library writes
 constexpr DWORD DATA_START = HEADER_SIZE + 8 * SET_COUNT;
+// A QWORD is unpacked once four of its bytes are present: this many zero
+// bytes behind a data set read from the file keep its other four in bounds.
+constexpr DWORD QWORD_READ_MARGIN = 4;
 
 std::string container_path()
 {
@@ -260,7 +263,9 @@ BYTE* MOXDEV_FLASH_INI::read_flash_ini_data(MOXDEV_FLASH_INI_ENUM set, DWORD& si
     const DWORD length = dword_at(&file[HEADER_SIZE + 8 * QWORD(set) + 4]);
     if (offset == 0 || offset < table_end || QWORD(offset) + length > file_size)
         return nullptr;
-    BYTE* copy = new BYTE[length]();
+    // Zero bytes past the set keep the weak size test of a QWORD's unpacking
+    // inside this buffer.
+    BYTE* copy = new BYTE[std::size_t(length) + QWORD_READ_MARGIN]();
     std::memcpy(copy, &file[offset], length);
     size = length;
     return copy;
@@ -374,13 +379,11 @@ bool MOXDEV_FLASH_INI::assign_flash_ini_data(const BYTE* data, DWORD& index, DWO
 {
     if (count == 0)
         return true;
-    // The bytes of a number, those past the end of the data read as zero.
+    // The `width` bytes of a number, little-endian, from the caller's buffer.
     auto number = [&](DWORD width) {
         QWORD value = 0;
-        for (DWORD i = 0; i < width; ++i) {
-            if (QWORD(index) + i < size)
-                value |= QWORD(data[index + i]) << (8 * i);
-        }
+        for (DWORD i = 0; i < width; ++i)
+            value |= QWORD(data[index + i]) << (8 * i);
         index += width;
         return value;
     };
@@ -414,8 +417,9 @@ bool MOXDEV_FLASH_INI::assign_flash_ini_data(const BYTE* data, DWORD& index, DWO
                 *static_cast<DWORD*>(target) = DWORD(number(4));
             break;
         case MOXDEV_PARAM_QWORD:
-            // Only four bytes are required, as the format always did; bytes
-            // beyond the end of the data count as zero.
+            // Only four bytes are required, as the format always did, and all
+            // eight are read: the caller's buffer holds them (the library's
+            // own data sets carry QWORD_READ_MARGIN zero bytes past their end).
             ok = QWORD(index) + 4 <= size;
             if (ok)
                 *static_cast<QWORD*>(target) = number(8);

@@ -55,29 +55,6 @@ constexpr DWORD listed_field_count()
 static_assert(listed_field_count() == TOTAL_DATABASE_MEMBER,
               "the field list must hold every field of the flash record");
 
-// The most bytes a field of stream type `type` can take, tag included: a
-// text's length is one byte.
-constexpr DWORD longest_field(MOXDEV_MANAGER_TYPE type)
-{
-    switch (type) {
-    case MOXDEV_MANAGER_STRING:
-    case MOXDEV_MANAGER_DEVID_STR: return 2 + 255;
-    case MOXDEV_MANAGER_BOOL:
-    case MOXDEV_MANAGER_BYTE: return 2;
-    case MOXDEV_MANAGER_WORD: return 3;
-    default: return 5;
-    }
-}
-
-// The most bytes a record's fields can take.
-constexpr DWORD longest_record()
-{
-    DWORD bytes = 0;
-#define MOXDEV_FLASH_FIELD(name, stream_type, type) bytes += longest_field(MOXDEV_MANAGER_##stream_type);
-#include "moxdev/moxdev_flash_info_fields.def"
-    return bytes;
-}
-
 // ---------------------------------------------------------------- CRC-16
 
 // CRC-16 with polynomial 0x1021, initial value 0, most significant bit first,
@@ -130,72 +107,6 @@ std::string upper(std::string text)
     stl_toupper(text);
     return text;
 }
-
-// Reads one field straight from the payload when it is well formed and lies
-// inside it, and otherwise leaves `index` alone and returns false: the caller
-// then reads the field with the codec's checked reader, which reports the
-// fault as it always has. For the codec's registered buffer only, once a
-// checked read has confirmed it; strings may be empty. Without BOUNDED the
-// caller has made sure that the whole record lies inside the payload.
-template <bool BOUNDED = true>
-struct FIELD_READER {
-    const BYTE* data;
-    DWORD size;
-
-    bool has(DWORD index, DWORD count) const { return !BOUNDED || (index <= size && count <= size - index); }
-
-    // Each reader looks at the field through one pointer: its bytes are then
-    // seen to be adjacent.
-    bool string(DWORD& index, std::string& out) const
-    {
-        const BYTE* field = data + index;
-        if (!has(index, 2) || (field[0] != MOXDEV_MANAGER_DEVID_STR && field[0] != MOXDEV_MANAGER_STRING))
-            return false;
-        const DWORD length = field[1];
-        if (!has(index + 2, length))
-            return false;
-        out.clear();
-        out.append(reinterpret_cast<const char*>(field + 2), length);
-        index += 2 + length;
-        return true;
-    }
-    bool boolean(DWORD& index, bool& out) const
-    {
-        const BYTE* field = data + index;
-        if (!has(index, 2) || field[0] != MOXDEV_MANAGER_BOOL || field[1] > 1)
-            return false;
-        out = field[1] == 1;
-        index += 2;
-        return true;
-    }
-    bool byte(DWORD& index, BYTE& out) const
-    {
-        const BYTE* field = data + index;
-        if (!has(index, 2) || field[0] != MOXDEV_MANAGER_BYTE)
-            return false;
-        out = field[1];
-        index += 2;
-        return true;
-    }
-    bool dword(DWORD& index, DWORD& out) const
-    {
-        const BYTE* field = data + index;
-        if (!has(index, 5) || (field[0] != MOXDEV_MANAGER_DEVID_ENUM && field[0] != MOXDEV_MANAGER_DWORD &&
-                               field[0] != MOXDEV_MANAGER_ENUM))
-            return false;
-        out = DWORD(field[1]) | DWORD(field[2]) << 8 | DWORD(field[3]) << 16 | DWORD(field[4]) << 24;
-        index += 5;
-        return true;
-    }
-    // The record end marker "END1".
-    bool record_end(DWORD& index) const
-    {
-        if (!has(index, 4) || std::memcmp(data + index, "END1", 4) != 0)
-            return false;
-        index += 4;
-        return true;
-    }
-};
 
 // gen_stricmp(text, "NONE") == 0 without a call: ASCII letters only.
 bool is_none(const std::string& text)
@@ -257,22 +168,28 @@ void MOXDEV_FLASH_MANAGER::initialize_flash_database(FIO_PATH flash_file)
 {
     PAYLOAD payload =
         read_database_file(flash_file, "flash_file", FLASH_MAGIC, MOXDEV_FLASH_INFO_CSV_MD5);
-    set_buffer(payload.data.get(), payload.size);
-    parse_database(payload.data.get());
-    set_buffer(nullptr, 0);
+    MOXDEV_FIELD_READER in = reader(payload.data.get(), payload.size);
+    parse_payload(in);
 }
 
 bool MOXDEV_FLASH_MANAGER::parse_database(BYTE* data)
 {
-    DWORD index = 0;
-    version = get_dword(data, index);
+    MOXDEV_FIELD_READER in = trusting_reader(data, 0);
+    parse_payload(in);
+    // The result carries no meaning; callers ignore it.
+    return false;
+}
+
+void MOXDEV_FLASH_MANAGER::parse_payload(MOXDEV_FIELD_READER& in)
+{
+    version = in.get_dword();
     MOXDEV_ASSERT_MSG(version == MOXDEV_DB_VERSION, "Mismatch version between flash file and reader");
-    m_flash_count = get_dword(data, index);
-    m_type_count = get_dword(data, index);
+    m_flash_count = in.get_dword();
+    m_type_count = in.get_dword();
     MOXDEV_ASSERT(m_flash_count > 0 && m_type_count > 0);
     // Every field takes at least two bytes and every record its end marker, so
     // a count the payload cannot hold is refused before allocating for it.
-    MOXDEV_ASSERT_MSG(QWORD(m_flash_count) * (2 * TOTAL_DATABASE_MEMBER + 4) <= buffer_size(),
+    MOXDEV_ASSERT_MSG(QWORD(m_flash_count) * (2 * TOTAL_DATABASE_MEMBER + 4) <= in.size(),
                       "record count exceeds what the payload can hold");
 
     parse_ext_flash_info();
@@ -281,17 +198,16 @@ bool MOXDEV_FLASH_MANAGER::parse_database(BYTE* data)
     m_flash_database = std::make_shared<std::vector<MOXDEV_SFL_FLASH_INFO>>(m_flash_count + m_ini_count);
     DWORD slot = m_ini_count;
     while (m_flash_count > slot - m_ini_count) {
-        if (get_database(data, index, slot)) {
+        if (read_record(in, slot)) {
             ++slot;
         } else {
             // A record whose switch is off is dropped; the next one reuses its slot.
             null_info_database(&(*m_flash_database)[slot]);
             --m_flash_count;
         }
-        if (!FIELD_READER<>{data, buffer_size()}.record_end(index))
-            confirm_data_type_end(data, index);
+        in.record_end();
     }
-    confirm_database_end(data, index);
+    in.database_end();
 
     confirm_default_value(m_ini_count);
     if (m_ini_count > 0) {
@@ -301,51 +217,26 @@ bool MOXDEV_FLASH_MANAGER::parse_database(BYTE* data)
     m_ini_count = 0;
     if (m_debug && m_flash_count > 0)
         print_database();
-    // The result carries no meaning; callers ignore it.
-    return false;
 }
 
 bool MOXDEV_FLASH_MANAGER::get_database(BYTE* data, DWORD& index, DWORD slot)
 {
+    MOXDEV_FIELD_READER in = trusting_reader(data, index);
+    const bool enabled = read_record(in, slot);
+    index = in.position();
+    return enabled;
+}
+
+bool MOXDEV_FLASH_MANAGER::read_record(MOXDEV_FIELD_READER& in, DWORD slot)
+{
     MOXDEV_ASSERT_MSG(m_flash_database != nullptr && slot < m_flash_database->size(),
                       "slot < m_flash_count + m_ini_count");
-    // The payload was registered and checked by the first read of the parse.
-    const FIELD_READER<> payload{data, buffer_size()};
-    // The position stays in a register; the checked readers work on a copy.
-    DWORD at = index;
-    auto checked = [&](auto read) {
-        DWORD position = at;
-        read(position);
-        at = position;
-    };
-    auto read_fields = [&](const auto& fields) {
-        moxdev_for_each_flash_field((*m_flash_database)[slot], [&](const char*, MOXDEV_MANAGER_TYPE,
-                                                                   auto& value) {
-            using T = std::decay_t<decltype(value)>;
-            if constexpr (std::is_same_v<T, std::string>) {
-                if (!fields.string(at, value))
-                    checked([&](DWORD& i) { get_string_data(data, i, true, &value); });
-            } else if constexpr (std::is_same_v<T, bool>) {
-                if (!fields.boolean(at, value))
-                    checked([&](DWORD& i) { get_bool_data(data, i, &value); });
-            } else if constexpr (std::is_same_v<T, BYTE>) {
-                if (!fields.byte(at, value))
-                    checked([&](DWORD& i) { get_byte_data(data, i, &value); });
-            } else {
-                if (!fields.dword(at, value))
-                    checked([&](DWORD& i) { get_dword_data(data, i, &value); });
-            }
-        });
-    };
-    // A record that cannot reach the end of the payload, however long its
-    // texts, is read without a bounds check per field.
-    if (payload.has(at, longest_record()))
-        read_fields(FIELD_READER<false>{data, buffer_size()});
-    else
-        read_fields(payload);
-    index = at;
+    MOXDEV_SFL_FLASH_INFO& record = (*m_flash_database)[slot];
+    moxdev_for_each_flash_field(record, [&](const char*, MOXDEV_MANAGER_TYPE, auto& value) {
+        moxdev_read_field(in, value);
+    });
     // Most records have no switch: those pass every check of enable_device().
-    return is_none((*m_flash_database)[slot].ini) || enable_device(slot);
+    return is_none(record.ini) || enable_device(slot);
 }
 
 bool MOXDEV_FLASH_MANAGER::enable_device(DWORD index)
@@ -1022,21 +913,26 @@ DWORD MOXDEV_FLASH_MANAGER::check_flash_file(FIO_PATH csv, DWORD& record_count)
 void MOXDEV_FLASH_MANAGER::dump_to_database(BYTE*& data, DWORD& index,
                                             std::vector<std::string> svec)
 {
+    write_in_place(data, index, [&](MOXDEV_FIELD_WRITER& out) { write_record(out, svec); });
+}
+
+void MOXDEV_FLASH_MANAGER::write_record(MOXDEV_FIELD_WRITER& out, const std::vector<std::string>& svec)
+{
     MOXDEV_ASSERT(DWORD(svec.size()) == TOTAL_DATABASE_MEMBER);
     for (DWORD i = 0; i < TOTAL_DATABASE_MEMBER; ++i) {
         const std::string& string = svec[i];
         switch (MOXDEV_FLASH_FIELD_TYPES[i]) {
         case MOXDEV_MANAGER_STRING:
             MOXDEV_ASSERT(string.size() > 0);
-            dump_string_to_database(data, index, false, string, MOXDEV_MANAGER_STRING);
+            out.string_field(false, string, MOXDEV_MANAGER_STRING);
             break;
         case MOXDEV_MANAGER_BOOL:
             MOXDEV_ASSERT(string == "FALSE" || string == "TRUE");
-            dump_bool_to_database(data, index, string);
+            out.bool_field(string);
             break;
-        case MOXDEV_MANAGER_BYTE: dump_value_to_database(data, index, string, 1); break;
-        case MOXDEV_MANAGER_WORD: dump_value_to_database(data, index, string, 2); break;
-        case MOXDEV_MANAGER_DWORD: dump_value_to_database(data, index, string, 4); break;
+        case MOXDEV_MANAGER_BYTE: out.value_field(string, 1); break;
+        case MOXDEV_MANAGER_WORD: out.value_field(string, 2); break;
+        case MOXDEV_MANAGER_DWORD: out.value_field(string, 4); break;
         default: MOXDEV_FAIL("Unsupported type");
         }
     }
@@ -1048,28 +944,25 @@ void MOXDEV_FLASH_MANAGER::generate_flash_database(FIO_PATH csv, FIO_PATH out)
     const DWORD pure_memory_size = check_flash_file(csv, record_count);
     MOXDEV_ASSERT(pure_memory_size > 0);
 
-    std::vector<BYTE> image(std::size_t(pure_memory_size) + MOXDEV_DB_HEADER_SIZE);
-    BYTE* data = image.data();
-    DWORD index = 0;
-    set_buffer(data, DWORD(image.size()));
     MOXDEV_ASSERT(MOXDEV_FLASH_INFO_CSV_MD5.size() == 32);
-    dump_file_header(data, index, FLASH_MAGIC, MOXDEV_FLASH_INFO_CSV_MD5, pure_memory_size);
-    dump_dword_database(data, index, MOXDEV_DB_VERSION);
-    dump_dword_database(data, index, record_count);
-    dump_dword_database(data, index, TOTAL_DATABASE_MEMBER);
+    MOXDEV_FIELD_WRITER image = start_database_image(FLASH_MAGIC, MOXDEV_FLASH_INFO_CSV_MD5);
+    image.bytes().reserve(std::size_t(pure_memory_size) + MOXDEV_DB_HEADER_SIZE);
+    image.put_dword(MOXDEV_DB_VERSION);
+    image.put_dword(record_count);
+    image.put_dword(TOTAL_DATABASE_MEMBER);
 
-    MOXDEV_TABLE_READER reader(csv.fullpath());
+    MOXDEV_TABLE_READER table(csv.fullpath());
     std::vector<std::string> cells;
-    for (DWORD line = 0; reader.next(cells); ++line) {
+    for (DWORD line = 0; table.next(cells); ++line) {
         if (line < FIRST_RECORD_LINE)
             continue;
-        dump_to_database(data, index, cells);
-        dump_marker(data, index, "END1");
+        write_record(image, cells);
+        image.marker("END1");
     }
-    dump_marker(data, index, "END2");
-    MOXDEV_ASSERT_MSG(index == image.size(), "index == memory_size");
-    set_buffer(nullptr, 0);
-    write_database_file(image, out);
+    image.marker("END2");
+    MOXDEV_ASSERT_MSG(image.size() == pure_memory_size + MOXDEV_DB_HEADER_SIZE, "index == memory_size");
+    finish_database_image(image);
+    write_database_file(image.bytes(), out);
 }
 
 // ---------------------------------------------------------------- listings

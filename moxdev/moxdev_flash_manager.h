@@ -156,6 +156,12 @@ protected:
     bool m_enable_all = false;
 
 private:
+    // Loading and generation on the codec's reader and writer; the protected
+    // forms above are thin wrappers that trust the caller's buffer.
+    void parse_payload(MOXDEV_FIELD_READER& in);
+    bool read_record(MOXDEV_FIELD_READER& in, DWORD slot);
+    void write_record(MOXDEV_FIELD_WRITER& out, const std::vector<std::string>& cells);
+
     const MOXDEV_SFL_FLASH_INFO& bound_record(DWORD device) const;
     std::string decode_ini_text(const std::string& text, std::ostream* report) const;
 

@@ -172,15 +172,17 @@ TEST(FlashIniPacking, PackAndUnpackRecords)
     const BYTES unterminated = {'A', 'B'};
     index = 0;
     EXPECT_FALSE(MOXDEV_FLASH_INI::assign_flash_ini_data(unterminated.data(), index, 2, 1, types, targets));
-    // A qword needs only four bytes; the missing ones read as zero.
-    const BYTES four = {1, 2, 3, 4};
+    // A qword needs only four bytes before the stated end, and then takes all
+    // eight of the caller's buffer: the index moves by 8.
+    const BYTES eight = {1, 2, 3, 4, 5, 6, 7, 8};
     const MOXDEV_PARAM_TYPE qword_type[] = {MOXDEV_PARAM_QWORD};
     void* qword_target[] = {&qword2};
     index = 0;
-    EXPECT_TRUE(MOXDEV_FLASH_INI::assign_flash_ini_data(four.data(), index, 4, 1, qword_type, qword_target));
-    EXPECT_EQ(qword2, 0x04030201u);
+    EXPECT_TRUE(MOXDEV_FLASH_INI::assign_flash_ini_data(eight.data(), index, 4, 1, qword_type, qword_target));
+    EXPECT_EQ(qword2, 0x0807060504030201u);
+    EXPECT_EQ(index, 8u);
     index = 0;
-    EXPECT_FALSE(MOXDEV_FLASH_INI::assign_flash_ini_data(four.data(), index, 3, 1, qword_type, qword_target));
+    EXPECT_FALSE(MOXDEV_FLASH_INI::assign_flash_ini_data(eight.data(), index, 3, 1, qword_type, qword_target));
     EXPECT_INTERNAL_ERROR(MOXDEV_FLASH_INI::calculate_flash_ini_data_size(size, MOXDEV_PARAM_TYPE(0), &byte),
                           "Unsupport param type");
 }

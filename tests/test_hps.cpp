@@ -108,6 +108,20 @@ TEST_F(HPS, UserRecordsComeFirst)
     EXPECT_EQ(MOXDEV_HPS_NAND_MGR::get_mgr()->get_user_list().size(), 1u);
 }
 
+TEST_F(HPS, ASetEndingInsideAQwordReadsZerosBehindIt)
+{
+    // The QWORD of the last record is unpacked once four of its bytes are
+    // there; its other four come from the zero bytes the library keeps behind
+    // every set it reads, never from outside that buffer.
+    BYTES records = nand_record(0x98, 0xD3, 0x40000000);
+    const BYTES cut = nand_record(0xEC, 0xDA, 0xFFFFFFFF12345678ull);
+    records.insert(records.end(), cut.begin(), cut.end() - 4);
+    store_nand(MOXDEV_HPS_NAND_SIGNATURE, records);
+    const auto& users = MOXDEV_HPS_NAND_MGR::get_mgr()->get_user_list();
+    ASSERT_EQ(users.size(), 2u);
+    EXPECT_EQ(users[1]->flash_byte_size, 0x12345678u);
+}
+
 TEST_F(HPS, ForeignOrDamagedSetsGiveNoUserRecords)
 {
     std::string foreign = MOXDEV_HPS_NAND_SIGNATURE;

@@ -17,8 +17,8 @@ namespace {
 // "MOXDEV_DDB", the body, and the CRC-32/BZIP2 of both, low byte first.
 BYTES frame(const std::string& body)
 {
-    BYTES image{'M', 'O', 'X', 'D', 'E', 'V', '_', 'D', 'D', 'B'};
-    image.insert(image.end(), body.begin(), body.end());
+    const std::string text = "MOXDEV_DDB" + body;
+    BYTES image(text.begin(), text.end());
     const DWORD crc = ~MOX_COMMON::msb_calculate_crc32(image.data(), 0, DWORD(image.size() * 8),
                                                        0xFFFFFFFFu, 0x04C11DB7u, true);
     append_dword(image, crc);
@@ -71,7 +71,16 @@ TEST(NamingDecode, GrammarImageChecks)
     EXPECT_EQ(tables[7].size(), 1u);
 
     const BYTES good = frame(with_tables(table0));
-    EXPECT_INTERNAL_ERROR(decode_grammar(good, DWORD(good.size() - 1)), "data_size == MOXDDB_GRAMMAR_LENGTH");
+    // The image is inflated into its declared length and 100 bytes more: an
+    // image up to 100 bytes longer than declared fails the length check, a
+    // longer one does not fit and fails inflation.
+    const std::string too_long =
+        "zlib_uncompress(data, &data_size, MOXDDB_GRAMMAR_DATA, MOXDDB_GRAMMAR_CMP_LENGTH) == ZLIB_OK";
+    BYTES padded = frame(with_tables(table0 + std::string(200, 'P')));
+    for (DWORD extra : {1u, 100u})
+        EXPECT_INTERNAL_ERROR(decode_grammar(padded, DWORD(padded.size() - extra)), "data_size == MOXDDB_GRAMMAR_LENGTH");
+    for (DWORD extra : {101u, 150u})
+        EXPECT_INTERNAL_ERROR(decode_grammar(padded, DWORD(padded.size() - extra)), too_long);
     EXPECT_INTERNAL_ERROR(decode_grammar(good, DWORD(good.size() + 1)), "data_size == MOXDDB_GRAMMAR_LENGTH");
     BYTES bad_crc = good;
     bad_crc[bad_crc.size() - 2] ^= 1;
@@ -109,6 +118,15 @@ TEST(NamingDecode, OpnImageChecks)
     EXPECT_EQ(decode_opn(frame(body(3, {0x05, 0x80, 0x01, 0xFF, 0xFF, 0xFF, 0xFF, 0x0F}))),
               (std::vector<DWORD>{5, 128, 0xFFFFFFFFu}));
     EXPECT_INTERNAL_ERROR(decode_opn(frame(body(0, {}))), "enum_count > 0");
+    // The same 100-byte margin as the grammar image.
+    const BYTES long_image = frame(body(1, BYTES(200, 0x05)));
+    const BYTES compressed = deflate(long_image);
+    auto opn_declared = [&](DWORD length) {
+        return moxdev_decode_opn_image(compressed.data(), DWORD(compressed.size()), length);
+    };
+    EXPECT_INTERNAL_ERROR(opn_declared(DWORD(long_image.size() - 100)), "data_size == MOXDDB_OPN_LENGTH");
+    EXPECT_INTERNAL_ERROR(opn_declared(DWORD(long_image.size() - 101)),
+                          "zlib_uncompress(data, &data_size, MOXDDB_OPN_DATA, MOXDDB_OPN_CMP_LENGTH) == ZLIB_OK");
     EXPECT_INTERNAL_ERROR(decode_opn(frame(body(1, {0x80, 0x80, 0x80, 0x80, 0x80, 0x01}))), "shift <= 35");
     EXPECT_INTERNAL_ERROR(decode_opn(frame(body(1, {0xFF, 0xFF, 0xFF, 0xFF, 0x1F}))),
                           "dev_enum <= QWORD(0xFFFFFFFF)");
