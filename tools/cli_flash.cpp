@@ -5,6 +5,7 @@
 
 #include "moxdev/moxdev.h"
 
+#include <algorithm>
 #include <fmt/format.h>
 
 #include <iostream>
@@ -76,14 +77,21 @@ JSON record_json(const MOXDEV_SFL_FLASH_INFO& record)
     return fields;
 }
 
-void flash_list(bool every_record, bool full)
+void flash_list(bool every_record, bool full, const std::string& maker)
 {
     FLASH_TOOL manager(every_record);
     const MOXDEV_SFL_FLASH_INFO* records = manager.get_flash_database();
+    auto listed = [&](const MOXDEV_SFL_FLASH_INFO& record) {
+        return maker.empty() || gen_stricmp(record.manufacturer_name, maker) == 0;
+    };
+    if (!std::any_of(records, records + manager.get_flash_count(), listed))
+        throw USER_ERROR{"no flash record of the maker '" + maker + "'"};
     if (json_output) {
         JSON entries = JSON::array();
         for (DWORD i = 0; i < manager.get_flash_count(); ++i) {
             const MOXDEV_SFL_FLASH_INFO& record = records[i];
+            if (!listed(record))
+                continue;
             const bool user = i == 0 && manager.has_user_record();
             const bool switched = !user && gen_stricmp(record.ini, "NONE") != 0;
             const std::string name = switched ? "MOX_ALLOW_" + record.ini : std::string();
@@ -96,14 +104,28 @@ void flash_list(bool every_record, bool full)
         print_json(entries);
         return;
     }
-    if (full) {
+    if (full && maker.empty()) {
         manager.print_database();
         return;
     }
     fmt::print("{:>5}  {:<10} {:<16} {:<11} {:>6} {:>6}  {:<7} {}\n", "index", "maker", "device",
                "ID", "Mbit", "KiB", "default", "switch");
+    // Records per maker, in table order, for the closing line.
+    std::vector<std::pair<std::string, DWORD>> per_maker;
+    DWORD shown = 0;
     for (DWORD i = 0; i < manager.get_flash_count(); ++i) {
         const MOXDEV_SFL_FLASH_INFO& record = records[i];
+        if (!listed(record))
+            continue;
+        ++shown;
+        if (per_maker.empty() || per_maker.back().first != record.manufacturer_name)
+            per_maker.emplace_back(record.manufacturer_name, 0);
+        ++per_maker.back().second;
+        if (full) {
+            fmt::print("Flash record {}: {} {}\n", i, record.manufacturer_name, record.device_name);
+            print_record(record);
+            continue;
+        }
         std::string note;
         if (i == 0 && manager.has_user_record())
             note = "user-defined (MOX_SUPPORT_EXT_SPI_DEV)";
@@ -115,7 +137,19 @@ void flash_list(bool every_record, bool full)
                    record.device_bit_size >> 20, record.device_sector_byte >> 10,
                    record.default_dev ? "yes" : "", note);
     }
-    fmt::print("{} records\n", manager.get_flash_count());
+    // A maker whose records are not adjacent (a second block) is counted once.
+    std::vector<std::pair<std::string, DWORD>> counts;
+    for (const auto& [name, count] : per_maker) {
+        auto same = std::find_if(counts.begin(), counts.end(), [&](const auto& c) { return c.first == name; });
+        if (same == counts.end())
+            counts.emplace_back(name, count);
+        else
+            same->second += count;
+    }
+    std::string summary;
+    for (const auto& [name, count] : counts)
+        summary += fmt::format("{}{} {}", summary.empty() ? "" : ", ", name, count);
+    fmt::print("{} records: {}\n", shown, summary);
 }
 
 std::vector<BYTE> parse_id_bytes(const std::vector<std::string>& words)
@@ -270,12 +304,15 @@ void add_flash_commands(CLI::App& app)
     flash->require_subcommand(1);
 
     static bool every_record = false, full = false;
+    static std::string maker;
     CLI::App* list = flash->add_subcommand("list", "List the usable flash records "
                                                    "(record 0 is the user flash when one is defined)");
     list->add_flag("--all", every_record, "Also list the records whose MOX_ALLOW_ switch is off");
     list->add_flag("--full", full, "Print every field of every record");
-    list->footer("With --json every record is given whole, so --full changes nothing.");
-    add_json_verb(list, [] { flash_list(every_record, full); });
+    list->add_option("--maker", maker, "Only the records of this maker, e.g. winbond (letter case ignored)");
+    list->footer("The last line counts the records listed per maker. "
+                 "With --json every record is given whole, so --full changes nothing.");
+    add_json_verb(list, [] { flash_list(every_record, full, maker); });
 
     static std::vector<std::string> words;
     static bool silicon_id = false;
