@@ -8,6 +8,7 @@
 
 #include "moxdev/moxdev.h"
 #include "moxdev/moxdev_ddb_internal.h"
+#include "tools/dump_text.h"
 
 #include <benchmark/benchmark.h>
 #include <zlib.h>
@@ -17,6 +18,8 @@
 
 #include <cstdio>
 #include <cstring>
+#include <fstream>
+#include <iterator>
 #include <iostream>
 #include <memory>
 #include <set>
@@ -322,6 +325,65 @@ void register_benchmarks(const DATA& data)
     });
 }
 
+// The largest read `flash sfdp` takes, 64 KiB, as `hexdump -C` prints it:
+// an SFDP header and BFPT, then bytes that never repeat a line.
+std::string largest_sfdp_text()
+{
+    std::vector<BYTE> bytes(MOXDEV_SFDP_MAX_BYTES);
+    for (std::size_t i = 0; i < bytes.size(); ++i)
+        bytes[i] = BYTE(i * 7 + i / 256);
+    const BYTE head[] = {'S', 'F', 'D', 'P', 6, 1, 0, 0xFF, 0, 6, 1, 16, 0x10, 0, 0, 0xFF};
+    std::copy(std::begin(head), std::end(head), bytes.begin());
+    const BYTE density[] = {0xFF, 0xFF, 0xFF, 0x07}; // 128 Mbit
+    std::copy(std::begin(density), std::end(density), bytes.begin() + 0x10 + 1 * 4);
+    const BYTE erase[] = {0x0C, 0x20, 0x10, 0xD8};
+    std::copy(std::begin(erase), std::end(erase), bytes.begin() + 0x10 + 7 * 4);
+    std::string text;
+    char line[80];
+    for (std::size_t at = 0; at < bytes.size(); at += 16) {
+        int used = std::snprintf(line, sizeof line, "%08zx ", at);
+        for (std::size_t i = 0; i < 16; ++i)
+            used += std::snprintf(line + used, sizeof line - std::size_t(used), " %02x", bytes[at + i]);
+        text.append(line, std::size_t(used)).append("  |................|\n");
+    }
+    char end[16];
+    std::snprintf(end, sizeof end, "%08zx\n", bytes.size());
+    return text + end;
+}
+
+// What `moxdev flash sfdp` does with its input: read the dump, decode,
+// derive the record.
+bool sfdp_answer(const std::string& input)
+{
+    std::vector<std::uint8_t> bytes;
+    std::string error;
+    MOXDEV_SFDP sfdp;
+    MOXDEV_SFDP_RECORD record;
+    const BYTE id[3] = {0xEF, 0x40, 0x99};
+    return moxdev_tools::read_dump(input, "SFDP", MOXDEV_SFDP_MAX_BYTES, bytes, error) &&
+           moxdev_decode_sfdp(bytes.data(), bytes.size(), sfdp, error) &&
+           moxdev_sfdp_record(sfdp, id, "", "", MOXDEV_SFDP_ASSUMPTIONS{}, record, error);
+}
+
+void register_sfdp_benchmarks()
+{
+    benchmark::RegisterBenchmark("flash_sfdp/example", [](benchmark::State& state) {
+        std::ifstream in(std::string(MOXDEV_BENCH_SOURCE_DIR) + "/data/sfdp/example.hexdump");
+        const std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+        if (!sfdp_answer(text))
+            state.SkipWithError("the example read is refused");
+        for (auto _ : state)
+            benchmark::DoNotOptimize(sfdp_answer(text));
+    });
+    benchmark::RegisterBenchmark("flash_sfdp/largest", [](benchmark::State& state) {
+        const std::string text = largest_sfdp_text();
+        if (!sfdp_answer(text))
+            state.SkipWithError("the largest read is refused");
+        for (auto _ : state)
+            benchmark::DoNotOptimize(sfdp_answer(text));
+    });
+}
+
 std::size_t flash_chip_count()
 {
     return MOXDEV_FLASH_MANAGER(false, 1, false, false).get_flash_count();
@@ -369,6 +431,7 @@ int main(int argc, char** argv)
         // Not const: the library normalises the names it is given in place.
         DATA data = prepare();
         register_benchmarks(data);
+        register_sfdp_benchmarks();
 
         MEDIAN_REPORTER medians;
         benchmark::RunSpecifiedBenchmarks(&medians);
@@ -430,6 +493,15 @@ int main(int argc, char** argv)
                                     count_text(flash_chip_count(), "chips") + "), per call",
                                 "", "flash_id_mapping/library", "", GOAL::NONE, 0,
                                 double(flash_chip_count())));
+
+        rows.push_back(time_row(medians,
+                                "`flash sfdp` on the example read (`hexdump -C` text): read, decode, derive "
+                                "(goal: well under 50 ms)",
+                                "", "flash_sfdp/example", "", GOAL::NONE, 0));
+        rows.push_back(time_row(medians,
+                                "`flash sfdp` on the largest read it takes, 64 KiB as `hexdump -C` text "
+                                "(goal: well under 50 ms)",
+                                "", "flash_sfdp/largest", "", GOAL::NONE, 0));
 
         std::cout << "Machine: " << machine_description() << "\n\n";
         const bool met = print_table(std::cout, rows);

@@ -58,6 +58,14 @@ printf '0x1000\001\002\003\004\005\006\007\010' > "$out/validating_parse/hex"
 printf '%s' '-1' > "$out/validating_parse/minus_one"
 printf '2048\377\377\377\377\000\000\001\000\004\000\000\000\002\000' > "$out/validating_parse/ranges"
 
+# SFDP reads: the datasheet listings and dumps as text (mode 1), and their
+# bytes (mode 0).
+mkdir -p "$out/sfdp"
+for file in data/sfdp/*.txt data/sfdp/*.hexdump; do
+  { printf '\001'; cat "$file"; } > "$out/sfdp/text-$(basename "$file")"
+done
+{ printf '\000'; grep -v '^#' data/sfdp/W25Q64FV.txt | cut -d: -f2 | xxd -r -p 2>/dev/null || true; } > "$out/sfdp/binary"
+
 # Hand-made seeds kept in the repository.
 if [ -d fuzz/seeds ]; then
   for dir in fuzz/seeds/*/; do

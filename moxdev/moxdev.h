@@ -23,3 +23,4 @@
 #include "moxdev/moxdev_flash_manager.h"
 #include "moxdev/moxdev_hps_mgr.h"
 #include "moxdev/moxdev_mgr.h"
+#include "moxdev/moxdev_sfdp.h"

@@ -330,36 +330,39 @@ bool MOXDEV_FLASH_MANAGER::flash_id_database_mapping(bool silicon_id_mode, DWORD
     MOXDEV_ASSERT_MSG(m_flash_database != nullptr && m_flash_count > 0,
                       "m_flash_database != NULL && m_flash_count > 0");
     std::vector<DWORD>& map = *m_device_to_flash_map;
-    map[device_index] = INVALID_DWORD;
+    map[device_index] = first_match(silicon_id_mode, id_bytes, id_count);
+    if (map[device_index] == INVALID_DWORD)
+        return false;
+    msg_local_debug(2, MOXDEV_MODULE,
+                    fmt::format("Found Device {} {} id at index {}", device_index + 1,
+                                silicon_id_mode ? "silicon" : "device", map[device_index]));
+    return true;
+}
 
+DWORD MOXDEV_FLASH_MANAGER::first_match(bool silicon_id_mode, const BYTE* id_bytes, DWORD id_count) const
+{
     auto byte_is = [&](BYTE position, BYTE expected) {
         return position < id_count && id_bytes[position] == expected;
     };
-    for (DWORD i = 0; i < m_flash_count; ++i) {
+    for (DWORD i = 0; m_flash_database && i < m_flash_count; ++i) {
         const MOXDEV_SFL_FLASH_INFO& record = (*m_flash_database)[i];
         if (silicon_id_mode) {
-            if (record.silicon_id && byte_is(record.memory_id_index, record.memory_id)) {
-                map[device_index] = i;
-                msg_local_debug(2, MOXDEV_MODULE,
-                                fmt::format("Found Device {} silicon id at index {}", device_index + 1, i));
-                break;
-            }
+            if (record.silicon_id && byte_is(record.memory_id_index, record.memory_id))
+                return i;
         } else if (!record.silicon_id && byte_is(record.memory_id_index, record.memory_id) &&
-                   (record.memory_type_index == 255 ||
-                    byte_is(record.memory_type_index, record.memory_type)) &&
+                   (record.memory_type_index == 255 || byte_is(record.memory_type_index, record.memory_type)) &&
                    byte_is(record.mfc_id_index, record.mfc_id)) {
-            map[device_index] = i;
-            msg_local_debug(2, MOXDEV_MODULE,
-                            fmt::format("Found Device {} device id at index {}", device_index + 1, i));
-            break;
+            return i;
         }
     }
-    if (map[device_index] == INVALID_DWORD)
-        return false;
-    MOXDEV_ASSERT_MSG(map[device_index] < m_flash_count,
-                      "m_device_to_flash_map[device_index] >= 0 && "
-                      "m_device_to_flash_map[device_index] < m_flash_count");
-    return true;
+    return INVALID_DWORD;
+}
+
+const MOXDEV_SFL_FLASH_INFO* MOXDEV_FLASH_MANAGER::find_flash(bool silicon_id_mode, const BYTE* id_bytes,
+                                                              DWORD id_count) const
+{
+    const DWORD index = first_match(silicon_id_mode, id_bytes, id_count);
+    return index == INVALID_DWORD ? nullptr : &(*m_flash_database)[index];
 }
 
 DWORD MOXDEV_FLASH_MANAGER::get_flash_mapping_index(DWORD device, bool allow_invalid) const

@@ -80,6 +80,21 @@ public:
     // a byte beyond them does not match.
     bool flash_id_database_mapping(bool silicon_id_mode, DWORD device_index, const BYTE* id_bytes,
                                    DWORD id_count);
+    // The record that flash_id_database_mapping would bind to these bytes,
+    // or null; binds nothing.
+    const MOXDEV_SFL_FLASH_INFO* find_flash(bool silicon_id_mode, const BYTE* id_bytes, DWORD id_count) const;
+    // Binds device `device_index` to the chip that answered `id_bytes` (at
+    // least maker, type and capacity) and, for a chip no record knows, to the
+    // record derived from its SFDP read (`sfdp`, `sfdp_size` bytes from
+    // address 0; see moxdev_sfdp.h). A record of the table, or the user
+    // record, always wins for an ID it knows. A derived record is added behind
+    // the others, so later pointers from get_flash_database() must be asked
+    // for again. False, with the reason in `error`, when neither binds.
+    // The maker name of the first record with this maker and type byte, "" if
+    // none (makers that share a code, like Micron and XMC, differ in type).
+    std::string maker_name(BYTE mfc_id, BYTE memory_type) const;
+    bool flash_sfdp_mapping(DWORD device_index, const BYTE* id_bytes, DWORD id_count, const BYTE* sfdp,
+                            std::size_t sfdp_size, std::string* error = nullptr);
     DWORD get_flash_mapping_index(DWORD device, bool allow_invalid) const;
     void set_flash_mapping_index(DWORD device, DWORD index);
     DWORD get_device_count() const { return m_device_count; }
@@ -102,6 +117,11 @@ public:
 
     // The interactive definition: asks for up to three chips and prints the
     // value to store in "MOX_SUPPORT_EXT_SPI_DEV".
+    // The value of "MOX_SUPPORT_EXT_SPI_DEV" that defines `record` as the user
+    // flash, in the encoding the dialogue prints; empty when a text field
+    // holds '@' or '#', which the encoding cannot carry.
+    std::string definition_value(const MOXDEV_SFL_FLASH_INFO& record) const;
+
     void gen_flash_ini();
     void gen_flash_ini(std::istream& in, std::ostream& out);
 
@@ -163,6 +183,8 @@ private:
     void write_record(MOXDEV_FIELD_WRITER& out, const std::vector<std::string>& cells);
 
     const MOXDEV_SFL_FLASH_INFO& bound_record(DWORD device) const;
+    // The index of the first record matching the ID bytes, INVALID_DWORD if none.
+    DWORD first_match(bool silicon_id_mode, const BYTE* id_bytes, DWORD id_count) const;
     std::string decode_ini_text(const std::string& text, std::ostream* report) const;
 
     // Where the dialogue reads answers and prints prompts.

@@ -1,6 +1,8 @@
 // The moxdev command: answers, exit statuses and error lines.
 #include "test_support.h"
 
+#include "tools/dump_text.h"
+
 #include <algorithm>
 #include <filesystem>
 
@@ -263,4 +265,41 @@ TEST(Cli, HpsUserFlashParts)
     ASSERT_EQ(run_command(hps + "select 4BA00478", output, true), 0);
     EXPECT_NE(output.find("0xFF809000"), std::string::npos);
     EXPECT_EQ(run_command(hps + "select 12345678", output, true), 1);
+}
+
+TEST(Cli, FlashSfdpReadsEveryFormAndRefusesWithOneLine)
+{
+    // The same read as hexdump -C text, as the datasheet's listing and as
+    // binary: one JSON document.
+    TEMP_DIR dir;
+    std::vector<std::uint8_t> bytes;
+    std::string error;
+    ASSERT_TRUE(moxdev_tools::read_dump(read_text(source_path("data/sfdp/W25Q64FV.txt")), "SFDP", 65536, bytes, error))
+        << error;
+    write_bytes(dir.file("read.bin"), BYTES(bytes.begin(), bytes.end()));
+    std::string binary, hexdump, listing;
+    ASSERT_EQ(moxdev("flash sfdp " + dir.file("read.bin") + " --id EF 40 17 --json", binary), 0) << binary;
+    ASSERT_EQ(moxdev("flash sfdp " + source_path("data/sfdp/W25Q64FV.hexdump") + " --id 0xEF4017 --json", hexdump), 0);
+    ASSERT_EQ(moxdev("flash sfdp - --id EF 40 17 --json < " + source_path("data/sfdp/W25Q64FV.txt"), listing), 0);
+    EXPECT_EQ(hexdump, binary);
+    EXPECT_EQ(listing, binary);
+    EXPECT_NE(binary.find("\"table_record\": \"W25Q64JV\""), std::string::npos) << binary;
+    EXPECT_NE(binary.find("\"address_bytes\": \"3\""), std::string::npos) << binary;
+
+    const std::pair<std::string, std::string> refused[] = {
+        {"flash sfdp " + source_path("README.md"), "not a dump"},
+        {"flash sfdp " + dir.file("missing"), "cannot read"},
+        {"flash sfdp " + source_path("data/sfdp/example.hexdump") + " --define", "--define needs --id"},
+        {"flash sfdp " + source_path("data/sfdp/example.hexdump") + " --id EF 40", "three Read-ID bytes"},
+    };
+    for (const auto& [arguments, message] : refused) {
+        std::string output;
+        EXPECT_EQ(moxdev(arguments, output), 1) << arguments;
+        EXPECT_EQ(std::count(output.begin(), output.end(), '\n'), 1) << output;
+        EXPECT_NE(output.find(message), std::string::npos) << output;
+    }
+    write_bytes(dir.file("short.bin"), BYTES{'S', 'F', 'D', 'P', 0, 1, 3, 0xFF});
+    std::string output;
+    EXPECT_EQ(moxdev("flash sfdp " + dir.file("short.bin"), output), 1);
+    EXPECT_EQ(output, "moxdev: SFDP: the 4 parameter headers reach beyond the 8 bytes given\n");
 }

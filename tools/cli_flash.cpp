@@ -1,6 +1,7 @@
 // moxdev flash: the serial flash database, chip identification and the user
 // flash definition.
 #include "cli.h"
+#include "cli_flash.h"
 #include "cli_json.h"
 
 #include "moxdev/moxdev.h"
@@ -13,6 +14,40 @@
 #include <type_traits>
 
 namespace moxdev_cli {
+
+void print_record(const MOXDEV_SFL_FLASH_INFO& record)
+{
+    for (const auto& field : moxdev_flash_info_to_text(record))
+        fmt::print("  {:<20} {}\n", field.first, field.second);
+}
+
+JSON record_json(const MOXDEV_SFL_FLASH_INFO& record)
+{
+    JSON fields = JSON::object();
+    moxdev_for_each_flash_field(record, [&](const char* name, MOXDEV_MANAGER_TYPE, const auto& value) {
+        using T = std::decay_t<decltype(value)>;
+        if constexpr (std::is_same_v<T, BYTE>)
+            fields[name] = unsigned(value);
+        else
+            fields[name] = value;
+    });
+    return fields;
+}
+
+std::vector<BYTE> parse_id_bytes(const std::vector<std::string>& words)
+{
+    std::vector<BYTE> bytes;
+    for (std::string word : words) {
+        if (word.size() > 2 && word[0] == '0' && (word[1] == 'x' || word[1] == 'X'))
+            word.erase(0, 2);
+        if (word.empty() || word.size() % 2 != 0 ||
+            word.find_first_not_of("0123456789abcdefABCDEF") != std::string::npos)
+            throw USER_ERROR{"'" + word + "' is not a hex byte sequence (e.g. 20 BA 19)"};
+        for (std::size_t i = 0; i < word.size(); i += 2)
+            bytes.push_back(BYTE(std::stoul(word.substr(i, 2), nullptr, 16)));
+    }
+    return bytes;
+}
 
 namespace {
 
@@ -56,25 +91,6 @@ std::string id_text(const MOXDEV_SFL_FLASH_INFO& record)
     if (record.memory_type_index == 255)
         return fmt::format("{:02X} -- {:02X}", record.mfc_id, record.memory_id);
     return fmt::format("{:02X} {:02X} {:02X}", record.mfc_id, record.memory_type, record.memory_id);
-}
-
-void print_record(const MOXDEV_SFL_FLASH_INFO& record)
-{
-    for (const auto& field : moxdev_flash_info_to_text(record))
-        fmt::print("  {:<20} {}\n", field.first, field.second);
-}
-
-JSON record_json(const MOXDEV_SFL_FLASH_INFO& record)
-{
-    JSON fields = JSON::object();
-    moxdev_for_each_flash_field(record, [&](const char* name, MOXDEV_MANAGER_TYPE, const auto& value) {
-        using T = std::decay_t<decltype(value)>;
-        if constexpr (std::is_same_v<T, BYTE>)
-            fields[name] = unsigned(value);
-        else
-            fields[name] = value;
-    });
-    return fields;
 }
 
 void flash_list(bool every_record, bool full, const std::string& maker)
@@ -139,12 +155,13 @@ void flash_list(bool every_record, bool full, const std::string& maker)
     }
     // A maker whose records are not adjacent (a second block) is counted once.
     std::vector<std::pair<std::string, DWORD>> counts;
-    for (const auto& [name, count] : per_maker) {
-        auto same = std::find_if(counts.begin(), counts.end(), [&](const auto& c) { return c.first == name; });
+    for (const auto& entry : per_maker) {
+        auto same =
+            std::find_if(counts.begin(), counts.end(), [&](const auto& c) { return c.first == entry.first; });
         if (same == counts.end())
-            counts.emplace_back(name, count);
+            counts.push_back(entry);
         else
-            same->second += count;
+            same->second += entry.second;
     }
     std::string summary;
     for (const auto& [name, count] : counts)
@@ -152,26 +169,19 @@ void flash_list(bool every_record, bool full, const std::string& maker)
     fmt::print("{} records: {}\n", shown, summary);
 }
 
-std::vector<BYTE> parse_id_bytes(const std::vector<std::string>& words)
-{
-    std::vector<BYTE> bytes;
-    for (std::string word : words) {
-        if (word.size() > 2 && word[0] == '0' && (word[1] == 'x' || word[1] == 'X'))
-            word.erase(0, 2);
-        if (word.empty() || word.size() % 2 != 0 ||
-            word.find_first_not_of("0123456789abcdefABCDEF") != std::string::npos)
-            throw USER_ERROR{"'" + word + "' is not a hex byte sequence (e.g. 20 BA 19)"};
-        for (std::size_t i = 0; i < word.size(); i += 2)
-            bytes.push_back(BYTE(std::stoul(word.substr(i, 2), nullptr, 16)));
-    }
-    return bytes;
-}
-
-void flash_identify(const std::vector<std::string>& words, bool silicon_id)
+void flash_identify(const std::vector<std::string>& words, bool silicon_id, const std::string& sfdp_file)
 {
     const std::vector<BYTE> bytes = parse_id_bytes(words);
     FLASH_TOOL manager(false);
-    if (!manager.flash_id_database_mapping(silicon_id, 0, bytes.data(), DWORD(bytes.size()))) {
+    const DWORD table_count = manager.get_flash_count();
+    if (!sfdp_file.empty()) {
+        if (silicon_id)
+            throw USER_ERROR{"--sfdp binds by the device ID, not by a silicon ID"};
+        const std::vector<BYTE> sfdp = read_sfdp_file(sfdp_file);
+        std::string error;
+        if (!manager.flash_sfdp_mapping(0, bytes.data(), DWORD(bytes.size()), sfdp.data(), sfdp.size(), &error))
+            throw USER_ERROR{error};
+    } else if (!manager.flash_id_database_mapping(silicon_id, 0, bytes.data(), DWORD(bytes.size()))) {
         std::string text;
         for (BYTE byte : bytes)
             text += fmt::format(" {:02X}", byte);
@@ -180,17 +190,19 @@ void flash_identify(const std::vector<std::string>& words, bool silicon_id)
     }
     const DWORD index = manager.get_flash_mapping_index(0, false);
     const bool user = index == 0 && manager.has_user_record();
+    const bool derived = index >= table_count;
     if (json_output) {
         print_json({{"id_bytes", bytes},
                     {"silicon_id", silicon_id},
                     {"record_index", index},
                     {"user_defined", user},
+                    {"from_sfdp", derived},
                     {"record", record_json(manager.get_flash_database()[index])}});
         return;
     }
     fmt::print("{} {}: record {}{}\n", manager.sfl_get_manufacturer_name(0),
                manager.sfl_get_device_name(0), index,
-               user ? " (user-defined)" : "");
+               user ? " (user-defined)" : derived ? " (derived from its SFDP read)" : "");
     print_record(manager.get_flash_database()[index]);
 }
 
@@ -314,14 +326,20 @@ void add_flash_commands(CLI::App& app)
                  "With --json every record is given whole, so --full changes nothing.");
     add_json_verb(list, [] { flash_list(every_record, full, maker); });
 
+    add_sfdp_command(*flash);
+
     static std::vector<std::string> words;
     static bool silicon_id = false;
     CLI::App* identify =
         flash->add_subcommand("identify", "Find the flash that answers with these ID bytes, e.g. 20 BA 19");
     identify->add_option("BYTES", words, "ID bytes in hex, e.g. 20 BA 19 or 0x20BA19")->required();
     identify->add_flag("--silicon-id", silicon_id, "Match the one-byte silicon ID instead");
+    static std::string sfdp_file;
+    identify->add_option("--sfdp", sfdp_file,
+                         "The chip's SFDP read (a file, - for standard input): a chip the table does not "
+                         "know is bound to the record derived from it");
     identify->footer("The bytes are the Read-ID answer in read order: manufacturer, memory type, capacity.");
-    add_json_verb(identify, [] { flash_identify(words, silicon_id); });
+    add_json_verb(identify, [] { flash_identify(words, silicon_id, sfdp_file); });
 
     CLI::App* define = flash->add_subcommand(
         "define", "Define up to three flash chips interactively and print the value for MOX_SUPPORT_EXT_SPI_DEV");

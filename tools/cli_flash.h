@@ -1,0 +1,28 @@
+// Pieces of the flash verbs shared by their units.
+#pragma once
+
+#include "cli_json.h"
+
+#include "moxdev/moxdev_flash_manager.h"
+
+#include <string>
+#include <vector>
+
+namespace moxdev_cli {
+
+// A record field by field, one line each, as the text form shows it.
+void print_record(const MOXDEV_SFL_FLASH_INFO& record);
+// A record as a JSON object of its fields.
+JSON record_json(const MOXDEV_SFL_FLASH_INFO& record);
+
+// Read-ID bytes from words like "20 BA 19" or "0x20BA19".
+std::vector<BYTE> parse_id_bytes(const std::vector<std::string>& words);
+
+// The bytes of an SFDP read kept in `file` (- for standard input), in any
+// form moxdev_tools::read_dump takes.
+std::vector<BYTE> read_sfdp_file(const std::string& file);
+
+// moxdev flash sfdp: below `flash`.
+void add_sfdp_command(CLI::App& flash);
+
+} // namespace moxdev_cli
