@@ -148,13 +148,18 @@ void MOXDEV_DATABASE_CODEC::dump_string_to_database(BYTE*& data, DWORD& index, b
 
 // ---------------------------------------------------------------- images
 
-MOXDEV_FIELD_WRITER MOXDEV_DATABASE_CODEC::start_database_image(const char* magic,
-                                                                const std::string& identifier) const
+MOXDEV_FIELD_WRITER MOXDEV_DATABASE_CODEC::start_database_image(const char* magic, const std::string& identifier,
+                                                                DWORD record_count, DWORD field_count,
+                                                                std::size_t expected_size) const
 {
     MOXDEV_FIELD_WRITER image(m_unit);
+    image.bytes().reserve(MOXDEV_DB_HEADER_SIZE + expected_size);
     image.put_bytes(magic, MOXDEV_DB_MAGIC_SIZE);
     image.put_bytes(identifier.data(), MOXDEV_DB_ID_SIZE);
     image.put_dword(0);
+    image.put_dword(MOXDEV_DB_VERSION);
+    image.put_dword(record_count);
+    image.put_dword(field_count);
     return image;
 }
 

@@ -610,11 +610,8 @@ void MOXDEV_DEV_INFO_MANAGER::generate_device_database(FIO_PATH csv_file, FIO_PA
         const DWORD memory_size = pure_memory_size + get_table_size();
 
         MOXDEV_ASSERT(MOXDEV_DEV_INFO_CSV_MD5.size() == 32);
-        MOXDEV_FIELD_WRITER image = start_database_image(DEVICE_MAGIC, MOXDEV_DEV_INFO_CSV_MD5);
-        image.bytes().reserve(std::size_t(memory_size) + MOXDEV_DB_HEADER_SIZE);
-        image.put_dword(MOXDEV_DB_VERSION);
-        image.put_dword(device_count);
-        image.put_dword(TOTAL_DEVICE_DATABASE_MEMBER);
+        MOXDEV_FIELD_WRITER image = start_database_image(DEVICE_MAGIC, MOXDEV_DEV_INFO_CSV_MD5, device_count,
+                                                         TOTAL_DEVICE_DATABASE_MEMBER, memory_size);
 
         MOXDEV_TABLE_READER table(csv_file.fullpath());
         std::vector<std::string> cells;

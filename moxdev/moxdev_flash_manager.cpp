@@ -948,11 +948,8 @@ void MOXDEV_FLASH_MANAGER::generate_flash_database(FIO_PATH csv, FIO_PATH out)
     MOXDEV_ASSERT(pure_memory_size > 0);
 
     MOXDEV_ASSERT(MOXDEV_FLASH_INFO_CSV_MD5.size() == 32);
-    MOXDEV_FIELD_WRITER image = start_database_image(FLASH_MAGIC, MOXDEV_FLASH_INFO_CSV_MD5);
-    image.bytes().reserve(std::size_t(pure_memory_size) + MOXDEV_DB_HEADER_SIZE);
-    image.put_dword(MOXDEV_DB_VERSION);
-    image.put_dword(record_count);
-    image.put_dword(TOTAL_DATABASE_MEMBER);
+    MOXDEV_FIELD_WRITER image = start_database_image(FLASH_MAGIC, MOXDEV_FLASH_INFO_CSV_MD5, record_count,
+                                                     TOTAL_DATABASE_MEMBER, pure_memory_size);
 
     MOXDEV_TABLE_READER table(csv.fullpath());
     std::vector<std::string> cells;

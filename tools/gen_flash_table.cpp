@@ -387,13 +387,9 @@ TIMES times_of(const CHIP& chip, const std::vector<CHIP>& chips)
     const auto from = chip.properties.find("times_from");
     if (from == chip.properties.end())
         return own_times(chip);
-    if (chip.properties.count("page_program") || chip.properties.count("sector_erase") ||
-        chip.properties.count("chip_erase")) {
-        // An ID variant inherits both; only a chip's own lines may not mix them.
-        const VALUE& own = chip.properties.count("page_program") ? chip.properties.at("page_program")
-                                                                 : from->second;
-        if (own.place.file == from->second.place.file && own.place.line > 0 && chip.is_default)
-            fail(from->second.place, chip.name + " has its own times and times_from");
+    for (const char* own : {"page_program", "sector_erase", "chip_erase"}) {
+        if (chip.properties.count(own))
+            fail(chip.properties.at(own).place, chip.name + " has its own " + own + " and times_from");
     }
     for (const CHIP& other : chips) {
         if (other.name == from->second.text && other.is_default) {
