@@ -235,25 +235,70 @@ MOXDEV_HPS_FLASH_LIST<RECORD>::~MOXDEV_HPS_FLASH_LIST()
 }
 
 template <class RECORD>
+std::vector<RECORD> moxdev_hps_unpack_user_set(const std::vector<BYTE>& set, const char* signature, bool* foreign)
+{
+    constexpr DWORD SIGNATURE_SIZE = 32;
+    std::vector<RECORD> records;
+    const bool signed_set = set.size() > SIGNATURE_SIZE && std::memcmp(set.data(), signature, SIGNATURE_SIZE) == 0;
+    if (foreign != nullptr)
+        *foreign = !set.empty() && !signed_set;
+    if (!signed_set)
+        return records;
+    // A QWORD is taken once four of its bytes are there: zeros behind the
+    // set keep the other four inside this copy.
+    std::vector<BYTE> data(set);
+    data.resize(set.size() + 8, 0);
+    const DWORD size = DWORD(set.size());
+    DWORD index = SIGNATURE_SIZE;
+    while (index < size) {
+        RECORD scratch;
+        if (!MOXDEV_FLASH_INI::assign_flash_ini_data(data.data(), index, size, RECORD::PARAMS, RECORD::TYPES,
+                                                     scratch.param))
+            break;
+        records.push_back(scratch);
+    }
+    return records;
+}
+
+template <class RECORD>
+std::vector<BYTE> moxdev_hps_pack_user_set(const std::vector<RECORD>& records, const char* signature)
+{
+    if (records.empty())
+        return {};
+    DWORD size = 32;
+    for (const RECORD& record : records)
+        for (DWORD p = 0; p < RECORD::PARAMS; ++p)
+            MOXDEV_FLASH_INI::calculate_flash_ini_data_size(size, RECORD::TYPES[p], record.param[p]);
+    std::vector<BYTE> data(size, 0);
+    std::memcpy(data.data(), signature, 32);
+    DWORD index = 32;
+    for (const RECORD& record : records)
+        for (DWORD p = 0; p < RECORD::PARAMS; ++p)
+            MOXDEV_FLASH_INI::fillup_flash_ini_data(data.data(), index, RECORD::TYPES[p], record.param[p]);
+    return data;
+}
+
+template std::vector<MOXDEV_HPS_NAND_STRUCTURE>
+moxdev_hps_unpack_user_set(const std::vector<BYTE>&, const char*, bool*);
+template std::vector<MOXDEV_HPS_SPI_STRUCTURE> moxdev_hps_unpack_user_set(const std::vector<BYTE>&, const char*,
+                                                                          bool*);
+template std::vector<BYTE> moxdev_hps_pack_user_set(const std::vector<MOXDEV_HPS_NAND_STRUCTURE>&, const char*);
+template std::vector<BYTE> moxdev_hps_pack_user_set(const std::vector<MOXDEV_HPS_SPI_STRUCTURE>&, const char*);
+
+template <class RECORD>
 void MOXDEV_HPS_FLASH_LIST<RECORD>::read_user_records(MOXDEV_FLASH_INI_ENUM set, const char* signature)
 {
     DWORD size = 0;
     const std::unique_ptr<BYTE[]> data(MOXDEV_FLASH_INI::read_flash_ini_data(set, size));
-    if (!data || size < 33 || std::memcmp(data.get(), signature, 32) != 0)
+    if (!data)
         return;
-    DWORD index = 32;
-    bool taken = true;
-    while (taken && index < size) {
-        RECORD scratch;
-        taken = MOXDEV_FLASH_INI::assign_flash_ini_data(data.get(), index, size, RECORD::PARAMS,
-                                                        RECORD::TYPES, scratch.param);
-        if (taken) {
-            m_list.reserve(m_list.size() + 1);
-            m_user_list.reserve(m_user_list.size() + 1);
-            RECORD* record = new RECORD(scratch);
-            m_list.push_back(record);
-            m_user_list.push_back(record);
-        }
+    const std::vector<RECORD> records =
+        moxdev_hps_unpack_user_set<RECORD>(std::vector<BYTE>(data.get(), data.get() + size), signature);
+    m_list.reserve(m_list.size() + records.size());
+    m_user_list.reserve(m_user_list.size() + records.size());
+    for (const RECORD& record : records) {
+        m_list.push_back(new RECORD(record));
+        m_user_list.push_back(m_list.back());
     }
 }
 

@@ -96,6 +96,16 @@ extern const char* const MOXDEV_HPS_SPI_PROMPTS[MOXDEV_HPS_SPI_STRUCTURE::PARAMS
 extern const char MOXDEV_HPS_NAND_SIGNATURE[33];
 extern const char MOXDEV_HPS_SPI_SIGNATURE[33];
 
+// The user records held by the bytes of a data set that opens with
+// `signature` (the 32 characters), in order; a damaged record ends them.
+// `foreign` tells a set that opens with another signature (it has none).
+template <class RECORD>
+std::vector<RECORD> moxdev_hps_unpack_user_set(const std::vector<BYTE>& set, const char* signature,
+                                               bool* foreign = nullptr);
+// The bytes of a user data set holding `records`; no bytes for none.
+template <class RECORD>
+std::vector<BYTE> moxdev_hps_pack_user_set(const std::vector<RECORD>& records, const char* signature);
+
 class MOXDEV_HPS_MGR {
 public:
     static MOXDEV_HPS_MGR* get_mgr();

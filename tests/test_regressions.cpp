@@ -227,12 +227,16 @@ private:
 
 } // namespace
 
-TEST_F(REWRITE, TemporaryFileThatCannotBeOpenedLeavesTheFileAlone)
+TEST_F(REWRITE, AFileThatCannotBeCreatedIsFalseAndChangesNothing)
 {
-    std::filesystem::create_directory(path() + ".tmp");
-    EXPECT_FALSE(rewrite(10)) << "the output could not be opened";
+    TEMP_DIR other;
+    const std::string missing = other.file("no/such/dir");
+    {
+        SCOPED_ENV module("MOXDEV_MODULE_DIR", missing.c_str());
+        EXPECT_FALSE(rewrite(10)) << "the output could not be opened";
+    }
+    EXPECT_FALSE(std::filesystem::exists(missing));
     EXPECT_EQ(read_bytes(path()), earlier);
-    std::filesystem::remove(path() + ".tmp");
     EXPECT_TRUE(rewrite(10));
     EXPECT_NE(read_bytes(path()), earlier);
 }
@@ -254,7 +258,8 @@ TEST_F(REWRITE, FailureInTheMiddleOfTheWriteKeepsTheEarlierFile)
 
     EXPECT_TRUE(result);
     EXPECT_EQ(read_bytes(path()), earlier);
-    EXPECT_FALSE(std::filesystem::exists(path() + ".tmp"));
+    for (const auto& entry : std::filesystem::directory_iterator(std::filesystem::path(path()).parent_path()))
+        EXPECT_EQ(entry.path().filename().string().find(".tmp"), std::string::npos) << entry.path();
     DWORD size = 0;
     std::unique_ptr<BYTE[]> set(MOXDEV_FLASH_INI::read_flash_ini_data(MOXDEV_FLASH_INI_HPS_NAND, size));
     ASSERT_NE(set, nullptr);

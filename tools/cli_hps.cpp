@@ -8,6 +8,7 @@
 
 #include <cstring>
 #include <fstream>
+#include <functional>
 #include <iostream>
 #include <memory>
 
@@ -90,29 +91,49 @@ const std::vector<MOXDEV_HPS_SPI_STRUCTURE*>& all_records(const KIND<MOXDEV_HPS_
     return MOXDEV_HPS_SPI_MGR::get_mgr()->get_list();
 }
 
-// Writes the user data set of `kind`: its signature, then the records packed
-// one after the other; no record removes the set.
+// Changes the data set of `kind` in the parameter file under the writers'
+// lock; says where a damaged file was kept; a failure is the user's error.
 template <class RECORD>
-void store_user_records(const KIND<RECORD>& kind, const std::vector<const RECORD*>& records)
+void update_set(const KIND<RECORD>& kind, const std::function<bool(std::vector<BYTE>&, std::string&)>& change)
 {
-    bool opened;
-    if (records.empty()) {
-        opened = MOXDEV_FLASH_INI::write_flash_ini_data(kind.set, nullptr, 0);
-    } else {
-        DWORD size = 32;
-        for (const RECORD* record : records)
-            for (DWORD p = 0; p < RECORD::PARAMS; ++p)
-                MOXDEV_FLASH_INI::calculate_flash_ini_data_size(size, RECORD::TYPES[p], record->param[p]);
-        std::vector<BYTE> data(size, 0);
-        std::memcpy(data.data(), kind.signature, 32);
-        DWORD index = 32;
-        for (const RECORD* record : records)
-            for (DWORD p = 0; p < RECORD::PARAMS; ++p)
-                MOXDEV_FLASH_INI::fillup_flash_ini_data(data.data(), index, RECORD::TYPES[p], record->param[p]);
-        opened = MOXDEV_FLASH_INI::write_flash_ini_data(kind.set, data.data(), size);
-    }
-    if (!opened)
-        throw USER_ERROR{"cannot write " + gen_get_module_fullpath() + "/mox_flash.ini"};
+    std::string error, moved_aside;
+    const bool written = MOXDEV_FLASH_INI::update_flash_ini_data(kind.set, change, error, &moved_aside);
+    if (!moved_aside.empty())
+        std::cerr << "moxdev: " << MOXDEV_FLASH_INI::container_file() << " could not be read; it was kept as "
+                  << moved_aside << "\n";
+    if (!written)
+        throw USER_ERROR{"cannot change " + MOXDEV_FLASH_INI::container_file() + ": " + error};
+}
+
+// Changes the user records of `kind`: `change` edits the records as they are
+// in the file at this moment (another process may have added some), so
+// concurrent changes all stay.
+template <class RECORD, class CHANGE>
+void change_user_records(const KIND<RECORD>& kind, CHANGE change)
+{
+    update_set(kind, [&](std::vector<BYTE>& set, std::string& refusal) {
+        bool foreign = false;
+        std::vector<RECORD> records = moxdev_hps_unpack_user_set<RECORD>(set, kind.signature, &foreign);
+        if (foreign) {
+            refusal = std::string("its ") + kind.label + " set was written by another program (other signature); "
+                      "'moxdev hps clear " + kind.label + "' removes it";
+            return false;
+        }
+        if (!change(records, refusal))
+            return false;
+        set = moxdev_hps_pack_user_set(records, kind.signature);
+        return true;
+    });
+}
+
+// Warns when the parameter file is there but cannot be read: its records are
+// then not listed, and the next change keeps it under another name.
+void warn_if_damaged()
+{
+    if (MOXDEV_FLASH_INI::container_state() == MOXDEV_FLASH_INI_STATE::DAMAGED)
+        std::cerr << "moxdev: warning: " << MOXDEV_FLASH_INI::container_file()
+                  << " cannot be read, so no user part of it is listed; the next change keeps it as "
+                  << MOXDEV_FLASH_INI::container_file() << ".damaged-<time>\n";
 }
 
 template <class RECORD>
@@ -150,6 +171,7 @@ JSON record_json(const KIND<RECORD>& kind, const RECORD& record)
 template <class RECORD>
 void list(const KIND<RECORD>& kind)
 {
+    warn_if_damaged();
     const auto& records = all_records(kind);
     const std::size_t users = user_records(kind).size();
     if (json_output) {
@@ -232,27 +254,34 @@ void add(const KIND<RECORD>& kind, const std::string& input_file)
             fmt::print("\n");
     }
 
-    std::vector<const RECORD*> records(user_records(kind).begin(), user_records(kind).end());
-    records.insert(records.begin(), &record);
-    store_user_records(kind, records);
+    change_user_records(kind, [&](std::vector<RECORD>& records, std::string&) {
+        records.insert(records.begin(), record);
+        return true;
+    });
     fmt::print("added: {}\n", record_text(record));
 }
 
 template <class RECORD>
 void remove(const KIND<RECORD>& kind, std::size_t index)
 {
-    std::vector<const RECORD*> records(user_records(kind).begin(), user_records(kind).end());
-    if (index >= records.size())
-        throw USER_ERROR{fmt::format("index {} is not one of the {} user {} records", index, records.size(), kind.label)};
-    records.erase(records.begin() + long(index));
-    store_user_records(kind, records);
+    change_user_records(kind, [&](std::vector<RECORD>& records, std::string& refusal) {
+        if (index >= records.size()) {
+            refusal = fmt::format("index {} is not one of the {} user {} records", index, records.size(), kind.label);
+            return false;
+        }
+        records.erase(records.begin() + long(index));
+        return true;
+    });
     fmt::print("removed user {} record {}\n", kind.label, index);
 }
 
 template <class RECORD>
 void clear(const KIND<RECORD>& kind)
 {
-    store_user_records(kind, std::vector<const RECORD*>());
+    update_set(kind, [](std::vector<BYTE>& set, std::string&) {
+        set.clear();
+        return true;
+    });
     fmt::print("removed every user {} record\n", kind.label);
 }
 
