@@ -1,12 +1,9 @@
-// Inputs the fuzz targets found (fuzz/), the bounds that keep every reader's
-// allocations proportional to its input, and the user parameter file's
-// survival of a failed rewrite.
+// Inputs the fuzz targets found (fuzz/), and the bounds that keep every
+// reader's allocations proportional to its input.
 #include "flash_test_support.h"
 
-#include <sys/resource.h>
 #include <zlib.h>
 
-#include <csignal>
 #include <filesystem>
 #include <memory>
 
@@ -196,72 +193,3 @@ TEST(BoundedResources, UserParameterFileEntryCountIsCheckedAgainstTheFile)
     EXPECT_EQ(size, 0u);
 }
 
-// ---------------------------------------------------------------- user data
-
-namespace {
-
-// The user parameter file of a test: one set written, its bytes kept.
-class REWRITE : public testing::Test {
-protected:
-    void SetUp() override
-    {
-        ASSERT_TRUE(MOXDEV_FLASH_INI::write_flash_ini_data(MOXDEV_FLASH_INI_HPS_NAND, earlier_set, 5));
-        earlier = read_bytes(path());
-    }
-
-    std::string path() const { return m_dir.file("mox_flash.ini"); }
-
-    bool rewrite(DWORD size)
-    {
-        std::vector<BYTE> data(size, 0x3C);
-        return MOXDEV_FLASH_INI::write_flash_ini_data(MOXDEV_FLASH_INI_HPS_SPI, data.data(), size);
-    }
-
-    BYTE earlier_set[5] = {1, 2, 3, 4, 5};
-    BYTES earlier;
-
-private:
-    TEMP_DIR m_dir;
-    SCOPED_ENV m_module{"MOXDEV_MODULE_DIR", m_dir.path().c_str()};
-};
-
-} // namespace
-
-TEST_F(REWRITE, AFileThatCannotBeCreatedIsFalseAndChangesNothing)
-{
-    TEMP_DIR other;
-    const std::string missing = other.file("no/such/dir");
-    {
-        SCOPED_ENV module("MOXDEV_MODULE_DIR", missing.c_str());
-        EXPECT_FALSE(rewrite(10)) << "the output could not be opened";
-    }
-    EXPECT_FALSE(std::filesystem::exists(missing));
-    EXPECT_EQ(read_bytes(path()), earlier);
-    EXPECT_TRUE(rewrite(10));
-    EXPECT_NE(read_bytes(path()), earlier);
-}
-
-// The disk fills up part way through the write (simulated with a file size
-// limit): the output was opened, so the result is true, but the earlier file
-// is kept whole and no temporary file stays behind.
-TEST_F(REWRITE, FailureInTheMiddleOfTheWriteKeepsTheEarlierFile)
-{
-    struct rlimit saved {};
-    ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &saved), 0);
-    const auto saved_handler = std::signal(SIGXFSZ, SIG_IGN);
-    struct rlimit limited = saved;
-    limited.rlim_cur = 4096;
-    ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &limited), 0);
-    const bool result = rewrite(64 * 1024);
-    ::setrlimit(RLIMIT_FSIZE, &saved);
-    std::signal(SIGXFSZ, saved_handler);
-
-    EXPECT_TRUE(result);
-    EXPECT_EQ(read_bytes(path()), earlier);
-    for (const auto& entry : std::filesystem::directory_iterator(std::filesystem::path(path()).parent_path()))
-        EXPECT_EQ(entry.path().filename().string().find(".tmp"), std::string::npos) << entry.path();
-    DWORD size = 0;
-    std::unique_ptr<BYTE[]> set(MOXDEV_FLASH_INI::read_flash_ini_data(MOXDEV_FLASH_INI_HPS_NAND, size));
-    ASSERT_NE(set, nullptr);
-    EXPECT_EQ(BYTES(set.get(), set.get() + size), BYTES(earlier_set, earlier_set + 5));
-}

@@ -136,32 +136,44 @@ TEST_F(USER_FILE, KilledWritersLeaveTheOldOrTheNewFile)
               << " of them with a newer set\n";
 }
 
-// The disk fills up part way (a file size limit): the change fails with its
-// reason and the earlier file stays byte for byte; the command says so with
-// status 1.
+// The disk fills up part way (a file size limit): the earlier file stays byte
+// for byte and no temporary file is left. The described write still answers
+// true (its output could be opened); the locked update and the command say
+// what failed, the command with status 1.
 TEST_F(USER_FILE, AFullDiskKeepsTheEarlierFile)
 {
     ASSERT_TRUE(set_to(BYTES(100, 7)));
     const BYTES earlier = read_bytes(path());
-    struct rlimit saved {};
-    ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &saved), 0);
-    const auto saved_handler = std::signal(SIGXFSZ, SIG_IGN);
-    struct rlimit limited = saved;
-    limited.rlim_cur = 4096;
-    ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &limited), 0);
+    auto with_small_disk = [](auto body) {
+        struct rlimit saved {};
+        ::getrlimit(RLIMIT_FSIZE, &saved);
+        const auto saved_handler = std::signal(SIGXFSZ, SIG_IGN);
+        struct rlimit limited = saved;
+        limited.rlim_cur = 4096;
+        ::setrlimit(RLIMIT_FSIZE, &limited);
+        body();
+        ::setrlimit(RLIMIT_FSIZE, &saved);
+        std::signal(SIGXFSZ, saved_handler);
+    };
+    std::vector<BYTE> big(64 * 1024, 0x3C);
+    bool opened = false, written = true;
     std::string error;
-    const bool written = MOXDEV_FLASH_INI::update_flash_ini_data(
-        MOXDEV_FLASH_INI_HPS_SPI,
-        [](std::vector<BYTE>& set, std::string&) {
-            set.assign(64 * 1024, 0x3C);
-            return true;
-        },
-        error);
-    ::setrlimit(RLIMIT_FSIZE, &saved);
-    std::signal(SIGXFSZ, saved_handler);
+    with_small_disk([&] {
+        opened = MOXDEV_FLASH_INI::write_flash_ini_data(MOXDEV_FLASH_INI_HPS_SPI, big.data(), DWORD(big.size()));
+        written = MOXDEV_FLASH_INI::update_flash_ini_data(
+            MOXDEV_FLASH_INI_HPS_SPI,
+            [&](std::vector<BYTE>& set, std::string&) {
+                set = big;
+                return true;
+            },
+            error);
+    });
+    EXPECT_TRUE(opened);
     EXPECT_FALSE(written);
     EXPECT_NE(error.find("cannot write"), std::string::npos) << error;
     EXPECT_EQ(read_bytes(path()), earlier);
+    for (const auto& entry : std::filesystem::directory_iterator(dir()))
+        EXPECT_EQ(entry.path().filename().string().find(".tmp-"), std::string::npos) << entry.path();
 
     write_text(dir() + "/answers", "98\n10\n64\n");
     std::string output;
@@ -173,6 +185,15 @@ TEST_F(USER_FILE, AFullDiskKeepsTheEarlierFile)
     EXPECT_NE(output.find("moxdev: cannot change " + path()), std::string::npos) << output;
     EXPECT_EQ(output.find("added:"), std::string::npos) << output;
     EXPECT_EQ(read_bytes(path()), earlier);
+
+    // A module directory that does not exist: the output cannot be opened.
+    TEMP_DIR other;
+    const std::string missing = other.file("no/such/dir");
+    {
+        SCOPED_ENV module("MOXDEV_MODULE_DIR", missing.c_str());
+        EXPECT_FALSE(MOXDEV_FLASH_INI::write_flash_ini_data(MOXDEV_FLASH_INI_HPS_SPI, big.data(), 10));
+    }
+    EXPECT_FALSE(std::filesystem::exists(missing));
 }
 
 // A damaged file is moved aside, never silently replaced; a directory in its
