@@ -22,15 +22,17 @@ DWORD first_dword(DWORD address_mode, bool quad)
 // and 64 KiB (D8h), and the published example's DWORDs 10 and 11.
 std::vector<DWORD> bfpt(DWORD count, DWORD density, DWORD address_mode = 0)
 {
-    std::vector<DWORD> dwords(count, NONE);
+    std::vector<DWORD> dwords(std::max<DWORD>(count, 8), NONE);
     dwords[0] = first_dword(address_mode, true);
     dwords[1] = density;
-    dwords[7] = 0x520F200Cu;  // type 1: 2^12 opcode 20h; type 2: 2^15 opcode 52h
-    dwords[8] = 0x0000D810u;  // type 3: 2^16 opcode D8h
+    dwords[7] = 0x520F200Cu; // type 1: 2^12 opcode 20h; type 2: 2^15 opcode 52h
+    if (count > 8)
+        dwords[8] = 0x0000D810u; // type 3: 2^16 opcode D8h
     if (count >= 11) {
         dwords[9] = 0x00F57223u;
         dwords[10] = 0xB704ED82u;
     }
+    dwords.resize(count);
     return dwords;
 }
 
