@@ -8,14 +8,14 @@
 
 #include "moxdev/moxdev.h"
 #include "moxdev/moxdev_ddb_internal.h"
+
+#include <absl/container/flat_hash_map.h>
 #include "tools/dump_text.h"
 
 #include <benchmark/benchmark.h>
 #include <zlib.h>
-#if defined(__GLIBC__)
-#include <malloc.h>
-#endif
 
+#include <array>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
@@ -43,10 +43,18 @@ struct LOOKUP {
     std::string name;
 };
 
+// The limit each lookup is measured against: the same answers held in a
+// bare hash map, one probe and the returned string.
+template <class KEY>
+using BARE_MAP = absl::flat_hash_map<KEY, std::string>;
+
 struct DATA {
     std::vector<LOOKUP> lookups;         // every name of every table, once per table
     std::vector<QWORD> hashes;           // OPN hashes of the sampled parts
     std::vector<std::string> full_names; // full, package and device names of the sampled parts
+    std::array<BARE_MAP<std::string>, std::size_t(GRAMMAR::MAX)> bare_grammar; // name -> smallest key
+    BARE_MAP<QWORD> bare_opn;           // OPN hash -> name
+    BARE_MAP<std::string> bare_full;    // name -> full ordering name
 };
 
 [[noreturn]] void fail(const std::string& what)
@@ -93,6 +101,9 @@ DATA prepare()
         for (const std::string& name : listed)
             data.lookups.push_back(LOOKUP{GRAMMAR(t), name});
     }
+    for (const LOOKUP& lookup : data.lookups)
+        data.bare_grammar[std::size_t(lookup.type)].try_emplace(
+            lookup.name, moxdev_oracle::reverse_lookup(lookup.type, lookup.name));
     for (std::size_t i = 0; i < data.lookups.size(); i += 50) {
         const LOOKUP& lookup = data.lookups[i];
         if (library_lookup(lookup.type, lookup.name) != moxdev_oracle::reverse_lookup(lookup.type, lookup.name))
@@ -110,6 +121,7 @@ DATA prepare()
         if (MOXDEV_MGR::get_opn_from_hash(hash) != moxdev_oracle::opn_from_hash(hash))
             fail("get_opn_from_hash differs from the digest search for " + full);
         data.hashes.push_back(hash);
+        data.bare_opn.try_emplace(hash, full);
         for (const std::string& form : {full, moxdev_oracle::package_name(full, false),
                                         moxdev_oracle::device_name(full, false, false)}) {
             const std::string expected = moxdev_oracle::possible_full_name(form);
@@ -118,6 +130,7 @@ DATA prepare()
             if (MOXDEV_MGR::get_possible_full_name(form) != expected)
                 fail("get_possible_full_name differs from the per-part search for " + form);
             data.full_names.push_back(form);
+            data.bare_full.try_emplace(form, expected);
         }
     }
     return data;
@@ -149,17 +162,6 @@ std::unique_ptr<BYTE[]> read_and_inflate(const std::string& path)
     return payload;
 }
 
-// Inflates the compiled-in grammar image, nothing else.
-std::unique_ptr<BYTE[]> inflate_grammar_image()
-{
-    uLongf size = MOXDDB_GRAMMAR_LENGTH;
-    std::unique_ptr<BYTE[]> image(new BYTE[size]);
-    if (::uncompress(image.get(), &size, MOXDDB_GRAMMAR_DATA, MOXDDB_GRAMMAR_CMP_LENGTH) != Z_OK ||
-        size != MOXDDB_GRAMMAR_LENGTH)
-        fail("cannot inflate the grammar image");
-    return image;
-}
-
 std::string device_database()
 {
     return gen_get_device_db_fullpath() + "/programmer/mox_dev_info.pcf";
@@ -170,57 +172,15 @@ std::string flash_database()
     return gen_get_device_db_fullpath() + "/programmer/mox_flash.pcf";
 }
 
-// ---------------------------------------------------------------- memory
-
-// Bytes the allocator has handed out and not taken back, from the heap and
-// from mappings of their own; 0 where the C library cannot tell.
-std::size_t heap_in_use()
-{
-#if defined(__GLIBC__) && (__GLIBC__ > 2 || __GLIBC_MINOR__ >= 33)
-    const struct mallinfo2 info = ::mallinfo2();
-    return info.uordblks + info.hblkhd;
-#else
-    return 0;
-#endif
-}
-
-struct MEMORY {
-    MOXDEV_GRAMMAR_FOOTPRINT grammar;     // the library's own grammar
-    std::size_t grammar_allocated = 0;    // the allocator's view of it
-    MOXDEV_GRAMMAR_FOOTPRINT fresh;       // a second, fresh decode
-    std::size_t fresh_allocated = 0;
-    MOXDEV_PART_INDEX_FOOTPRINT parts;    // the part-number indexes
-    std::size_t parts_allocated = 0;
-};
-
-// Runs first, before any query has built the structures it measures.
-MEMORY measure_memory()
-{
-    // What the catalogue and the configuration set up on first use is not
-    // the naming structures' own.
-    (void)dstr_get_dev_part_enum_by_string("KXB100F484C6");
-    (void)dstr_get_user_string(1);
-    (void)cfg_is_on("MOXDEV_ENABLE_GRAMMAR_DEBUG", false);
-
-    MEMORY memory;
-    std::size_t before = heap_in_use();
-    (void)MOXDEV_DEVICE_GRAMMAR_MGR::get_family("KXB100");
-    memory.grammar_allocated = heap_in_use() - before;
-    memory.grammar = moxdev_grammar_footprint();
-
-    std::shared_ptr<const void> fresh;
-    before = heap_in_use();
-    memory.fresh = moxdev_decode_grammar_fresh(&fresh);
-    memory.fresh_allocated = heap_in_use() - before;
-    fresh.reset();
-
-    before = heap_in_use();
-    memory.parts = moxdev_part_index_footprint();
-    memory.parts_allocated = heap_in_use() - before;
-    return memory;
-}
-
 // ---------------------------------------------------------------- benchmarks
+
+// A bare map's answer, as a new string like the library's.
+template <class MAP, class KEY>
+std::string bare_find(const MAP& map, const KEY& key)
+{
+    const auto found = map.find(key);
+    return found == map.end() ? std::string() : found->second;
+}
 
 void register_benchmarks(const DATA& data)
 {
@@ -229,6 +189,12 @@ void register_benchmarks(const DATA& data)
         for (auto _ : state) {
             for (const LOOKUP& lookup : data.lookups)
                 benchmark::DoNotOptimize(library_lookup(lookup.type, lookup.name));
+        }
+    });
+    benchmark::RegisterBenchmark("reverse_lookup/bare_map", [&data](benchmark::State& state) {
+        for (auto _ : state) {
+            for (const LOOKUP& lookup : data.lookups)
+                benchmark::DoNotOptimize(bare_find(data.bare_grammar[std::size_t(lookup.type)], lookup.name));
         }
     });
     benchmark::RegisterBenchmark("reverse_lookup/literal", [&data](benchmark::State& state) {
@@ -245,6 +211,12 @@ void register_benchmarks(const DATA& data)
                 benchmark::DoNotOptimize(MOXDEV_MGR::get_opn_from_hash(hash));
         }
     });
+    benchmark::RegisterBenchmark("opn_from_hash/bare_map", [&data](benchmark::State& state) {
+        for (auto _ : state) {
+            for (QWORD hash : data.hashes)
+                benchmark::DoNotOptimize(bare_find(data.bare_opn, hash));
+        }
+    });
     benchmark::RegisterBenchmark("opn_from_hash/literal", [&data](benchmark::State& state) {
         for (auto _ : state) {
             for (QWORD hash : data.hashes)
@@ -257,6 +229,12 @@ void register_benchmarks(const DATA& data)
         for (auto _ : state) {
             for (const std::string& name : data.full_names)
                 benchmark::DoNotOptimize(MOXDEV_MGR::get_possible_full_name(name));
+        }
+    });
+    benchmark::RegisterBenchmark("possible_full_name/bare_map", [&data](benchmark::State& state) {
+        for (auto _ : state) {
+            for (const std::string& name : data.full_names)
+                benchmark::DoNotOptimize(bare_find(data.bare_full, name));
         }
     });
     benchmark::RegisterBenchmark("possible_full_name/literal", [&data](benchmark::State& state) {
@@ -290,16 +268,6 @@ void register_benchmarks(const DATA& data)
             benchmark::DoNotOptimize(read_and_inflate(path));
     });
 
-    // The first naming query's work, into a fresh structure each time.
-    benchmark::RegisterBenchmark("first_naming_query/library", [](benchmark::State& state) {
-        for (auto _ : state)
-            benchmark::DoNotOptimize(moxdev_decode_grammar_fresh(nullptr));
-    });
-    benchmark::RegisterBenchmark("first_naming_query/inflate", [](benchmark::State& state) {
-        for (auto _ : state)
-            benchmark::DoNotOptimize(inflate_grammar_image());
-    });
-
     // Binding a device to each chip of the table by the chip's own ID bytes.
     benchmark::RegisterBenchmark("flash_id_mapping/library", [](benchmark::State& state) {
         MOXDEV_FLASH_MANAGER manager(false, 1, false, false);
@@ -321,6 +289,45 @@ void register_benchmarks(const DATA& data)
         for (auto _ : state) {
             for (auto& [silicon, id] : ids)
                 benchmark::DoNotOptimize(manager.flash_id_database_mapping(silicon, 0, id.data()));
+        }
+    });
+    // The least a binding does: the first record whose bytes match, by a
+    // plain loop over the records' ID bytes.
+    benchmark::RegisterBenchmark("flash_id_mapping/compare_loop", [](benchmark::State& state) {
+        const MOXDEV_FLASH_MANAGER manager(false, 1, false, false);
+        struct ID {
+            bool silicon;
+            BYTE at[3];
+            BYTE expected[3];
+        };
+        std::vector<ID> table;
+        for (DWORD i = 0; i < manager.get_flash_count(); ++i) {
+            const MOXDEV_SFL_FLASH_INFO& r = manager.get_flash_database()[i];
+            table.push_back(ID{r.silicon_id,
+                               {r.memory_id_index, r.memory_type_index == 255 ? r.memory_id_index : r.memory_type_index,
+                                r.mfc_id_index},
+                               {r.memory_id, r.memory_type_index == 255 ? r.memory_id : r.memory_type, r.mfc_id}});
+        }
+        std::vector<std::pair<bool, std::vector<BYTE>>> ids;
+        for (const ID& record : table) {
+            std::vector<BYTE> id(256, 0);
+            for (int k = 0; k < 3; ++k)
+                id[record.at[k]] = record.expected[k];
+            ids.emplace_back(record.silicon, std::move(id));
+        }
+        for (auto _ : state) {
+            for (auto& [silicon, id] : ids) {
+                DWORD found = INVALID_DWORD;
+                for (DWORD i = 0; i < table.size(); ++i) {
+                    const ID& r = table[i];
+                    if (r.silicon == silicon && id[r.at[0]] == r.expected[0] &&
+                        (silicon || (id[r.at[1]] == r.expected[1] && id[r.at[2]] == r.expected[2]))) {
+                        found = i;
+                        break;
+                    }
+                }
+                benchmark::DoNotOptimize(found);
+            }
         }
     });
 }
@@ -427,7 +434,6 @@ int main(int argc, char** argv)
         return 1;
 
     try {
-        const MEMORY memory = measure_memory();
         // Not const: the library normalises the names it is given in place.
         DATA data = prepare();
         register_benchmarks(data);
@@ -438,20 +444,26 @@ int main(int argc, char** argv)
 
         using GOAL = ROW::GOAL;
         std::vector<ROW> rows;
-        rows.push_back(time_row(medians,
-                                "grammar reverse lookup, every name of the compiled-in image (" +
-                                    count_text(data.lookups.size(), "lookups") + ")",
-                                "linear scan in ascending key order", "reverse_lookup/library",
-                                "reverse_lookup/literal", GOAL::FASTER, 1000));
-        rows.push_back(time_row(medians,
-                                "`get_opn_from_hash` over " + count_text(data.hashes.size(), "sampled parts"),
-                                "linear digest search", "opn_from_hash/library", "opn_from_hash/literal",
-                                GOAL::FASTER, 1000));
-        rows.push_back(time_row(medians,
-                                "`get_possible_full_name` over " +
-                                    count_text(data.full_names.size(), "sampled names"),
-                                "per-part search", "possible_full_name/library", "possible_full_name/literal",
-                                GOAL::FASTER, 1000));
+        const std::string bare = "the same lookups in a bare `absl::flat_hash_map`";
+        const struct {
+            std::string what;
+            std::string name;
+            std::string literal;
+        } lookups[] = {
+            {"grammar reverse lookup, every name of the compiled-in image (" +
+                 count_text(data.lookups.size(), "lookups") + ")",
+             "reverse_lookup", "linear scan in ascending key order"},
+            {"`get_opn_from_hash` over " + count_text(data.hashes.size(), "sampled parts"), "opn_from_hash",
+             "linear digest search"},
+            {"`get_possible_full_name` over " + count_text(data.full_names.size(), "sampled names"),
+             "possible_full_name", "per-part search"},
+        };
+        for (const auto& lookup : lookups) {
+            rows.push_back(time_row(medians, lookup.what, bare, lookup.name + "/library", lookup.name + "/bare_map",
+                                    GOAL::AT_MOST, 1.3));
+            rows.push_back(time_row(medians, lookup.what + ", for scale", lookup.literal, lookup.name + "/library",
+                                    lookup.name + "/literal", GOAL::NONE, 0));
+        }
         rows.push_back(time_row(medians, "constructing `MOXDEV_DEV_INFO_MANAGER(false, 0)` from its file",
                                 "reading the file and inflating its payload", "dev_info_manager/library",
                                 "dev_info_manager/read_and_inflate", GOAL::AT_MOST, 1.5));
@@ -459,39 +471,11 @@ int main(int argc, char** argv)
                                 "constructing `MOXDEV_FLASH_MANAGER(false, 1, false, false)` from its file",
                                 "reading the file and inflating its payload", "flash_manager/library",
                                 "flash_manager/read_and_inflate", GOAL::AT_MOST, 1.5));
-        rows.push_back(time_row(medians, "first naming query (decode, tables, index)",
-                                "inflating the image", "first_naming_query/library",
-                                "first_naming_query/inflate", GOAL::AT_MOST, 3));
-
-        ROW grammar_memory;
-        grammar_memory.path = "memory held by the decoded naming tables and indexes (image " +
-                              format_bytes(memory.grammar.image) + ", entries " +
-                              format_bytes(memory.grammar.entries) + ", index slots " +
-                              format_bytes(memory.grammar.slots) + "; allocator: " +
-                              format_bytes(memory.grammar_allocated) + ")";
-        grammar_memory.baseline = "the decoded image's size";
-        grammar_memory.library_figure = format_bytes(memory.grammar.total());
-        grammar_memory.baseline_figure = format_bytes(MOXDDB_GRAMMAR_LENGTH);
-        grammar_memory.ratio = double(memory.grammar.total()) / MOXDDB_GRAMMAR_LENGTH;
-        grammar_memory.goal = GOAL::AT_MOST;
-        grammar_memory.goal_value = 2;
-        rows.push_back(grammar_memory);
-
-        ROW part_memory;
-        part_memory.path = "memory held by the part-number indexes, built on first use (OPN table " +
-                           format_bytes(memory.parts.opn_table) + ", enums " +
-                           format_bytes(memory.parts.opn_enum) + ", hashes " +
-                           format_bytes(memory.parts.opn_hash) + ", full names " +
-                           format_bytes(memory.parts.full_name) + "; allocator: " +
-                           format_bytes(memory.parts_allocated) + ")";
-        part_memory.baseline = "";
-        part_memory.library_figure = format_bytes(memory.parts.total());
-        rows.push_back(part_memory);
-
         rows.push_back(time_row(medians,
                                 "`flash_id_database_mapping` for every chip of the table (" +
                                     count_text(flash_chip_count(), "chips") + "), per call",
-                                "", "flash_id_mapping/library", "", GOAL::NONE, 0,
+                                "the first match by a plain loop over the records' ID bytes",
+                                "flash_id_mapping/library", "flash_id_mapping/compare_loop", GOAL::AT_MOST, 2,
                                 double(flash_chip_count())));
 
         rows.push_back(time_row(medians,
@@ -505,13 +489,6 @@ int main(int argc, char** argv)
 
         std::cout << "Machine: " << machine_description() << "\n\n";
         const bool met = print_table(std::cout, rows);
-        // The two decodes of the grammar must hold the same bytes, and the
-        // allocator must have handed out about what the accounting counts.
-        if (memory.fresh.total() != memory.grammar.total())
-            std::cerr << "warning: a fresh decode holds " << memory.fresh.total() << " bytes, the library's "
-                      << memory.grammar.total() << "\n";
-        std::cerr << "allocator deltas: grammar " << memory.grammar_allocated << " (fresh decode "
-                  << memory.fresh_allocated << "), part indexes " << memory.parts_allocated << "\n";
         benchmark::Shutdown();
         return met ? 0 : 3;
     } catch (const std::exception& error) {

@@ -10,9 +10,6 @@
 #include <cstdlib>
 #include <fstream>
 
-#ifndef MOXDEV_DEFAULT_NOTICES_FILE
-#define MOXDEV_DEFAULT_NOTICES_FILE "moxdev-notices.txt"
-#endif
 
 bool MOX_COMMON::convert_string_to_dword(const std::string& text, DWORD& value)
 {
@@ -48,9 +45,10 @@ bool MOX_COMMON::send_auto_email_file(const std::string& recipients, const std::
                                       const std::string& body)
 {
     std::fprintf(stderr, "notice: %s\n%s", subject.c_str(), body.c_str());
-    const char* configured = std::getenv("MOXDEV_NOTICES_FILE");
-    const std::string path =
-        configured != nullptr && *configured != '\0' ? configured : MOXDEV_DEFAULT_NOTICES_FILE;
+    // Without a notices file the notice goes to standard error only.
+    const char* path = std::getenv("MOXDEV_NOTICES_FILE");
+    if (path == nullptr || *path == '\0')
+        return true;
     std::ofstream out(path, std::ios::app);
     if (!out)
         return false;

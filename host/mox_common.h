@@ -29,9 +29,9 @@ public:
     static bool compare_string(const std::string& a, const std::string& b, bool case_sensitive);
 
     // Sends an automatic notification. The stand-alone host has no mail
-    // service: it writes the notice to standard error and appends it to the
-    // notices file (MOXDEV_NOTICES_FILE, or moxdev-notices.txt in the build
-    // directory). Returns whether the notice reached the file.
+    // service: it writes the notice to standard error and, when
+    // MOXDEV_NOTICES_FILE names one, appends it to that file. Returns false
+    // when the file cannot be written.
     static bool send_auto_email_file(const std::string& recipients, const std::string& subject,
                                      const std::string& body);
 };

@@ -35,14 +35,19 @@ void MSG_INTERNAL_ERROR::report(const std::string& condition, const std::string&
     throw MSG_INTERNAL_ERROR(condition, module, unit, line);
 }
 
-void msg_local_debug(int level, const std::string& module, const std::string& text)
+bool msg_local_debug_on(int level)
 {
     const char* setting = std::getenv("MOXDEV_DEBUG_LEVEL");
     if (setting == nullptr || *setting == '\0')
-        return;
+        return false;
     char* end = nullptr;
     const long threshold = std::strtol(setting, &end, 10);
-    if (*end != '\0' || threshold < level)
+    return *end == '\0' && threshold >= level;
+}
+
+void msg_local_debug(int level, const std::string& module, const std::string& text)
+{
+    if (!msg_local_debug_on(level))
         return;
     std::fprintf(stderr, "[%s] %s", module.c_str(), text.c_str());
     if (text.empty() || text.back() != '\n')

@@ -37,3 +37,6 @@ private:
 // MOXDEV_DEBUG_LEVEL holds a number at or above `level`; otherwise it is
 // dropped.
 void msg_local_debug(int level, const std::string& module, const std::string& text);
+// Whether a message of `level` would be written: callers test it before they
+// spend time making the text.
+bool msg_local_debug_on(int level);

@@ -1,6 +1,7 @@
 #include "moxdev/moxdev_database_codec.h"
 
 #include "moxdev/moxdev_assert.h"
+#include "moxdev/moxdev_file_store.h"
 
 #include "host/gen_string.h"
 #include "host/mox_common.h"
@@ -260,19 +261,9 @@ void MOXDEV_DATABASE_CODEC::write_database_file(const std::vector<BYTE>& image,
     std::unique_ptr<BYTE[]> compressed(
         compress_data(const_cast<BYTE*>(image.data()), MOXDEV_DB_HEADER_SIZE, DWORD(image.size()), new_count));
 
-    const std::string target = path.fullpath();
-    const std::string temporary = target + ".tmp";
-    bool status = false;
-    {
-        std::ofstream output(temporary, std::ios::binary | std::ios::trunc);
-        const BYTE trailer[MOXDEV_DB_TRAILER_SIZE] = {0, 0};
-        output.write(reinterpret_cast<const char*>(compressed.get()), new_count);
-        output.write(reinterpret_cast<const char*>(trailer), sizeof trailer);
-        output.flush();
-        status = output.good();
-    }
-    status = status && std::rename(temporary.c_str(), target.c_str()) == 0;
-    if (!status)
-        std::remove(temporary.c_str());
+    std::vector<BYTE> file(compressed.get(), compressed.get() + new_count);
+    file.resize(file.size() + MOXDEV_DB_TRAILER_SIZE, 0); // the checksum field, always 0
+    std::string error;
+    const bool status = moxdev_replace_file(path.fullpath(), file, error);
     CODEC_CHECK(status);
 }

@@ -30,6 +30,9 @@ constexpr DWORD MOXDEV_DB_HEADER_SIZE = 44;
 constexpr DWORD MOXDEV_DB_TRAILER_SIZE = 2;
 constexpr DWORD MOXDEV_DB_PAYLOAD_HEADER_SIZE = 12;
 constexpr DWORD MOXDEV_DB_VERSION = 1;
+// The magic of each database file.
+constexpr const char* MOXDEV_DEVICE_DB_MAGIC = "MOXIO_DM";
+constexpr const char* MOXDEV_FLASH_DB_MAGIC = "MOXIO_FM";
 
 // Reads a generator's CSV table: non-blank lines, trimmed, split into cells at
 // blanks, tabs and commas (empty cells are dropped, so a cell may hold none of

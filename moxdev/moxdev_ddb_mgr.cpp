@@ -16,6 +16,9 @@
 #include <memory>
 #include <string_view>
 
+#include <absl/container/flat_hash_map.h>
+#include <absl/container/flat_hash_set.h>
+
 namespace {
 
 constexpr DWORD TABLE_COUNT = DWORD(MOXDEV_DDB_GRAMMAR_ENUM::MAX);
@@ -90,46 +93,11 @@ struct ENTRY {
     DWORD key_length() const { return first - key - 1; }
 };
 
-// How an index slot packs a name's first listing into 64 bits: the offset of
-// the name in the low bits, then the offset of the smallest key that lists
-// it, then, in the bits left over, a tag (the same bits of the name's hash)
-// that settles almost every mismatch without reading the name. Both texts
-// are reachable from the slot alone, so a lookup reads them side by side. A
-// zero slot is free: no name starts at offset 0, where the magic is.
-struct SLOT_LAYOUT {
-    unsigned offset_bits = 32;
-    std::uint64_t tag_mask = 0;
-
-    static unsigned width(std::uint64_t value)
-    {
-        unsigned bits = 1;
-        while (bits < 64 && (value >> bits) != 0)
-            ++bits;
-        return bits;
-    }
-
-    // For texts below offset `image_size`.
-    static SLOT_LAYOUT fitting(DWORD image_size)
-    {
-        SLOT_LAYOUT layout;
-        layout.offset_bits = width(image_size);
-        const unsigned used = 2 * layout.offset_bits;
-        layout.tag_mask = used >= 64 ? 0 : ~((std::uint64_t(1) << used) - 1);
-        return layout;
-    }
-
-    std::uint64_t offset_mask() const { return (std::uint64_t(1) << offset_bits) - 1; }
-    std::uint64_t pack(DWORD name, DWORD key, std::uint64_t hash) const
-    {
-        return std::uint64_t(name) | std::uint64_t(key) << offset_bits | (hash & tag_mask);
-    }
-    DWORD name(std::uint64_t slot) const { return DWORD(slot & offset_mask()); }
-    DWORD key(std::uint64_t slot) const { return DWORD((slot >> offset_bits) & offset_mask()); }
-};
-
 struct TABLE {
-    std::vector<ENTRY> entries;       // ascending key order
-    std::vector<std::uint64_t> slots; // open addressing, linear probing
+    std::vector<ENTRY> entries; // ascending key order
+    // Each name to the offset of the smallest key that lists it; the names
+    // are views into the image.
+    absl::flat_hash_map<std::string_view, DWORD> index;
 };
 
 // The decoded grammar image. Names stay in the image, where each entry's
@@ -139,21 +107,8 @@ struct TABLE {
 struct GRAMMAR {
     IMAGE image;
     std::array<TABLE, TABLE_COUNT> tables;
-    SLOT_LAYOUT layout;
 
     const char* text(DWORD offset) const { return reinterpret_cast<const char*>(&image.data[offset]); }
-
-    // Whether the name at `offset` is `name`, read no further than the first
-    // difference (a name containing a zero byte is no name of the image).
-    bool is_name(DWORD offset, std::string_view name) const
-    {
-        const char* listed = text(offset);
-        for (std::size_t i = 0; i < name.size(); ++i) {
-            if (listed[i] != name[i] || listed[i] == 0)
-                return false;
-        }
-        return listed[name.size()] == 0;
-    }
 
     // Calls visit(name) for each name of `entry`, in image order.
     template <class VISIT>
@@ -168,105 +123,8 @@ struct GRAMMAR {
     }
 };
 
-std::uint64_t hash_of(std::string_view text)
-{
-    return moxdev_name_hash(text);
-}
-
-std::size_t home_slot(std::uint64_t hash, std::size_t capacity)
-{
-    return moxdev_home_slot(hash, capacity);
-}
-
-// Tells whether a name has been seen since the last clear(), by the name and
-// its hash. A few names are only listed; past that they go into a hash set
-// that empties in constant time (a slot counts only while it carries the
-// current stamp).
-class DISTINCT_NAMES {
-public:
-    void clear() { m_listed = 0; }
-
-    // False when `name` was seen already.
-    bool insert(std::string_view name, std::uint64_t hash)
-    {
-        if (m_listed < LISTED) {
-            for (std::size_t i = 0; i < m_listed; ++i) {
-                if (m_list[i].hash == hash && m_list[i].text == name)
-                    return false;
-            }
-            m_list[m_listed++] = NAME{name, hash};
-            if (m_listed == LISTED) {
-                start_set();
-                for (const NAME& listed : m_list)
-                    add(listed);
-            }
-            return true;
-        }
-        return add(NAME{name, hash});
-    }
-
-private:
-    static constexpr std::size_t LISTED = 16;
-
-    struct NAME {
-        std::string_view text;
-        std::uint64_t hash;
-    };
-    struct SLOT {
-        NAME name;
-        DWORD stamp = 0;
-    };
-
-    void start_set()
-    {
-        m_count = 0;
-        if (++m_stamp == 0) {
-            m_slots.assign(m_slots.size(), SLOT{});
-            m_stamp = 1;
-        }
-    }
-
-    bool add(const NAME& name)
-    {
-        if (2 * (m_count + 1) > m_slots.size())
-            grow();
-        const std::size_t mask = m_slots.size() - 1;
-        for (std::size_t s = std::size_t(name.hash) & mask;; s = (s + 1) & mask) {
-            SLOT& slot = m_slots[s];
-            if (slot.stamp != m_stamp) {
-                slot = SLOT{name, m_stamp};
-                ++m_count;
-                return true;
-            }
-            if (slot.name.hash == name.hash && slot.name.text == name.text)
-                return false;
-        }
-    }
-
-    void grow()
-    {
-        std::vector<SLOT> old(std::max<std::size_t>(64, 2 * m_slots.size()));
-        old.swap(m_slots);
-        const DWORD stamp = m_stamp;
-        m_stamp = 1;
-        m_count = 0;
-        for (const SLOT& slot : old) {
-            if (slot.stamp == stamp)
-                add(slot.name);
-        }
-    }
-
-    std::array<NAME, LISTED> m_list;
-    std::size_t m_listed = 0;
-    std::vector<SLOT> m_slots; // a power of two of them
-    std::size_t m_count = 0;
-    DWORD m_stamp = 1;
-};
-
-// Decodes and checks an image. With `hashes`, also returns the hash of every
-// name in image order, for indexing.
-GRAMMAR parse_grammar(const BYTE* compressed, DWORD cmp_length, DWORD length,
-                      std::vector<std::uint64_t>* hashes = nullptr)
+// Decodes and checks an image.
+GRAMMAR parse_grammar(const BYTE* compressed, DWORD cmp_length, DWORD length)
 {
     GRAMMAR grammar;
     grammar.image = inflate_image(compressed, cmp_length, length, GRAMMAR_TEXTS);
@@ -289,8 +147,8 @@ GRAMMAR parse_grammar(const BYTE* compressed, DWORD cmp_length, DWORD length,
 
     DWORD pointer_index = 0;
     DWORD index = MAGIC_SIZE;
-    DISTINCT_NAMES keys;     // of the table being read
-    DISTINCT_NAMES contents; // of the entry being read
+    absl::flat_hash_set<std::string_view> keys;     // of the table being read
+    absl::flat_hash_set<std::string_view> contents; // of the entry being read
     while (index < data_size) {
         MOXDEV_ASSERT(pointer_index < DWORD(MOXDEV_DDB_GRAMMAR_ENUM::MAX));
         TABLE& table = grammar.tables[pointer_index];
@@ -302,18 +160,15 @@ GRAMMAR parse_grammar(const BYTE* compressed, DWORD cmp_length, DWORD length,
             const DWORD name = read_string(index);
             const std::string_view content(grammar.text(name), index - 1 - name);
             MOXDEV_ASSERT_MSG(!content.empty(), "content.size()");
-            const std::uint64_t hash = hash_of(content);
-            MOXDEV_ASSERT_MSG(contents.insert(content, hash),
+            MOXDEV_ASSERT_MSG(contents.insert(content).second,
                               "std::find(contents.begin(), contents.end(), content) == contents.end()");
-            if (hashes != nullptr)
-                hashes->push_back(hash);
             ++entry.count;
         }
         MOXDEV_ASSERT_MSG(entry.count > 0, "contents.size()");
         ++index;
         MOXDEV_ASSERT(index < data_size);
         const std::string_view key_text(grammar.text(key), entry.key_length());
-        MOXDEV_ASSERT_MSG(keys.insert(key_text, hash_of(key_text)), "map->find(key) == map->end()");
+        MOXDEV_ASSERT_MSG(keys.insert(key_text).second, "map->find(key) == map->end()");
         table.entries.push_back(entry);
 
         if (data[index] == 0) {
@@ -326,62 +181,35 @@ GRAMMAR parse_grammar(const BYTE* compressed, DWORD cmp_length, DWORD length,
     return grammar;
 }
 
-// Puts each table in key order and indexes its names; `hashes` holds the
-// hash of every name in image order.
-void index_grammar(GRAMMAR& grammar, const std::vector<std::uint64_t>& hashes)
+// Puts each table in key order and indexes its names.
+void index_grammar(GRAMMAR& grammar)
 {
-    grammar.layout = SLOT_LAYOUT::fitting(grammar.image.size);
-    const SLOT_LAYOUT& layout = grammar.layout;
-
     auto by_key = [&](const ENTRY& a, const ENTRY& b) {
         return std::string_view(grammar.text(a.key), a.key_length()) <
                std::string_view(grammar.text(b.key), b.key_length());
     };
-    std::size_t ordinal = 0; // of the table's first name in image order
     for (TABLE& table : grammar.tables) {
-        // The images are written in key order; sorting is for other ones,
-        // whose names are then hashed again in the new order.
-        const bool in_image_order = std::is_sorted(table.entries.begin(), table.entries.end(), by_key);
-        if (!in_image_order)
+        // The images are written in key order; sorting is for other ones.
+        if (!std::is_sorted(table.entries.begin(), table.entries.end(), by_key))
             std::sort(table.entries.begin(), table.entries.end(), by_key);
         table.entries.shrink_to_fit();
         std::size_t listed = 0;
         for (const ENTRY& entry : table.entries)
             listed += entry.count;
-        // A quarter of the slots stay free, which keeps probe runs short.
-        const std::size_t capacity = listed + listed / 3 + 1;
-        table.slots.assign(capacity, 0);
-        std::size_t next = ordinal;
-        for (const ENTRY& entry : table.entries) {
-            grammar.for_each_name(entry, [&](std::string_view name) {
-                const std::uint64_t hash = in_image_order ? hashes[next++] : hash_of(name);
-                const std::uint64_t tag = hash & layout.tag_mask;
-                // Entries are visited in key order, so the first listing kept
-                // is the one under the smallest key.
-                for (std::size_t s = home_slot(hash, capacity);; s = s + 1 == capacity ? 0 : s + 1) {
-                    std::uint64_t& slot = table.slots[s];
-                    if (slot == 0) {
-                        slot = layout.pack(DWORD(name.data() - grammar.text(0)), entry.key, hash);
-                        break;
-                    }
-                    if ((slot & layout.tag_mask) == tag && grammar.is_name(layout.name(slot), name))
-                        break;
-                }
-            });
-        }
-        ordinal += listed;
+        table.index.reserve(listed);
+        // Entries are visited in key order, so the first listing kept is the
+        // one under the smallest key.
+        for (const ENTRY& entry : table.entries)
+            grammar.for_each_name(entry, [&](std::string_view name) { table.index.try_emplace(name, entry.key); });
     }
 }
 
 // The compiled-in grammar, decoded and indexed.
 std::unique_ptr<const GRAMMAR> build_grammar()
 {
-    std::vector<std::uint64_t> hashes;
-    // About one name per fifteen bytes of image; more only cost a reallocation.
-    hashes.reserve(MOXDDB_GRAMMAR_LENGTH / 12);
     auto grammar = std::make_unique<GRAMMAR>(
-        parse_grammar(MOXDDB_GRAMMAR_DATA, MOXDDB_GRAMMAR_CMP_LENGTH, MOXDDB_GRAMMAR_LENGTH, &hashes));
-    index_grammar(*grammar, hashes);
+        parse_grammar(MOXDDB_GRAMMAR_DATA, MOXDDB_GRAMMAR_CMP_LENGTH, MOXDDB_GRAMMAR_LENGTH));
+    index_grammar(*grammar);
     return grammar;
 }
 
@@ -391,18 +219,6 @@ const GRAMMAR* grammar_manager()
     // a failed decode leaves nothing behind and is repeated by the next call.
     static const std::unique_ptr<const GRAMMAR> mgr = build_grammar();
     return mgr.get();
-}
-
-MOXDEV_GRAMMAR_FOOTPRINT footprint_of(const GRAMMAR& grammar)
-{
-    MOXDEV_GRAMMAR_FOOTPRINT footprint;
-    footprint.image = grammar.image.size + IMAGE_PADDING;
-    for (const TABLE& table : grammar.tables) {
-        footprint.entries += table.entries.capacity() * sizeof(ENTRY);
-        footprint.slots += table.slots.capacity() * sizeof(std::uint64_t);
-    }
-    footprint.structure = sizeof(GRAMMAR);
-    return footprint;
 }
 
 // The caller's name, trimmed and upper-cased in place. The queries promise
@@ -429,19 +245,9 @@ std::string reverse_lookup(MOXDEV_DDB_GRAMMAR_ENUM type, const std::string& name
     const GRAMMAR* mgr = grammar_manager();
     MOXDEV_ASSERT_MSG(mgr != nullptr, "mgr != NULL");
     MOXDEV_ASSERT(type < MOXDEV_DDB_GRAMMAR_ENUM::MAX);
-    const std::string_view text = normalise(name);
     const TABLE& table = mgr->tables[DWORD(type)];
-    const SLOT_LAYOUT& layout = mgr->layout;
-    const std::uint64_t hash = hash_of(text);
-    const std::uint64_t tag = hash & layout.tag_mask;
-    const std::size_t capacity = table.slots.size();
-    for (std::size_t s = home_slot(hash, capacity);; s = s + 1 == capacity ? 0 : s + 1) {
-        const std::uint64_t slot = table.slots[s];
-        if (slot == 0)
-            return std::string();
-        if ((slot & layout.tag_mask) == tag && mgr->is_name(layout.name(slot), text))
-            return std::string(mgr->text(layout.key(slot)));
-    }
+    const auto found = table.index.find(std::string_view(normalise(name)));
+    return found == table.index.end() ? std::string() : std::string(mgr->text(found->second));
 }
 
 std::vector<std::string> part_configuration_list(const std::string& name)
@@ -526,20 +332,6 @@ const std::vector<DWORD>& moxdev_opn_table()
         parse_opn(MOXDDB_OPN_DATA, MOXDDB_OPN_CMP_LENGTH, MOXDDB_OPN_LENGTH));
     MOXDEV_ASSERT_MSG(mgr != nullptr, "mgr != NULL");
     return *mgr;
-}
-
-MOXDEV_GRAMMAR_FOOTPRINT moxdev_decode_grammar_fresh(std::shared_ptr<const void>* keep)
-{
-    std::shared_ptr<const GRAMMAR> grammar = build_grammar();
-    const MOXDEV_GRAMMAR_FOOTPRINT footprint = footprint_of(*grammar);
-    if (keep != nullptr)
-        *keep = std::move(grammar);
-    return footprint;
-}
-
-MOXDEV_GRAMMAR_FOOTPRINT moxdev_grammar_footprint()
-{
-    return footprint_of(*grammar_manager());
 }
 
 // ---------------------------------------------------------------- queries

@@ -142,6 +142,8 @@ private:
     void read_tables(MOXDEV_FIELD_READER& in);
     void write_record(MOXDEV_FIELD_WRITER& out, const std::vector<std::string>& cells);
     void write_enum(MOXDEV_FIELD_WRITER& out, const std::string& type_name, const std::string& value);
+    // The whole generation, on a manager made for it.
+    void build_database_file(const FIO_PATH& csv_file, const FIO_PATH& device_file);
 
     // The number of records a scan may visit: at most the fixed database size,
     // and never more than were loaded.

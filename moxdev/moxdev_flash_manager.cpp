@@ -23,6 +23,8 @@
 #include <set>
 #include <type_traits>
 
+#include <absl/container/flat_hash_map.h>
+
 const char* const MOXDEV_FLASH_FIELD_NAMES[TOTAL_DATABASE_MEMBER] = {
 #define MOXDEV_FLASH_FIELD(name, stream_type, type) #name,
 #include "moxdev/moxdev_flash_info_fields.def"
@@ -35,12 +37,8 @@ const MOXDEV_MANAGER_TYPE MOXDEV_FLASH_FIELD_TYPES[TOTAL_DATABASE_MEMBER] = {
 
 namespace {
 
-constexpr const char* FLASH_MAGIC = "MOXIO_FM";
 constexpr const char* USER_FLASH_KEY = "MOX_SUPPORT_EXT_SPI_DEV";
 constexpr const char* USER_FLASH_DEBUG_KEY = "MOX_SUPPORT_EXT_SPI_DEV_DEBUG";
-// The flash CSV's record lines start after the type row, the name row and six
-// description lines.
-constexpr DWORD FIRST_RECORD_LINE = 8;
 // A user definition is a few hundred characters; its compressed form cannot
 // honestly inflate beyond this.
 constexpr DWORD MAX_USER_DEFINITION = 64 * 1024;
@@ -121,33 +119,6 @@ bool is_none(const std::string& text)
     return true;
 }
 
-// A hash of a name, equal for names that gen_stricmp finds equal: setting
-// bit 5 of every byte folds ASCII letter case (and merges a few other
-// characters, which only costs a comparison). Eight bytes at a step.
-std::uint64_t folded_hash(const std::string& name)
-{
-    std::uint64_t hash = name.size();
-    auto mix = [&](std::uint64_t word) {
-        hash = (hash ^ (word | 0x2020202020202020ull)) * 0x9E3779B97F4A7C15ull;
-        hash ^= hash >> 32;
-    };
-    std::size_t at = 0;
-    for (; name.size() - at >= 8; at += 8) {
-        std::uint64_t word;
-        std::memcpy(&word, name.data() + at, 8);
-        mix(word);
-    }
-    if (at < name.size()) {
-        std::uint64_t word = 0;
-        for (std::size_t i = 0; at + i < name.size(); ++i)
-            word |= std::uint64_t(static_cast<unsigned char>(name[at + i])) << (8 * i);
-        mix(word);
-    }
-    // The table takes the low bits: let every input bit reach them.
-    hash *= 0xC4CEB9FE1A85EC53ull;
-    return hash ^ hash >> 29;
-}
-
 } // namespace
 
 // ---------------------------------------------------------------- construction
@@ -167,7 +138,7 @@ MOXDEV_FLASH_MANAGER::MOXDEV_FLASH_MANAGER(bool, DWORD device_count, bool skip_l
 void MOXDEV_FLASH_MANAGER::initialize_flash_database(FIO_PATH flash_file)
 {
     PAYLOAD payload =
-        read_database_file(flash_file, "flash_file", FLASH_MAGIC, MOXDEV_FLASH_INFO_CSV_MD5);
+        read_database_file(flash_file, "flash_file", MOXDEV_FLASH_DB_MAGIC, MOXDEV_FLASH_INFO_CSV_MD5);
     MOXDEV_FIELD_READER in = reader(payload.data.get(), payload.size);
     parse_payload(in);
 }
@@ -260,34 +231,20 @@ void MOXDEV_FLASH_MANAGER::confirm_default_value(DWORD first)
 {
     const std::vector<MOXDEV_SFL_FLASH_INFO>& records = *m_flash_database;
     const DWORD end = first + m_flash_count;
-    // The records grouped by name, letter case ignored, in one pass over a
-    // hash table; each group counts its default records. The groups are then
-    // checked in the order of their first records.
-    struct GROUP {
-        DWORD first;
-        DWORD defaults;
-    };
-    std::vector<GROUP> groups;
-    groups.reserve(m_flash_count);
-    std::size_t capacity = 16;
-    while (capacity < 2 * std::size_t(m_flash_count))
-        capacity *= 2;
-    std::vector<DWORD> slots(capacity, INVALID_DWORD); // group indexes
+    // The default records per name, letter case ignored, the names in the
+    // order of their first records.
+    absl::flat_hash_map<std::string, DWORD> defaults;
+    std::vector<std::string> order;
     for (DWORD i = first; i < end; ++i) {
-        const std::string& name = records[i].device_name;
-        std::size_t s = folded_hash(name) & (capacity - 1);
-        while (slots[s] != INVALID_DWORD && gen_stricmp(records[groups[slots[s]].first].device_name, name) != 0)
-            s = (s + 1) & (capacity - 1);
-        if (slots[s] == INVALID_DWORD) {
-            slots[s] = DWORD(groups.size());
-            groups.push_back(GROUP{i, 0});
-        }
-        groups[slots[s]].defaults += records[i].default_dev ? 1 : 0;
+        const auto [entry, added] = defaults.try_emplace(upper(records[i].device_name), 0);
+        if (added)
+            order.push_back(entry->first);
+        entry->second += records[i].default_dev ? 1 : 0;
     }
-    for (const GROUP& group : groups) {
-        if (group.defaults > 1)
+    for (const std::string& name : order) {
+        if (defaults[name] > 1)
             MOXDEV_FAIL("!one_default");
-        MOXDEV_ASSERT_MSG(group.defaults == 1, "one_default");
+        MOXDEV_ASSERT_MSG(defaults[name] == 1, "one_default");
     }
 }
 
@@ -333,9 +290,10 @@ bool MOXDEV_FLASH_MANAGER::flash_id_database_mapping(bool silicon_id_mode, DWORD
     map[device_index] = first_match(silicon_id_mode, id_bytes, id_count);
     if (map[device_index] == INVALID_DWORD)
         return false;
-    msg_local_debug(2, MOXDEV_MODULE,
-                    fmt::format("Found Device {} {} id at index {}", device_index + 1,
-                                silicon_id_mode ? "silicon" : "device", map[device_index]));
+    if (msg_local_debug_on(2))
+        msg_local_debug(2, MOXDEV_MODULE,
+                        fmt::format("Found Device {} {} id at index {}", device_index + 1,
+                                    silicon_id_mode ? "silicon" : "device", map[device_index]));
     return true;
 }
 
@@ -671,298 +629,6 @@ std::string MOXDEV_FLASH_MANAGER::gen_ini_password(std::string text) const
 bool MOXDEV_FLASH_MANAGER::cmp_ini_password(std::string password, std::string text) const
 {
     return gen_ini_password(text) == password;
-}
-
-// ---------------------------------------------------------------- dialogue
-
-namespace {
-
-enum class ANSWER { TEXT, HEX, DECIMAL, YES_NO, POWER_OF_TWO };
-
-// One question of the definition dialogue. Numbers are accepted from
-// `minimum` to `maximum`; `allow_minus_one` also accepts "-1" (unused).
-struct QUESTION {
-    const char* prompt;
-    ANSWER kind;
-    DWORD minimum;
-    DWORD maximum;
-    bool allow_minus_one;
-};
-
-constexpr QUESTION QUESTIONS[] = {
-    {"Manufacture Name : ", ANSWER::TEXT, 1, 19, false},
-    {"Device Name : ", ANSWER::TEXT, 1, 19, false},
-    {"Memory ID (hex) [1 - FE] : ", ANSWER::HEX, 1, 0xFE, false},
-    {"Memory ID Index [0/1/2] : ", ANSWER::DECIMAL, 0, 2, false},
-    {"Memory Type (hex) [0 - FF] : ", ANSWER::HEX, 0, 0xFF, false},
-    {"Memory Type Index [-1/0/1/2] : ", ANSWER::DECIMAL, 0, 2, true},
-    {"Manufacturer ID (hex) [1 - FE] : ", ANSWER::HEX, 1, 0xFE, false},
-    {"Manufacturer ID Index [0/1/2] : ", ANSWER::DECIMAL, 0, 2, false},
-    {"Support Extended Mode [Y/N] : ", ANSWER::YES_NO, 0, 1, false},
-    {"Micron flow [Y/N] : ", ANSWER::YES_NO, 0, 1, false},
-    {"Spansion flow [Y/N] : ", ANSWER::YES_NO, 0, 1, false},
-    {"Protected after power-up [Y/N] : ", ANSWER::YES_NO, 0, 1, false},
-    {"Is AAI mode [Y/N] : ", ANSWER::YES_NO, 0, 1, false},
-    {"Read flag status [Y/N] : ", ANSWER::YES_NO, 0, 1, false},
-    {"Die count [1/2] : ", ANSWER::DECIMAL, 1, 2, false},
-    {"Memory Density [1 - 2048 Mbit] : ", ANSWER::POWER_OF_TWO, 1, 2048, false},
-    {"Sector Size [1 - 1024 Kbyte] : ", ANSWER::POWER_OF_TWO, 1, 1024, false},
-    {"Bulk Erase time [1 - 900 seconds] : ", ANSWER::DECIMAL, 1, 900, false},
-    {"Sector Erase Time [1 - 60 seconds] : ", ANSWER::DECIMAL, 1, 60, false},
-    {"Page Program Time [1000 - 1000000 microseconds] : ", ANSWER::DECIMAL, 1000, 1000000, false},
-    {"Protection Mask (hex) [0 - FF] : ", ANSWER::HEX, 0, 0xFF, false},
-    {"Protection Value (hex) [0 - FF] : ", ANSWER::HEX, 0, 0xFF, false},
-    {"Unprotect Value (hex) [0 - FF] : ", ANSWER::HEX, 0, 0xFF, false},
-    {"Protection Divisor (hex) [-1/3 - 20] : ", ANSWER::HEX, 3, 0x20, true},
-    {"Bottom Value (bit location) [-1/0 - 7] : ", ANSWER::DECIMAL, 0, 7, true},
-    {"SDM Support [Y/N] : ", ANSWER::YES_NO, 0, 1, false},
-    {"AS Configuration Voltage : ", ANSWER::TEXT, 1, 19, false},
-};
-
-// Answers in question order.
-enum : std::size_t {
-    Q_MANUFACTURER, Q_DEVICE, Q_MEMORY_ID, Q_MEMORY_ID_INDEX, Q_MEMORY_TYPE, Q_MEMORY_TYPE_INDEX,
-    Q_MFC_ID, Q_MFC_ID_INDEX, Q_EXTENDED, Q_MICRON, Q_SPANSION, Q_PROTECTED, Q_AAI, Q_FLAG_STATUS,
-    Q_DIE_COUNT, Q_DENSITY, Q_SECTOR, Q_BULK_ERASE, Q_SECTOR_ERASE, Q_PAGE_PROGRAM, Q_MASK,
-    Q_VALUE, Q_UNPROTECT, Q_DIVISOR, Q_BOTTOM, Q_SDM, Q_VOLTAGE, QUESTION_COUNT
-};
-static_assert(sizeof QUESTIONS / sizeof QUESTIONS[0] == QUESTION_COUNT);
-
-} // namespace
-
-void MOXDEV_FLASH_MANAGER::gen_flash_ini()
-{
-    gen_flash_ini(std::cin, std::cout);
-}
-
-void MOXDEV_FLASH_MANAGER::gen_flash_ini(std::istream& in, std::ostream& out)
-{
-    m_dialogue_in = &in;
-    m_dialogue_out = &out;
-    out << "Number of 3rd party flash to define (max 3) : " << std::flush;
-    std::string answer;
-    std::getline(in, answer);
-    gen_remove_leading_and_trailing_white_spaces(answer);
-    bool valid = false;
-    const DWORD count = get_dword_from_string(answer, &valid);
-    if (!valid || count == 0 || count > 3) {
-        out << "Invalid input or too many flash to define\n";
-        return;
-    }
-
-    std::string text;
-    for (DWORD chip = 0; chip < count; ++chip) {
-        std::string definition;
-        if (!prompt_flash_info(definition))
-            break;
-        text = fmt::format("{}{}#{};", text, definition, gen_ini_password(definition));
-    }
-    // A failed first chip has printed its reason; there is nothing to encode.
-    if (text.empty())
-        return;
-    out << "Raw: " << text << "\n";
-    const std::string encoded = encode_ini(text);
-    if (!encoded.empty() && decode_ini_text(encoded, &out) == text)
-        out << "INI : " << encoded << "\n";
-    else
-        out << "Fail to generate INI because fail to counter-check cmp-encode-decode-decmp\n";
-}
-
-bool MOXDEV_FLASH_MANAGER::prompt_flash_info(std::string& definition)
-{
-    std::istream& in = m_dialogue_in != nullptr ? *m_dialogue_in : std::cin;
-    std::ostream& out = m_dialogue_out != nullptr ? *m_dialogue_out : std::cout;
-    definition.clear();
-
-    // Each answer as its definition text; numbers also as values.
-    std::string texts[QUESTION_COUNT];
-    DWORD values[QUESTION_COUNT] = {};
-    for (std::size_t q = 0; q < QUESTION_COUNT; ++q) {
-        const QUESTION& question = QUESTIONS[q];
-        out << question.prompt << std::flush;
-        std::string answer;
-        std::getline(in, answer);
-        gen_remove_leading_and_trailing_white_spaces(answer);
-        stl_toupper(answer);
-
-        bool valid = false;
-        DWORD value = 0;
-        switch (question.kind) {
-        case ANSWER::TEXT:
-            if (answer.empty() || answer.size() > question.maximum) {
-                out << "Empty name or name too long\n";
-                return false;
-            }
-            texts[q] = answer;
-            continue;
-        case ANSWER::YES_NO:
-            valid = answer == "Y" || answer == "N";
-            value = answer == "Y" ? 1 : 0;
-            break;
-        case ANSWER::HEX:
-        case ANSWER::DECIMAL:
-        case ANSWER::POWER_OF_TWO:
-            if (question.allow_minus_one && answer == "-1") {
-                value = get_dword_from_string("0xFFFFFFFF", &valid);
-                break;
-            }
-            value = get_dword_from_string(question.kind == ANSWER::HEX ? "0x" + answer : answer, &valid);
-            valid = valid && value >= question.minimum && value <= question.maximum &&
-                    (question.kind != ANSWER::POWER_OF_TWO || is_power_of_two(value));
-            break;
-        }
-        if (!valid) {
-            out << "Invalid input\n";
-            return false;
-        }
-        values[q] = value;
-        texts[q] = to_string(value, false);
-    }
-
-    // The three ID bytes must be read from three different places.
-    const DWORD type_index = values[Q_MEMORY_TYPE_INDEX];
-    if (values[Q_MEMORY_ID_INDEX] == values[Q_MFC_ID_INDEX] ||
-        (type_index != INVALID_DWORD &&
-         (type_index == values[Q_MEMORY_ID_INDEX] || type_index == values[Q_MFC_ID_INDEX]))) {
-        out << "Memory ID, Memory Type and Manufacturer ID index cannot be at the same location";
-        return false;
-    }
-
-    const DWORD bits = values[Q_DENSITY] << 20;
-    const std::string fields[TOTAL_DATABASE_MEMBER] = {
-        texts[Q_MANUFACTURER], texts[Q_DEVICE], "0",
-        texts[Q_MEMORY_ID], texts[Q_MEMORY_ID_INDEX], texts[Q_MEMORY_TYPE],
-        texts[Q_MEMORY_TYPE_INDEX], texts[Q_MFC_ID], texts[Q_MFC_ID_INDEX],
-        "32", "1", "NONE",
-        texts[Q_EXTENDED], texts[Q_MICRON], texts[Q_SPANSION],
-        texts[Q_PROTECTED], texts[Q_AAI], texts[Q_FLAG_STATUS],
-        texts[Q_DIE_COUNT], to_string(bits, false), to_string(values[Q_SECTOR] << 10, false),
-        "0", bits >= 0x8000001 ? "1" : "0",
-        texts[Q_BULK_ERASE], texts[Q_SECTOR_ERASE], texts[Q_PAGE_PROGRAM],
-        texts[Q_MASK], texts[Q_VALUE], texts[Q_UNPROTECT],
-        texts[Q_DIVISOR], texts[Q_BOTTOM], texts[Q_SDM], texts[Q_VOLTAGE],
-    };
-    for (const std::string& field : fields)
-        definition += "@" + field;
-    definition += "@";
-    out << "Prompt outcome: " << definition << "\n";
-    return true;
-}
-
-// ---------------------------------------------------------------- generation
-
-namespace {
-
-// Lines 2, 3 and 7 are free text; every other line has one cell per field.
-bool line_has_fixed_columns(DWORD line)
-{
-    return line != 2 && line != 3 && line != 7;
-}
-
-} // namespace
-
-DWORD MOXDEV_FLASH_MANAGER::check_flash_file(FIO_PATH csv, DWORD& record_count)
-{
-    MOXDEV_TABLE_READER reader(csv.fullpath());
-    MOXDEV_ASSERT_MSG(reader.good(), "Unable to open the flash table " + csv.fullpath());
-    record_count = 0;
-    QWORD size = MOXDEV_DB_PAYLOAD_HEADER_SIZE;
-    DWORD type_counts[MOXDEV_MANAGER_ENUM + 1] = {};
-    std::vector<std::string> svec;
-    for (DWORD line = 0; reader.next(svec); ++line) {
-        if (line_has_fixed_columns(line))
-            MOXDEV_ASSERT(DWORD(svec.size()) == TOTAL_DATABASE_MEMBER);
-        if (line == 0) {
-            MOXDEV_ASSERT(svec.size() == TOTAL_DATABASE_MEMBER);
-            for (DWORD i = 0; i < TOTAL_DATABASE_MEMBER; ++i) {
-                switch (MOXDEV_FLASH_FIELD_TYPES[i]) {
-                case MOXDEV_MANAGER_STRING: MOXDEV_ASSERT(svec.at(i) == "STL_STRING"); break;
-                case MOXDEV_MANAGER_BOOL: MOXDEV_ASSERT(svec.at(i) == "bool"); break;
-                case MOXDEV_MANAGER_BYTE: MOXDEV_ASSERT(svec.at(i) == "BYTE"); break;
-                case MOXDEV_MANAGER_WORD: MOXDEV_ASSERT(svec.at(i) == "WORD"); break;
-                case MOXDEV_MANAGER_DWORD: MOXDEV_ASSERT(svec.at(i) == "DWORD"); break;
-                default: MOXDEV_FAIL("Unsupported type");
-                }
-                ++type_counts[MOXDEV_FLASH_FIELD_TYPES[i]];
-            }
-        } else if (line == 1) {
-            MOXDEV_ASSERT(svec.size() == TOTAL_DATABASE_MEMBER);
-            for (DWORD i = 0; i < TOTAL_DATABASE_MEMBER; ++i) {
-                std::string temp = svec[i];
-                stl_tolower(temp);
-                MOXDEV_ASSERT_MSG(temp == MOXDEV_FLASH_FIELD_NAMES[i], "temp == m_name_list[i]");
-            }
-        } else if (line >= FIRST_RECORD_LINE) {
-            size += TOTAL_DATABASE_MEMBER; // one tag per field
-            for (DWORD i = 0; i < TOTAL_DATABASE_MEMBER; ++i) {
-                switch (MOXDEV_FLASH_FIELD_TYPES[i]) {
-                case MOXDEV_MANAGER_STRING: size += 1 + svec[i].size(); break;
-                case MOXDEV_MANAGER_WORD: size += 2; break;
-                case MOXDEV_MANAGER_DWORD: size += 4; break;
-                default: size += 1; break;
-                }
-            }
-            size += 4; // "END1"
-            ++record_count;
-        }
-    }
-    size += 4; // "END2"
-    const bool status = size > 0 && size < 0x80000000ull;
-    const DWORD device_count = record_count;
-    MOXDEV_ASSERT(status && device_count > 0);
-    return DWORD(size);
-}
-
-void MOXDEV_FLASH_MANAGER::dump_to_database(BYTE*& data, DWORD& index,
-                                            std::vector<std::string> svec)
-{
-    write_in_place(data, index, [&](MOXDEV_FIELD_WRITER& out) { write_record(out, svec); });
-}
-
-void MOXDEV_FLASH_MANAGER::write_record(MOXDEV_FIELD_WRITER& out, const std::vector<std::string>& svec)
-{
-    MOXDEV_ASSERT(DWORD(svec.size()) == TOTAL_DATABASE_MEMBER);
-    for (DWORD i = 0; i < TOTAL_DATABASE_MEMBER; ++i) {
-        const std::string& string = svec[i];
-        switch (MOXDEV_FLASH_FIELD_TYPES[i]) {
-        case MOXDEV_MANAGER_STRING:
-            MOXDEV_ASSERT(string.size() > 0);
-            out.string_field(false, string, MOXDEV_MANAGER_STRING);
-            break;
-        case MOXDEV_MANAGER_BOOL:
-            MOXDEV_ASSERT(string == "FALSE" || string == "TRUE");
-            out.bool_field(string);
-            break;
-        case MOXDEV_MANAGER_BYTE: out.value_field(string, 1); break;
-        case MOXDEV_MANAGER_WORD: out.value_field(string, 2); break;
-        case MOXDEV_MANAGER_DWORD: out.value_field(string, 4); break;
-        default: MOXDEV_FAIL("Unsupported type");
-        }
-    }
-}
-
-void MOXDEV_FLASH_MANAGER::generate_flash_database(FIO_PATH csv, FIO_PATH out)
-{
-    DWORD record_count = 0;
-    const DWORD pure_memory_size = check_flash_file(csv, record_count);
-    MOXDEV_ASSERT(pure_memory_size > 0);
-
-    MOXDEV_ASSERT(MOXDEV_FLASH_INFO_CSV_MD5.size() == 32);
-    MOXDEV_FIELD_WRITER image = start_database_image(FLASH_MAGIC, MOXDEV_FLASH_INFO_CSV_MD5, record_count,
-                                                     TOTAL_DATABASE_MEMBER, pure_memory_size);
-
-    MOXDEV_TABLE_READER table(csv.fullpath());
-    std::vector<std::string> cells;
-    for (DWORD line = 0; table.next(cells); ++line) {
-        if (line < FIRST_RECORD_LINE)
-            continue;
-        write_record(image, cells);
-        image.marker("END1");
-    }
-    image.marker("END2");
-    MOXDEV_ASSERT_MSG(image.size() == pure_memory_size + MOXDEV_DB_HEADER_SIZE, "index == memory_size");
-    finish_database_image(image);
-    write_database_file(image.bytes(), out);
 }
 
 // ---------------------------------------------------------------- listings

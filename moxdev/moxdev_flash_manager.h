@@ -183,11 +183,10 @@ private:
     void write_record(MOXDEV_FIELD_WRITER& out, const std::vector<std::string>& cells);
 
     const MOXDEV_SFL_FLASH_INFO& bound_record(DWORD device) const;
+    // One chip of the dialogue, asked on `out`, answered on `in`.
+    bool prompt_chip(std::istream& in, std::ostream& out, std::string& definition);
     // The index of the first record matching the ID bytes, INVALID_DWORD if none.
     DWORD first_match(bool silicon_id_mode, const BYTE* id_bytes, DWORD id_count) const;
     std::string decode_ini_text(const std::string& text, std::ostream* report) const;
 
-    // Where the dialogue reads answers and prints prompts.
-    std::istream* m_dialogue_in = nullptr;
-    std::ostream* m_dialogue_out = nullptr;
 };

@@ -12,9 +12,10 @@
 
 #include <algorithm>
 #include <memory>
-#include <unordered_map>
 #include <utility>
 #include <vector>
+
+#include <absl/container/flat_hash_map.h>
 
 namespace {
 
@@ -150,104 +151,30 @@ const std::vector<DWORD>& opn_enum_index()
 // Every name a searched part can be found by, each with the full ordering
 // name of the smallest part it stands for: a part's name itself, and (when
 // they share its first five characters) its name without speed grade and its
-// device name. The names are kept in a pool, the answers among them, so a
-// lookup is one hash probe and one comparison, and no hash collision can
-// change an answer.
-class FULL_NAME_INDEX {
-public:
-    FULL_NAME_INDEX()
-    {
-        struct NAME {
-            int part;            // the smallest part the name stands for
-            DWORD offset = 0;    // in the pool
-        };
-        std::unordered_map<std::string, NAME> names;
-        std::vector<const std::string*> order;
-        auto add = [&](const std::string& name, int part) {
-            const auto inserted = names.emplace(name, NAME{part});
-            if (inserted.second)
-                order.push_back(&inserted.first->first);
-        };
-        // Parts in ascending order: the first part recorded for a name is
-        // the smallest.
-        for (int part = DEV_PART_INVALID + 1; part < search_end(); ++part) {
-            const std::string full = upper(dstr_get_user_string(part));
-            add(full, part);
-            if (full.size() < 5)
-                continue;
-            for (const std::string& form :
-                 {moxdev_package_name(full, false), moxdev_device_name(full, false, false)}) {
-                if (form != full && form.size() >= 5 && form.compare(0, 5, full, 0, 5) == 0)
-                    add(form, part);
-            }
-        }
+// device name.
+using FULL_NAME_INDEX = absl::flat_hash_map<std::string, std::string>;
 
-        std::size_t pool_size = 0;
-        for (const std::string* name : order)
-            pool_size += name->size() + 1;
-        m_pool.reserve(pool_size);
-        for (const std::string* name : order) {
-            names[*name].offset = DWORD(m_pool.size());
-            m_pool.append(name->c_str(), name->size() + 1);
-        }
-        // A quarter of the slots stay free, which keeps probe runs short.
-        const std::size_t capacity = order.size() + order.size() / 3 + 1;
-        m_slots.assign(capacity, SLOT{});
-        for (const std::string* name : order) {
-            const NAME& entry = names[*name];
-            // Every part's own name is pooled too.
-            const DWORD answer = names[upper(dstr_get_user_string(entry.part))].offset;
-            for (std::size_t s = moxdev_home_slot(moxdev_name_hash(*name), capacity);;
-                 s = s + 1 == capacity ? 0 : s + 1) {
-                if (m_slots[s].name == INVALID_DWORD) {
-                    m_slots[s] = SLOT{entry.offset, answer};
-                    break;
-                }
-            }
+FULL_NAME_INDEX build_full_name_index()
+{
+    FULL_NAME_INDEX names;
+    // Parts in ascending order: the first part recorded for a name is the
+    // smallest.
+    for (int part = DEV_PART_INVALID + 1; part < search_end(); ++part) {
+        const std::string full = upper(dstr_get_user_string(part));
+        names.try_emplace(full, full);
+        if (full.size() < 5)
+            continue;
+        for (const std::string& form : {moxdev_package_name(full, false), moxdev_device_name(full, false, false)}) {
+            if (form != full && form.size() >= 5 && form.compare(0, 5, full, 0, 5) == 0)
+                names.try_emplace(form, full);
         }
     }
-
-    // The full ordering name `name` (upper case) stands for, or null.
-    const char* find(const std::string& name) const
-    {
-        const std::size_t capacity = m_slots.size();
-        for (std::size_t s = moxdev_home_slot(moxdev_name_hash(name), capacity);;
-             s = s + 1 == capacity ? 0 : s + 1) {
-            const SLOT& slot = m_slots[s];
-            if (slot.name == INVALID_DWORD)
-                return nullptr;
-            if (pooled_name_is(slot.name, name))
-                return &m_pool[slot.answer];
-        }
-    }
-
-    std::size_t bytes() const { return m_pool.capacity() + m_slots.capacity() * sizeof(SLOT); }
-
-private:
-    struct SLOT {
-        DWORD name = INVALID_DWORD; // offsets in the pool
-        DWORD answer = 0;
-    };
-
-    // Whether the pooled name at `offset` is `name`, read no further than the
-    // first difference (a name containing a zero byte is none of them).
-    bool pooled_name_is(DWORD offset, const std::string& name) const
-    {
-        const char* pooled = &m_pool[offset];
-        for (std::size_t i = 0; i < name.size(); ++i) {
-            if (pooled[i] != name[i] || pooled[i] == 0)
-                return false;
-        }
-        return pooled[name.size()] == 0;
-    }
-
-    std::string m_pool; // the names, each ended by a zero byte
-    std::vector<SLOT> m_slots;
-};
+    return names;
+}
 
 const FULL_NAME_INDEX& full_name_index()
 {
-    static const FULL_NAME_INDEX index;
+    static const FULL_NAME_INDEX index = build_full_name_index();
     return index;
 }
 
@@ -336,24 +263,19 @@ std::string MOXDEV_MGR::get_part_name_from_pcf(std::string pcf_name)
     });
 }
 
-std::string MOXDEV_MGR::get_possible_full_name(std::string name)
+std::string MOXDEV_MGR::find_possible_full_name(std::string name)
 {
     stl_toupper(name);
-    if (const char* full = full_name_index().find(name))
-        return full;
-    MOXDEV_FAIL(fmt::format("Unable to retrieve full device name from database for {}", name));
+    const auto found = full_name_index().find(name);
+    return found == full_name_index().end() ? std::string() : found->second;
 }
 
-// ---------------------------------------------------------------- footprint
-
-MOXDEV_PART_INDEX_FOOTPRINT moxdev_part_index_footprint()
+std::string MOXDEV_MGR::get_possible_full_name(std::string name)
 {
-    MOXDEV_PART_INDEX_FOOTPRINT footprint;
-    footprint.opn_table = moxdev_opn_table().capacity() * sizeof(DWORD);
-    footprint.opn_enum = opn_enum_index().capacity() * sizeof(DWORD);
-    footprint.opn_hash = opn_hash_index().capacity() * sizeof(PART_INDEX::value_type);
-    footprint.full_name = full_name_index().bytes();
-    return footprint;
+    std::string full = find_possible_full_name(name);
+    if (full.empty())
+        MOXDEV_FAIL(fmt::format("Unable to retrieve full device name from database for {}", upper(name)));
+    return full;
 }
 
 // ---------------------------------------------------------------- types

@@ -37,8 +37,11 @@ public:
     static std::string get_part_name_from_dev(std::string device_name);
     // The first part whose programmer part name is `pcf_name`; "" if none.
     static std::string get_part_name_from_pcf(std::string pcf_name);
-    // The full ordering name a full, package or device name stands for.
+    // The full ordering name a full, package or device name stands for; a
+    // name that stands for none is an internal error.
     static std::string get_possible_full_name(std::string name);
+    // The same, "" for a name that stands for none (a user's typing).
+    static std::string find_possible_full_name(std::string name);
 
     // ------------------------------------------------------------ types
     static bool mox_check_type_enum_supported(MOX_ENUM_TYPE type, DWORD value, std::string* name_out);

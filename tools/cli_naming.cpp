@@ -11,19 +11,6 @@ namespace moxdev_cli {
 
 namespace {
 
-// The full ordering name a name stands for, or "" when it stands for none.
-std::string full_name_of(const std::string& name)
-{
-    try {
-        return MOXDEV_MGR::get_possible_full_name(name);
-    } catch (const MSG_INTERNAL_ERROR& error) {
-        // An unknown name is an answer here, not a defect of the build.
-        if (error.condition().rfind("Unable to retrieve full device name", 0) == 0)
-            return std::string();
-        throw;
-    }
-}
-
 std::string or_none(const std::string& text)
 {
     return text.empty() ? "-" : text;
@@ -31,7 +18,7 @@ std::string or_none(const std::string& text)
 
 void show_name(std::string name)
 {
-    const std::string full = full_name_of(name);
+    const std::string full = MOXDEV_MGR::find_possible_full_name(name);
     // The forms below a full name are those of the full name it stands for.
     const std::string& base = full.empty() ? name : full;
     const std::string package = MOXDEV_DEVICE_GRAMMAR_MGR::get_package_name(base, true);

@@ -1,6 +1,8 @@
 // Writing the outputs of the build-time generators.
 #pragma once
 
+#include "moxdev/moxdev_file_store.h"
+
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -12,8 +14,8 @@ namespace moxdev_tools {
 
 // Writes `content` to `path` unless the file already holds exactly that, so
 // that an unchanged output keeps its time stamp and rebuilds stay
-// incremental. The file is written beside its destination and renamed into
-// place. Returns whether it was written; throws std::runtime_error when it
+// incremental. The file is replaced the way the library replaces its own
+// files (moxdev_file_store.h). Returns whether it was written; throws std::runtime_error when it
 // cannot be.
 inline bool store_if_changed(const std::filesystem::path& path, const std::string& content)
 {
@@ -28,22 +30,9 @@ inline bool store_if_changed(const std::filesystem::path& path, const std::strin
         if (error)
             throw std::runtime_error("cannot create " + path.parent_path().string() + ": " + error.message());
     }
-    std::filesystem::path temporary = path;
-    temporary += ".tmp";
-    {
-        std::ofstream out(temporary, std::ios::binary | std::ios::trunc);
-        out << content;
-        out.close();
-        if (!out) {
-            std::filesystem::remove(temporary, error);
-            throw std::runtime_error("cannot write " + temporary.string());
-        }
-    }
-    std::filesystem::rename(temporary, path, error);
-    if (error) {
-        std::filesystem::remove(temporary, error);
-        throw std::runtime_error("cannot replace " + path.string() + ": " + error.message());
-    }
+    std::string failure;
+    if (!moxdev_replace_file(path.string(), std::vector<BYTE>(content.begin(), content.end()), failure))
+        throw std::runtime_error(failure);
     return true;
 }
 
