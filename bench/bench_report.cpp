@@ -58,7 +58,7 @@ ROW time_row(const MEDIAN_REPORTER& medians, std::string path, std::string basel
     row.library_figure = library < 0 ? "not run" : format_seconds(library / operations);
     row.baseline_figure = baseline_name.empty() ? "" : reference < 0 ? "not run" : format_seconds(reference / operations);
     if (library > 0 && reference > 0)
-        row.ratio = goal == ROW::GOAL::FASTER ? reference / library : library / reference;
+        row.ratio = goal == ROW::GOAL::FASTER || goal == ROW::GOAL::SCALE ? reference / library : library / reference;
     return row;
 }
 
@@ -121,7 +121,8 @@ std::string ratio_text(const ROW& row)
         std::snprintf(text, sizeof text, "%.0fx", row.ratio);
     else
         std::snprintf(text, sizeof text, "%.2fx", row.ratio);
-    return std::string(text) + (row.goal == ROW::GOAL::FASTER ? " faster" : "");
+    return std::string(text) +
+           (row.goal == ROW::GOAL::FASTER || row.goal == ROW::GOAL::SCALE ? " faster" : "");
 }
 
 std::string goal_text(const ROW& row)
@@ -131,6 +132,7 @@ std::string goal_text(const ROW& row)
     switch (row.goal) {
     case ROW::GOAL::FASTER: return std::string("≥ ") + value + "x faster";
     case ROW::GOAL::AT_MOST: return std::string("≤ ") + value + "x";
+    case ROW::GOAL::SCALE: return "for scale";
     default: return "reported";
     }
 }
@@ -138,7 +140,7 @@ std::string goal_text(const ROW& row)
 // "yes", "NO", or "" for a row without a goal or not measured.
 std::string verdict(const ROW& row)
 {
-    if (row.goal == ROW::GOAL::NONE || row.ratio <= 0)
+    if (row.goal == ROW::GOAL::NONE || row.goal == ROW::GOAL::SCALE || row.ratio <= 0)
         return "";
     const bool met = row.goal == ROW::GOAL::FASTER ? row.ratio >= row.goal_value : row.ratio <= row.goal_value;
     return met ? "yes" : "NO";

@@ -32,7 +32,7 @@ private:
 // least `goal`) or a bound (library / baseline at most `goal`); a row without
 // a goal only reports its figure.
 struct ROW {
-    enum class GOAL { FASTER, AT_MOST, NONE };
+    enum class GOAL { FASTER, AT_MOST, NONE, SCALE }; // SCALE: how much faster, no goal
     std::string path;
     std::string baseline;
     std::string library_figure;

@@ -95,9 +95,8 @@ struct ENTRY {
 
 struct TABLE {
     std::vector<ENTRY> entries; // ascending key order
-    // Each name to the offset of the smallest key that lists it; the names
-    // are views into the image.
-    absl::flat_hash_map<std::string_view, DWORD> index;
+    // Each name to the smallest key that lists it, both views into the image.
+    absl::flat_hash_map<std::string_view, std::string_view> index;
 };
 
 // The decoded grammar image. Names stay in the image, where each entry's
@@ -200,7 +199,9 @@ void index_grammar(GRAMMAR& grammar)
         // Entries are visited in key order, so the first listing kept is the
         // one under the smallest key.
         for (const ENTRY& entry : table.entries)
-            grammar.for_each_name(entry, [&](std::string_view name) { table.index.try_emplace(name, entry.key); });
+            grammar.for_each_name(entry, [&](std::string_view name) {
+                table.index.try_emplace(name, std::string_view(grammar.text(entry.key), entry.key_length()));
+            });
     }
 }
 
@@ -247,7 +248,7 @@ std::string reverse_lookup(MOXDEV_DDB_GRAMMAR_ENUM type, const std::string& name
     MOXDEV_ASSERT(type < MOXDEV_DDB_GRAMMAR_ENUM::MAX);
     const TABLE& table = mgr->tables[DWORD(type)];
     const auto found = table.index.find(std::string_view(normalise(name)));
-    return found == table.index.end() ? std::string() : std::string(mgr->text(found->second));
+    return found == table.index.end() ? std::string() : std::string(found->second);
 }
 
 std::vector<std::string> part_configuration_list(const std::string& name)

@@ -106,28 +106,20 @@ QWORD hash48(const std::string& text)
     return hash;
 }
 
-// (key, part) pairs sorted by key, then part: the first pair of a key holds
-// the smallest part.
-using PART_INDEX = std::vector<std::pair<QWORD, int>>;
-
-int first_part_of(const PART_INDEX& index, QWORD key)
+// The upper-cased name of every searched part by the low 48 bits of its
+// name's SHA-256, built once: turning a hash back into a name is then one
+// probe, not a digest per part. The smallest part wins a shared hash.
+const absl::flat_hash_map<QWORD, std::string>& opn_hash_index()
 {
-    const auto found = std::lower_bound(index.begin(), index.end(), std::make_pair(key, 0),
-                                        [](const auto& a, const auto& b) { return a.first < b.first; });
-    return found != index.end() && found->first == key ? found->second : DEV_PART_INVALID;
-}
-
-// The hash of every searched part's upper-cased name, built once: turning a
-// hash back into a name is then a lookup, not a digest per part.
-const PART_INDEX& opn_hash_index()
-{
-    static const PART_INDEX index = [] {
-        PART_INDEX pairs;
-        pairs.reserve(std::size_t(std::max(search_end() - 1, 0)));
-        for (int part = DEV_PART_INVALID + 1; part < search_end(); ++part)
-            pairs.emplace_back(hash48(upper(dstr_get_user_string(part))), part);
-        std::stable_sort(pairs.begin(), pairs.end());
-        return pairs;
+    static const absl::flat_hash_map<QWORD, std::string> index = [] {
+        absl::flat_hash_map<QWORD, std::string> names;
+        names.reserve(std::size_t(std::max(search_end() - 1, 0)));
+        for (int part = DEV_PART_INVALID + 1; part < search_end(); ++part) {
+            std::string name = upper(dstr_get_user_string(part));
+            const QWORD hash = hash48(name);
+            names.try_emplace(hash, std::move(name));
+        }
+        return names;
     }();
     return index;
 }
@@ -231,8 +223,9 @@ QWORD MOXDEV_MGR::get_opn_hash(std::string name)
 
 std::string MOXDEV_MGR::get_opn_from_hash(QWORD hash)
 {
-    const int part = first_part_of(opn_hash_index(), hash & 0xFFFFFFFFFFFFull);
-    return part == DEV_PART_INVALID ? std::string() : upper(dstr_get_user_string(part));
+    const auto& index = opn_hash_index();
+    const auto found = index.find(hash & 0xFFFFFFFFFFFFull);
+    return found == index.end() ? std::string() : found->second;
 }
 
 // ---------------------------------------------------------------- parts
@@ -263,19 +256,32 @@ std::string MOXDEV_MGR::get_part_name_from_pcf(std::string pcf_name)
     });
 }
 
+namespace {
+
+// The full ordering name `name` stands for, or null; `name` is upper-cased
+// in place only when it has lower-case letters.
+const std::string* full_name_of(std::string& name)
+{
+    if (std::any_of(name.begin(), name.end(), [](char c) { return c >= 'a' && c <= 'z'; }))
+        stl_toupper(name);
+    const FULL_NAME_INDEX& index = full_name_index();
+    const auto found = index.find(name);
+    return found == index.end() ? nullptr : &found->second;
+}
+
+} // namespace
+
 std::string MOXDEV_MGR::find_possible_full_name(std::string name)
 {
-    stl_toupper(name);
-    const auto found = full_name_index().find(name);
-    return found == full_name_index().end() ? std::string() : found->second;
+    const std::string* full = full_name_of(name);
+    return full == nullptr ? std::string() : *full;
 }
 
 std::string MOXDEV_MGR::get_possible_full_name(std::string name)
 {
-    std::string full = find_possible_full_name(name);
-    if (full.empty())
-        MOXDEV_FAIL(fmt::format("Unable to retrieve full device name from database for {}", upper(name)));
-    return full;
+    if (const std::string* full = full_name_of(name))
+        return *full;
+    MOXDEV_FAIL(fmt::format("Unable to retrieve full device name from database for {}", name));
 }
 
 // ---------------------------------------------------------------- types
