@@ -9,6 +9,7 @@
 
 #include <fmt/format.h>
 
+#include <functional>
 #include <iostream>
 
 namespace {
@@ -16,13 +17,14 @@ namespace {
 enum class ANSWER { TEXT, HEX, DECIMAL, YES_NO, POWER_OF_TWO };
 
 // One question of the definition dialogue. Numbers are accepted from
-// `minimum` to `maximum`; `allow_minus_one` also accepts "-1" (unused).
+// `minimum` to `maximum`; with `allow_none` also 255 (hex FF), "none" or "-1",
+// all stored as 255: the value the loader reads as "not used".
 struct QUESTION {
     const char* prompt;
     ANSWER kind;
     DWORD minimum;
     DWORD maximum;
-    bool allow_minus_one;
+    bool allow_none;
 };
 
 constexpr QUESTION QUESTIONS[] = {
@@ -31,7 +33,7 @@ constexpr QUESTION QUESTIONS[] = {
     {"Memory ID (hex) [1 - FE] : ", ANSWER::HEX, 1, 0xFE, false},
     {"Memory ID Index [0/1/2] : ", ANSWER::DECIMAL, 0, 2, false},
     {"Memory Type (hex) [0 - FF] : ", ANSWER::HEX, 0, 0xFF, false},
-    {"Memory Type Index [-1/0/1/2] : ", ANSWER::DECIMAL, 0, 2, true},
+    {"Memory Type Index [0/1/2, or 255 when the ID has no type byte] : ", ANSWER::DECIMAL, 0, 2, true},
     {"Manufacturer ID (hex) [1 - FE] : ", ANSWER::HEX, 1, 0xFE, false},
     {"Manufacturer ID Index [0/1/2] : ", ANSWER::DECIMAL, 0, 2, false},
     {"Support Extended Mode [Y/N] : ", ANSWER::YES_NO, 0, 1, false},
@@ -49,11 +51,53 @@ constexpr QUESTION QUESTIONS[] = {
     {"Protection Mask (hex) [0 - FF] : ", ANSWER::HEX, 0, 0xFF, false},
     {"Protection Value (hex) [0 - FF] : ", ANSWER::HEX, 0, 0xFF, false},
     {"Unprotect Value (hex) [0 - FF] : ", ANSWER::HEX, 0, 0xFF, false},
-    {"Protection Divisor (hex) [-1/3 - 20] : ", ANSWER::HEX, 3, 0x20, true},
-    {"Bottom Value (bit location) [-1/0 - 7] : ", ANSWER::DECIMAL, 0, 7, true},
+    {"Protection Divisor (hex) [3 - 20, or FF for none] : ", ANSWER::HEX, 3, 0x20, true},
+    {"Bottom Value (bit location) [0 - 7, or 255 for none] : ", ANSWER::DECIMAL, 0, 7, true},
     {"SDM Support [Y/N] : ", ANSWER::YES_NO, 0, 1, false},
     {"AS Configuration Voltage : ", ANSWER::TEXT, 1, 19, false},
 };
+
+// The definition text separates its fields with '@' and ends a chip with
+// "#check;": a text answer holding one of these would break the value.
+constexpr const char* RESERVED_CHARACTERS = "@#;";
+
+// Why `answer` does not fit `question`, as one line; "" when it does, with
+// its value in `value`.
+std::string refusal(const QUESTION& question, const std::string& answer, DWORD& value,
+                    const std::function<bool(const std::string&, DWORD&)>& number)
+{
+    switch (question.kind) {
+    case ANSWER::TEXT:
+        if (answer.empty() || answer.size() > question.maximum)
+            return fmt::format("Empty name or name too long: 1 to {} characters", question.maximum);
+        if (answer.find_first_of(RESERVED_CHARACTERS) != std::string::npos)
+            return "Invalid input: '@', '#' and ';' cannot be part of a text (they separate the fields of "
+                   "the value)";
+        return "";
+    case ANSWER::YES_NO:
+        if (answer != "Y" && answer != "N")
+            return "Invalid input: answer Y or N";
+        value = answer == "Y" ? 1 : 0;
+        return "";
+    case ANSWER::HEX:
+    case ANSWER::DECIMAL:
+    case ANSWER::POWER_OF_TWO:
+        break;
+    }
+    const bool hex = question.kind == ANSWER::HEX;
+    if (question.allow_none && (answer == "NONE" || answer == "-1" || answer == (hex ? "FF" : "255"))) {
+        value = 255;
+        return "";
+    }
+    const std::string range = hex ? fmt::format("{:X} to {:X} (hex)", question.minimum, question.maximum)
+                                  : fmt::format("{} to {}", question.minimum, question.maximum);
+    const std::string none = question.allow_none ? (hex ? ", or FF for none" : ", or 255 for none") : "";
+    if (!number(hex ? "0x" + answer : answer, value) || value < question.minimum || value > question.maximum)
+        return "Invalid input: a number from " + range + none + " is needed";
+    if (question.kind == ANSWER::POWER_OF_TWO && (value & (value - 1)) != 0)
+        return "Invalid input: a power of two is needed (1, 2, 4, 8 ...)";
+    return "";
+}
 
 // Answers in question order.
 enum : std::size_t {
@@ -73,16 +117,24 @@ void MOXDEV_FLASH_MANAGER::gen_flash_ini()
 
 void MOXDEV_FLASH_MANAGER::gen_flash_ini(std::istream& in, std::ostream& out)
 {
-    out << "Number of 3rd party flash to define (max 3) : " << std::flush;
-    std::string answer;
-    std::getline(in, answer);
-    gen_remove_leading_and_trailing_white_spaces(answer);
-    bool valid = false;
-    const DWORD count = get_dword_from_string(answer, &valid);
-    if (!valid || count == 0 || count > 3) {
-        out << "Invalid input or too many flash to define\n";
-        return;
+    DWORD count = 0;
+    for (;;) {
+        out << "Number of 3rd party flash to define (max 3) : " << std::flush;
+        std::string answer;
+        if (!std::getline(in, answer)) {
+            out << "\nThe answers ended before the number of flash was given\n";
+            return;
+        }
+        gen_remove_leading_and_trailing_white_spaces(answer);
+        bool valid = false;
+        count = get_dword_from_string(answer, &valid);
+        if (valid && count >= 1 && count <= 3)
+            break;
+        out << "Invalid input or too many flash to define: answer 1, 2 or 3\n";
     }
+    if (count > 1)
+        out << "Note: the flash manager uses only the first definition of the value; the others are "
+               "carried but ignored\n";
 
     std::string text;
     for (DWORD chip = 0; chip < count; ++chip) {
@@ -91,7 +143,7 @@ void MOXDEV_FLASH_MANAGER::gen_flash_ini(std::istream& in, std::ostream& out)
             break;
         text = fmt::format("{}{}#{};", text, definition, gen_ini_password(definition));
     }
-    // A failed first chip has printed its reason; there is nothing to encode.
+    // A first chip whose answers ended early has said so; there is nothing to encode.
     if (text.empty())
         return;
     out << "Raw: " << text << "\n";
@@ -110,59 +162,45 @@ bool MOXDEV_FLASH_MANAGER::prompt_flash_info(std::string& definition)
 bool MOXDEV_FLASH_MANAGER::prompt_chip(std::istream& in, std::ostream& out, std::string& definition)
 {
     definition.clear();
+    auto number = [this](const std::string& text, DWORD& value) {
+        bool valid = false;
+        value = get_dword_from_string(text, &valid);
+        return valid;
+    };
 
-    // Each answer as its definition text; numbers also as values.
+    // Each answer as its definition text; numbers also as values. A refused
+    // answer is explained and the question asked again, whether the answers
+    // come from a person or a file; only the end of the answers stops.
     std::string texts[QUESTION_COUNT];
     DWORD values[QUESTION_COUNT] = {};
     for (std::size_t q = 0; q < QUESTION_COUNT; ++q) {
         const QUESTION& question = QUESTIONS[q];
         out << question.prompt << std::flush;
         std::string answer;
-        std::getline(in, answer);
+        if (!std::getline(in, answer)) {
+            out << "\nThe answers ended before this question was answered\n";
+            return false;
+        }
         gen_remove_leading_and_trailing_white_spaces(answer);
         stl_toupper(answer);
 
-        bool valid = false;
         DWORD value = 0;
-        switch (question.kind) {
-        case ANSWER::TEXT:
-            if (answer.empty() || answer.size() > question.maximum) {
-                out << "Empty name or name too long\n";
-                return false;
-            }
-            texts[q] = answer;
-            continue;
-        case ANSWER::YES_NO:
-            valid = answer == "Y" || answer == "N";
-            value = answer == "Y" ? 1 : 0;
-            break;
-        case ANSWER::HEX:
-        case ANSWER::DECIMAL:
-        case ANSWER::POWER_OF_TWO:
-            if (question.allow_minus_one && answer == "-1") {
-                value = get_dword_from_string("0xFFFFFFFF", &valid);
-                break;
-            }
-            value = get_dword_from_string(question.kind == ANSWER::HEX ? "0x" + answer : answer, &valid);
-            valid = valid && value >= question.minimum && value <= question.maximum &&
-                    (question.kind != ANSWER::POWER_OF_TWO || is_power_of_two(value));
-            break;
+        std::string reason = refusal(question, answer, value, number);
+        // The three ID bytes must be read from three different places.
+        if (reason.empty() && (q == Q_MEMORY_TYPE_INDEX || q == Q_MFC_ID_INDEX) && value != 255) {
+            const bool taken = value == values[Q_MEMORY_ID_INDEX] ||
+                               (q == Q_MFC_ID_INDEX && value == values[Q_MEMORY_TYPE_INDEX]);
+            if (taken)
+                reason = "Memory ID, Memory Type and Manufacturer ID index cannot be at the same location: "
+                         "another ID byte is read from there";
         }
-        if (!valid) {
-            out << "Invalid input\n";
-            return false;
+        if (!reason.empty()) {
+            out << reason << "; try again\n";
+            --q;
+            continue;
         }
         values[q] = value;
-        texts[q] = to_string(value, false);
-    }
-
-    // The three ID bytes must be read from three different places.
-    const DWORD type_index = values[Q_MEMORY_TYPE_INDEX];
-    if (values[Q_MEMORY_ID_INDEX] == values[Q_MFC_ID_INDEX] ||
-        (type_index != INVALID_DWORD &&
-         (type_index == values[Q_MEMORY_ID_INDEX] || type_index == values[Q_MFC_ID_INDEX]))) {
-        out << "Memory ID, Memory Type and Manufacturer ID index cannot be at the same location";
-        return false;
+        texts[q] = question.kind == ANSWER::TEXT ? answer : to_string(value, false);
     }
 
     const DWORD bits = values[Q_DENSITY] << 20;

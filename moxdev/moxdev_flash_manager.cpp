@@ -675,13 +675,18 @@ bool MOXDEV_FLASH_MANAGER::cmp_ini_password(std::string password, std::string te
 
 // ---------------------------------------------------------------- listings
 
+// The fields of the record whose value 255 means "not used": shown as "none"
+// (and as null in the command's JSON), never as a number that looks usable.
+static bool moxdev_flash_field_is_optional(const std::string& name)
+{
+    return name == "memory_type_index" || name == "protection_division" || name == "bottom_value";
+}
+
 std::vector<std::pair<std::string, std::string>>
 moxdev_flash_info_to_text(const MOXDEV_SFL_FLASH_INFO& record)
 {
     static const std::set<std::string> hex_fields = {
         "memory_id", "memory_type", "mfc_id", "protection_mask", "protection_value", "unprotect_value"};
-    static const std::set<std::string> optional_fields = {"memory_type_index", "protection_division",
-                                                          "bottom_value"};
     std::vector<std::pair<std::string, std::string>> fields;
     fields.reserve(TOTAL_DATABASE_MEMBER);
     moxdev_for_each_flash_field(record, [&](const char* name, MOXDEV_MANAGER_TYPE,
@@ -691,11 +696,11 @@ moxdev_flash_info_to_text(const MOXDEV_SFL_FLASH_INFO& record)
         if constexpr (std::is_same_v<T, std::string>)
             text = value;
         else if constexpr (std::is_same_v<T, bool>)
-            text = value ? "TRUE" : "FALSE";
+            text = value ? "true" : "false"; // as JSON shows them
         else if (hex_fields.count(name))
             text = fmt::format("0x{:02X}", value);
-        else if (optional_fields.count(name))
-            text = MOXDEV_FLASH_MANAGER::to_string(value, true);
+        else if (moxdev_flash_field_is_optional(name) && value == 255)
+            text = "none";
         else
             text = std::to_string(value);
         fields.emplace_back(name, std::move(text));

@@ -1,18 +1,56 @@
 // moxdev device: the device information database.
 #include "cli.h"
+#include "cli_names.h"
 #include "cli_json.h"
+#include "suggest.h"
 
 #include "moxdev/moxdev.h"
 #include "moxdev/moxdev_dev_info_manager_auto_export.h"
 
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
 #include <memory>
 #include <type_traits>
+
+#include <unistd.h>
 
 namespace moxdev_cli {
 
 namespace {
+
+// A path as the file system resolves it, for messages that must say exactly
+// where a file was looked for.
+std::string full_path(const std::string& path)
+{
+    std::error_code error;
+    const std::filesystem::path absolute = std::filesystem::absolute(path, error);
+    return error ? path : absolute.lexically_normal().string();
+}
+
+// The device database file; a missing one is a setting to correct, so it is
+// refused before the manager, which takes it for a damaged installation.
+void require_device_database()
+{
+    std::error_code error;
+    const std::string file =
+        full_path(gen_get_device_db_fullpath() + "/programmer/mox_dev_info.pcf");
+    if (!std::filesystem::is_regular_file(file, error))
+        throw USER_ERROR{"no device database '" + file +
+                         "' (MOXDEV_DEVICE_DB_DIR names the directory that holds programmer/mox_dev_info.pcf)"};
+}
+
+std::string family_name(DEV_FAMILY_ENUM family)
+{
+    return family == DEV_FAMILY_GENERIC ? "Generic" : dstr_get_user_string(family);
+}
+
+std::string device_name(DEV_DEVICE_ENUM device)
+{
+    return device == DEV_DEVICE_GENERIC ? "Generic" : dstr_get_user_string(device);
+}
 
 void print_fields(const MOXDEV_DEVICE_INFO& record)
 {
@@ -65,18 +103,85 @@ void add_value(JSON& document, const std::string& key, VALUE value, const std::s
     document[key + "_name"] = text_or_null(identifier);
 }
 
-void device_show(const std::string& name)
+// The families or devices a grammar form stands for, each with the record
+// that serves it.
+void show_targets(MOXDEV_DEV_INFO_MANAGER& manager, const std::string& name, const NAME_TARGETS& targets)
 {
+    const MOXDEV_DEVICE_INFO* records = manager.get_device_database();
+    const bool by_family = targets.devices.empty();
+    const std::size_t count = by_family ? targets.families.size() : targets.devices.size();
+    JSON entries = JSON::array();
+    std::vector<std::string> lines;
+    auto add = [&](const char* kind, int value, const std::string& identifier, const std::string& display_name,
+                   DWORD index) {
+        const bool served = index < manager.get_device_count();
+        entries.push_back({{"kind", kind},
+                           {"value", value},
+                           {"name", identifier},
+                           {"display_name", display_name},
+                           {"record_index", served ? JSON(index) : JSON()},
+                           {"record_pcf", served ? JSON(records[index].pcf) : JSON()}});
+        lines.push_back(served ? fmt::format("  {:<20} {:<20} record {:>2}  {}", identifier, display_name, index,
+                                             records[index].pcf)
+                               : fmt::format("  {:<20} {:<20} no record", identifier, display_name));
+    };
+    for (const DEV_FAMILY_ENUM family : targets.families)
+        add("family", int(family), dstr_get_identifier(family), family_name(family), manager.get_family_index(family));
+    for (const DEV_DEVICE_ENUM device : targets.devices)
+        add("device", int(device), dstr_get_identifier(device), device_name(device), manager.get_device_index(device));
+    if (json_output) {
+        print_json({{"query", name},
+                    {"form", targets.form},
+                    {"kind", by_family ? "families" : "devices"},
+                    {"stands_for", entries}});
+        return;
+    }
+    const char* noun = by_family ? (count == 1 ? "family" : "families") : (count == 1 ? "device" : "devices");
+    fmt::print("{}: {} of {} {}\n", normalised_name(name), targets.form, count, noun);
+    for (const std::string& line : lines)
+        fmt::print("{}\n", line);
+}
+
+void device_show(const std::string& typed)
+{
+    require_device_database();
     MOXDEV_DEV_INFO_MANAGER manager(false, 0);
+    // Surrounding blanks are no part of a name.
+    const std::string name = normalised_name(typed);
     const DEV_PART_MANAGER catalogue;
     std::unique_ptr<MOXDEV_DEVICE_INFO> record;
     DWORD index = INVALID_DWORD;
     std::string heading;
-    JSON document = {{"query", name}};
+    JSON document = {{"query", typed}};
 
-    if (const int part = dstr_get_dev_part_enum_by_string(name.c_str()); part != DEV_PART_INVALID) {
-        const DEV_DEVICE_ENUM device = catalogue.get_device_of(part);
-        const DEV_FAMILY_ENUM family = catalogue.get_family_of(device);
+    int part = dstr_get_dev_part_enum_by_string(name.c_str());
+    DEV_DEVICE_ENUM device = part != DEV_PART_INVALID ? DEV_DEVICE_INVALID
+                                                       : dstr_get_dev_device_enum_by_string(name.c_str());
+    DEV_FAMILY_ENUM family = part != DEV_PART_INVALID || device != DEV_DEVICE_INVALID
+                                 ? DEV_FAMILY_INVALID
+                                 : dstr_get_dev_family_enum_by_string(name.c_str());
+    // Another name form (KXB100F484, KXB100M, KXFAMILY2, ...) shows the one
+    // device or family it stands for, or lists them when it stands for several.
+    std::string form;
+    if (part == DEV_PART_INVALID && device == DEV_DEVICE_INVALID && family == DEV_FAMILY_INVALID) {
+        const NAME_TARGETS targets = resolve_name_form(name);
+        if (targets.devices.size() + targets.families.size() == 0)
+            throw USER_ERROR{"no family, device or part is named '" + typed + "'" +
+                             did_you_mean(name, known_device_names())};
+        if (targets.devices.size() + targets.families.size() > 1) {
+            show_targets(manager, typed, targets);
+            return;
+        }
+        form = targets.form;
+        if (targets.devices.empty())
+            family = targets.families.front();
+        else
+            device = targets.devices.front();
+    }
+
+    if (part != DEV_PART_INVALID) {
+        device = catalogue.get_device_of(part);
+        family = catalogue.get_family_of(device);
         heading = fmt::format("{}: part {} of device {} (family {})", dstr_get_user_string(part), part,
                               dstr_get_user_string(device), dstr_get_user_string(family));
         document["kind"] = "part";
@@ -87,9 +192,8 @@ void device_show(const std::string& name)
         add_value(document, "family", family, dstr_get_identifier(family));
         record.reset(manager.get_db_by_part(part));
         index = manager.get_part_index(part);
-    } else if (const DEV_DEVICE_ENUM device = dstr_get_dev_device_enum_by_string(name.c_str());
-               device != DEV_DEVICE_INVALID) {
-        const DEV_FAMILY_ENUM family = catalogue.get_family_of(device);
+    } else if (device != DEV_DEVICE_INVALID) {
+        family = catalogue.get_family_of(device);
         heading = fmt::format("{}: device {} (family {})", dstr_get_user_string(device), int(device),
                               dstr_get_user_string(family));
         document["kind"] = "device";
@@ -99,8 +203,7 @@ void device_show(const std::string& name)
         add_value(document, "family", family, dstr_get_identifier(family));
         record.reset(manager.get_db_by_device(device));
         index = manager.get_device_index(device);
-    } else if (const DEV_FAMILY_ENUM family = dstr_get_dev_family_enum_by_string(name.c_str());
-               family != DEV_FAMILY_INVALID) {
+    } else {
         heading = fmt::format("{}: family {}", dstr_get_user_string(family), int(family));
         document["kind"] = "family";
         document["value"] = int(family);
@@ -108,8 +211,13 @@ void device_show(const std::string& name)
         document["display_name"] = dstr_get_user_string(family);
         record.reset(manager.get_db_by_family(family));
         index = manager.get_family_index(family);
-    } else {
-        throw USER_ERROR{"no family, device or part is named '" + name + "'"};
+    }
+    if (!form.empty()) {
+        document["form"] = form;
+        heading = fmt::format("{}: {} of {} {}\n", name, form, device != DEV_DEVICE_INVALID ? "device" : "family",
+                              device != DEV_DEVICE_INVALID ? dstr_get_user_string(device)
+                                                           : dstr_get_user_string(family)) +
+                  heading;
     }
 
     if (json_output) {
@@ -141,9 +249,59 @@ LIST_BY list_by(const std::string& text)
     return LIST_BY::PART;
 }
 
-// One entry per family, device or part value: the value, its names and the
-// record that serves it.
-JSON served_values_json(const MOXDEV_DEV_INFO_MANAGER& manager, LIST_BY by)
+// What --family and --device keep; the invalid value keeps everything.
+struct LIST_FILTER {
+    DEV_FAMILY_ENUM family = DEV_FAMILY_INVALID;
+    DEV_DEVICE_ENUM device = DEV_DEVICE_INVALID;
+
+    bool keeps_family(DEV_FAMILY_ENUM value) const
+    {
+        const DEV_PART_MANAGER catalogue;
+        return (family == DEV_FAMILY_INVALID || value == family) &&
+               (device == DEV_DEVICE_INVALID || value == catalogue.get_family_of(device));
+    }
+    bool keeps_device(DEV_DEVICE_ENUM value) const
+    {
+        const DEV_PART_MANAGER catalogue;
+        return keeps_family(catalogue.get_family_of(value)) && (device == DEV_DEVICE_INVALID || value == device);
+    }
+    bool keeps_part(int part) const { return keeps_device(DEV_PART_MANAGER().get_device_of(part)); }
+};
+
+// A family or device named by a --family or --device option.
+LIST_FILTER list_filter(const std::string& family_text, const std::string& device_text)
+{
+    LIST_FILTER filter;
+    if (!family_text.empty()) {
+        filter.family = dstr_get_dev_family_enum_by_string(normalised_name(family_text).c_str());
+        if (filter.family == DEV_FAMILY_INVALID) {
+            std::vector<std::string> known;
+            for (int f = 1; f < DEV_FAMILY_MAX; ++f) {
+                known.push_back(dstr_get_identifier(DEV_FAMILY_ENUM(f)));
+                known.push_back(family_name(DEV_FAMILY_ENUM(f)));
+            }
+            throw USER_ERROR{"no family is named '" + family_text + "'" + did_you_mean(family_text, known)};
+        }
+    }
+    if (!device_text.empty()) {
+        filter.device = dstr_get_dev_device_enum_by_string(normalised_name(device_text).c_str());
+        if (filter.device == DEV_DEVICE_INVALID) {
+            std::vector<std::string> known;
+            for (int d = 1; d < DEV_DEVICE_MAX; ++d)
+                known.push_back(dstr_get_user_string(DEV_DEVICE_ENUM(d)));
+            throw USER_ERROR{"no device is named '" + device_text + "'" + did_you_mean(device_text, known)};
+        }
+        const DEV_FAMILY_ENUM family = DEV_PART_MANAGER().get_family_of(filter.device);
+        if (filter.family != DEV_FAMILY_INVALID && filter.family != family)
+            throw USER_ERROR{fmt::format("device {} is of family {}, not {}", dstr_get_user_string(filter.device),
+                                         family_name(family), family_name(filter.family))};
+    }
+    return filter;
+}
+
+// One entry per family, device or part value the filter keeps: the value,
+// its names and the record that serves it.
+JSON served_values_json(const MOXDEV_DEV_INFO_MANAGER& manager, LIST_BY by, const LIST_FILTER& filter)
 {
     const MOXDEV_DEVICE_INFO* records = manager.get_device_database();
     JSON entries = JSON::array();
@@ -159,20 +317,18 @@ JSON served_values_json(const MOXDEV_DEV_INFO_MANAGER& manager, LIST_BY by)
     if (by == LIST_BY::FAMILY) {
         for (int f = 1; f < DEV_FAMILY_MAX; ++f) {
             const DEV_FAMILY_ENUM family = DEV_FAMILY_ENUM(f);
-            add(f, dstr_get_identifier(family),
-                family == DEV_FAMILY_GENERIC ? "Generic" : dstr_get_user_string(family),
-                manager.get_family_index(family));
+            if (filter.keeps_family(family))
+                add(f, dstr_get_identifier(family), family_name(family), manager.get_family_index(family));
         }
     } else if (by == LIST_BY::DEVICE) {
         for (int d = 1; d < DEV_DEVICE_MAX; ++d) {
             const DEV_DEVICE_ENUM device = DEV_DEVICE_ENUM(d);
-            add(d, dstr_get_identifier(device),
-                device == DEV_DEVICE_GENERIC ? "Generic" : dstr_get_user_string(device),
-                manager.get_device_index(device));
+            if (filter.keeps_device(device))
+                add(d, dstr_get_identifier(device), device_name(device), manager.get_device_index(device));
         }
     } else {
         for (int p = 0; p < DEV_PART_MAX; ++p) {
-            if (p == DEV_PART_INVALID)
+            if (p == DEV_PART_INVALID || !filter.keeps_part(p))
                 continue;
             add(p, dstr_get_part_identifier(p), p == DEV_PART_GENERIC ? "Generic" : dstr_get_user_string(p),
                 manager.get_part_index(p));
@@ -181,28 +337,81 @@ JSON served_values_json(const MOXDEV_DEV_INFO_MANAGER& manager, LIST_BY by)
     return entries;
 }
 
-void device_list(bool full, const std::string& by_text)
+// The records that serve a value the filter keeps, in record order.
+std::vector<DWORD> records_kept(const MOXDEV_DEV_INFO_MANAGER& manager, const LIST_FILTER& filter)
 {
+    std::vector<bool> kept(manager.get_device_count());
+    auto keep = [&](DWORD index) {
+        if (index < kept.size())
+            kept[index] = true;
+    };
+    if (filter.device == DEV_DEVICE_INVALID)
+        keep(manager.get_family_index(filter.family));
+    for (int d = 1; d < DEV_DEVICE_MAX; ++d)
+        if (filter.keeps_device(DEV_DEVICE_ENUM(d)))
+            keep(manager.get_device_index(DEV_DEVICE_ENUM(d)));
+    for (int p = 1; p < DEV_PART_MAX; ++p)
+        if (filter.keeps_part(p))
+            keep(manager.get_part_index(p));
+    std::vector<DWORD> indexes;
+    for (DWORD r = 0; r < kept.size(); ++r)
+        if (kept[r])
+            indexes.push_back(r);
+    return indexes;
+}
+
+void device_list(bool full, const std::string& by_text, const std::string& family_text,
+                 const std::string& device_text)
+{
+    const LIST_FILTER filter = list_filter(family_text, device_text);
+    const bool filtered = filter.family != DEV_FAMILY_INVALID || filter.device != DEV_DEVICE_INVALID;
+    require_device_database();
     MOXDEV_DEV_INFO_MANAGER manager(false, 0);
     const LIST_BY by = list_by(by_text);
     const MOXDEV_DEVICE_INFO* records = manager.get_device_database();
+    std::vector<DWORD> indexes;
+    if (filtered) {
+        indexes = records_kept(manager, filter);
+    } else {
+        for (DWORD r = 0; r < manager.get_device_count(); ++r)
+            indexes.push_back(r);
+    }
     if (json_output) {
         if (by != LIST_BY::RECORD) {
-            print_json(served_values_json(manager, by));
+            print_json(served_values_json(manager, by, filter));
             return;
         }
         JSON entries = JSON::array();
-        for (DWORD r = 0; r < manager.get_device_count(); ++r)
+        for (const DWORD r : indexes)
             entries.push_back({{"index", r}, {"record", record_json(records[r])}});
         print_json(entries);
         return;
     }
-    if (by != LIST_BY::RECORD || full) {
+    if (!filtered && (by != LIST_BY::RECORD || full)) {
         manager.print_database(full ? 1 : by == LIST_BY::FAMILY ? 2 : by == LIST_BY::DEVICE ? 3 : 4);
         return;
     }
+    if (by != LIST_BY::RECORD) {
+        // The lines of the unfiltered listing, for the values kept.
+        for (const JSON& entry : served_values_json(manager, by, filter)) {
+            const std::string name = entry["display_name"].get<std::string>();
+            if (entry["record_index"].is_null())
+                fmt::print("{:<28} {:>6}  -> none\n", name, entry["value"].get<int>());
+            else
+                fmt::print("{:<28} {:>6}  -> record {:>2}  {}\n", name, entry["value"].get<int>(),
+                           entry["record_index"].get<DWORD>(), entry["record_pcf"].get<std::string>());
+        }
+        return;
+    }
+    if (full) {
+        for (const DWORD r : indexes) {
+            fmt::print("Record {} of {}\n", r, manager.get_device_count());
+            print_fields(records[r]);
+        }
+        return;
+    }
     fmt::print("{:>6}  {:<20} {:<20} {:<16} {}\n", "record", "family", "device", "part", "pcf");
-    for (DWORD r = 0; r < manager.get_device_count(); ++r) {
+    for (const DWORD r : indexes) {
         const MOXDEV_DEVICE_INFO& record = records[r];
         auto name_of = [](const std::string& identifier, long long value) {
             return identifier.empty() ? std::to_string(value) : identifier;
@@ -212,13 +421,122 @@ void device_list(bool full, const std::string& by_text)
                    name_of(dstr_get_identifier(record.device), record.device),
                    name_of(dstr_get_part_identifier(record.part), record.part), record.pcf);
     }
-    fmt::print("{} records\n", manager.get_device_count());
+    if (filtered)
+        fmt::print("{} of {} records\n", indexes.size(), manager.get_device_count());
+    else
+        fmt::print("{} records\n", manager.get_device_count());
+}
+
+const char* type_row_name(MOXDEV_MANAGER_TYPE type)
+{
+    switch (type) {
+    case MOXDEV_MANAGER_DEVID_ENUM: return "DEVID_ENUM";
+    case MOXDEV_MANAGER_DEVID_STR: return "DEVID_STR";
+    case MOXDEV_MANAGER_STRING: return "STL_STRING";
+    case MOXDEV_MANAGER_BOOL: return "bool";
+    case MOXDEV_MANAGER_BYTE: return "BYTE";
+    case MOXDEV_MANAGER_WORD: return "WORD";
+    case MOXDEV_MANAGER_DWORD: return "DWORD";
+    default: return "ENUM";
+    }
+}
+
+// What is wrong with a record's cell, "" when the generator takes it.
+std::string cell_problem(std::size_t column, const std::string& cell)
+{
+    const MOXDEV_MANAGER_TYPE type = MOXDEV_DEVICE_FIELD_TYPES[column];
+    const std::string field = MOXDEV_DEVICE_FIELD_NAMES[column];
+    if (type == MOXDEV_MANAGER_DEVID_ENUM || type == MOXDEV_MANAGER_ENUM) {
+        const MOXDEV_NAME_TABLE& table = type == MOXDEV_MANAGER_ENUM ? MOXDEV_OPTION_ID_TABLE
+                                         : field == "family"         ? MOXDEV_FAMILY_ID_TABLE
+                                         : field == "device"         ? MOXDEV_DEVICE_ID_TABLE
+                                                                     : MOXDEV_PART_ID_TABLE;
+        std::vector<std::string> known;
+        for (std::size_t i = 0; i < table.count; ++i) {
+            if (cell == table.entries[i].name)
+                return "";
+            known.push_back(table.entries[i].name);
+        }
+        const char* what = type == MOXDEV_MANAGER_ENUM ? "option family" : field == "part" ? "part" : field.c_str();
+        return fmt::format("'{}' is no {} the table may name{}", cell, what, did_you_mean(cell, known));
+    }
+    if (type == MOXDEV_MANAGER_DEVID_STR || type == MOXDEV_MANAGER_STRING)
+        return cell.size() < 256 ? "" : fmt::format("a text of {} characters (at most 255)", cell.size());
+    if (type == MOXDEV_MANAGER_BOOL)
+        return cell == "TRUE" || cell == "FALSE" ? "" : fmt::format("'{}' is not TRUE or FALSE", cell);
+    const DWORD most = type == MOXDEV_MANAGER_BYTE ? 0xFF : type == MOXDEV_MANAGER_WORD ? 0xFFFF : 0xFFFFFFFF;
+    DWORD value = 0;
+    if (!MOX_COMMON::convert_string_to_dword(cell, value) || value > most)
+        return fmt::format("'{}' is not a number of 0 to {} (a {} field)", cell, most, type_row_name(type));
+    return "";
+}
+
+// Reads the device table line by line as the generator does (blank lines
+// skipped, cells split at blanks and commas) and refuses the first line the
+// generator would stop at, naming file, line and column.
+void check_device_table(const std::string& csv)
+{
+    std::ifstream in(csv);
+    std::string line;
+    std::size_t line_number = 0, row = 0;
+    while (std::getline(in, line)) {
+        ++line_number;
+        gen_remove_leading_and_trailing_white_spaces(line);
+        if (line.empty())
+            continue;
+        const std::vector<std::string> cells = STRING_TOKENIZER(line, " \t\n,", true).tokens();
+        const std::string where = fmt::format("{}, line {}", csv, line_number);
+        if (cells.size() != TOTAL_DEVICE_DATABASE_MEMBER)
+            throw USER_ERROR{fmt::format("{}: {} cells, a device table line has {}", where, cells.size(),
+                                         TOTAL_DEVICE_DATABASE_MEMBER)};
+        for (std::size_t column = 0; column < cells.size(); ++column) {
+            const std::string& cell = cells[column];
+            std::string problem;
+            if (row == 0 && cell != type_row_name(MOXDEV_DEVICE_FIELD_TYPES[column]))
+                problem = fmt::format("type '{}', expected {}", cell, type_row_name(MOXDEV_DEVICE_FIELD_TYPES[column]));
+            else if (row == 1 && cell != MOXDEV_DEVICE_FIELD_NAMES[column])
+                problem = fmt::format("name '{}', expected {}", cell, MOXDEV_DEVICE_FIELD_NAMES[column]);
+            else if (row > 1)
+                problem = cell_problem(column, cell);
+            if (!problem.empty())
+                throw USER_ERROR{fmt::format("{}, column {} ({}): {}", where, column + 1,
+                                             MOXDEV_DEVICE_FIELD_NAMES[column], problem)};
+        }
+        ++row;
+    }
+    if (row != TOTAL_DATABASE_DEVICE + 2)
+        throw USER_ERROR{fmt::format("{}: {} records, a device table has {} (after its type and name lines)", csv,
+                                     row < 2 ? 0 : row - 2, TOTAL_DATABASE_DEVICE)};
+}
+
+// The file to write must be a file in an existing directory.
+void check_output_file(const std::string& out)
+{
+    namespace fs = std::filesystem;
+    std::error_code error;
+    if (out.empty())
+        throw USER_ERROR{"no output file given (OUT is empty)"};
+    if (fs::is_directory(out, error))
+        throw USER_ERROR{"'" + out + "' is a directory; name the database file to write"};
+    const fs::path parent = fs::path(out).parent_path();
+    if (!parent.empty() && !fs::is_directory(parent, error))
+        throw USER_ERROR{"cannot write '" + out + "': there is no directory '" + parent.string() + "'"};
+    if (::access(parent.empty() ? "." : parent.c_str(), W_OK | X_OK) != 0)
+        throw USER_ERROR{"cannot write '" + out + "': the directory is not writable"};
 }
 
 void device_generate(const std::string& csv, const std::string& out)
 {
-    if (!FIO_FILE_SYSTEM::exists(csv.c_str()))
+    std::error_code error;
+    if (!std::filesystem::is_regular_file(csv, error) || !std::ifstream(csv))
         throw USER_ERROR{"cannot read '" + csv + "'"};
+    check_output_file(out);
+    check_device_table(csv);
+    // Devices are served by their programming-file name from the part list.
+    const std::string part_list = full_path(gen_get_install_fullpath() + "/h/mox_parts.txt");
+    if (!std::filesystem::is_regular_file(part_list, error))
+        throw USER_ERROR{"no part list '" + part_list + "' (MOXDEV_INSTALL_DIR names the directory that holds "
+                         "h/mox_parts.txt)"};
     MOXDEV_DEV_INFO_MANAGER manager(true, 0);
     manager.generate_device_database(csv, out);
     FIO_STAT info;
@@ -247,8 +565,13 @@ void add_device_commands(CLI::App& app)
     list->add_option("--by", by, "One line per family, device or part value, with the record that serves it")
         ->check(CLI::IsMember({"family", "device", "part"}, CLI::ignore_case))
         ->excludes(full_flag);
-    list->footer("With --json every record is given whole, so --full changes nothing.");
-    add_json_verb(list, [] { device_list(full, by); });
+    static std::string family, device_filter;
+    list->add_option("--family", family, "Only what serves this family (identifier or name, letter case ignored)");
+    list->add_option("--device", device_filter, "Only what serves this device (letter case ignored)");
+    list->footer("With --json every record is given whole, so --full changes nothing. --family and --device keep "
+                 "the records that serve the family or device, or any of its devices and parts; with --by, the "
+                 "values of that family or device.");
+    add_json_verb(list, [] { device_list(full, by, family, device_filter); });
 
     static std::string csv, out;
     CLI::App* generate = device->add_subcommand(

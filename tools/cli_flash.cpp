@@ -3,13 +3,25 @@
 #include "cli.h"
 #include "cli_flash.h"
 #include "cli_json.h"
+#include "suggest.h"
 
 #include "moxdev/moxdev.h"
+
+#include "host/mox_common.h"
 
 #include <algorithm>
 #include <fmt/format.h>
 
+#include <unistd.h>
+
+#include <cctype>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
 #include <iostream>
+#include <set>
 #include <streambuf>
 #include <type_traits>
 
@@ -23,13 +35,24 @@ void print_record(const MOXDEV_SFL_FLASH_INFO& record)
 
 JSON record_json(const MOXDEV_SFL_FLASH_INFO& record)
 {
+    // The text form decides which fields are "none" (an unused 255): those
+    // are null here, so both forms say the same.
+    std::set<std::string> none;
+    for (const auto& field : moxdev_flash_info_to_text(record)) {
+        if (field.second == "none")
+            none.insert(field.first);
+    }
     JSON fields = JSON::object();
     moxdev_for_each_flash_field(record, [&](const char* name, MOXDEV_MANAGER_TYPE, const auto& value) {
         using T = std::decay_t<decltype(value)>;
-        if constexpr (std::is_same_v<T, BYTE>)
-            fields[name] = unsigned(value);
-        else
+        if constexpr (std::is_same_v<T, BYTE>) {
+            if (none.count(name))
+                fields[name] = nullptr;
+            else
+                fields[name] = unsigned(value);
+        } else {
             fields[name] = value;
+        }
     });
     return fields;
 }
@@ -59,7 +82,15 @@ public:
     explicit FLASH_TOOL(bool every_record) : MOXDEV_FLASH_MANAGER(false, 1, true, false)
     {
         m_enable_all = every_record;
-        initialize_flash_database(gen_get_device_db_fullpath() + "/programmer/mox_flash.pcf");
+        const std::string file = gen_get_device_db_fullpath() + "/programmer/mox_flash.pcf";
+        if (!FIO_FILE_SYSTEM::exists(file.c_str())) {
+            std::error_code error;
+            const std::filesystem::path full = std::filesystem::absolute(file, error);
+            throw USER_ERROR{"the flash database " + (error ? file : full.lexically_normal().string()) +
+                             " does not exist; MOXDEV_DEVICE_DB_DIR names the directory that holds "
+                             "programmer/mox_flash.pcf"};
+        }
+        initialize_flash_database(file);
         m_device_count = 1;
         m_device_to_flash_map = std::make_shared<std::vector<DWORD>>(1, INVALID_DWORD);
     }
@@ -84,6 +115,12 @@ public:
     }
 };
 
+std::string upper_text(std::string text)
+{
+    stl_toupper(text);
+    return text;
+}
+
 std::string id_text(const MOXDEV_SFL_FLASH_INFO& record)
 {
     if (record.silicon_id)
@@ -93,34 +130,154 @@ std::string id_text(const MOXDEV_SFL_FLASH_INFO& record)
     return fmt::format("{:02X} {:02X} {:02X}", record.mfc_id, record.memory_type, record.memory_id);
 }
 
-void flash_list(bool every_record, bool full, const std::string& maker)
+// The switch a record needs ("" for none), and whether it is usable now.
+struct RECORD_STATE {
+    bool user = false;
+    std::string switch_name;
+    bool usable = true;
+};
+
+RECORD_STATE record_state(const FLASH_TOOL& manager, DWORD index)
+{
+    const MOXDEV_SFL_FLASH_INFO& record = manager.get_flash_database()[index];
+    RECORD_STATE state;
+    state.user = index == 0 && manager.has_user_record();
+    if (!state.user && gen_stricmp(record.ini, "NONE") != 0) {
+        state.switch_name = "MOX_ALLOW_" + record.ini;
+        state.usable = cfg_is_on(state.switch_name, false);
+    }
+    return state;
+}
+
+JSON entry_json(const FLASH_TOOL& manager, DWORD index, const JSON& shown_index)
+{
+    const RECORD_STATE state = record_state(manager, index);
+    return {{"index", shown_index},
+            {"user_defined", state.user},
+            {"switch", text_or_null(state.switch_name)},
+            {"usable", state.usable},
+            {"record", record_json(manager.get_flash_database()[index])}};
+}
+
+// A density as the list shows it: Mbit, with a fraction below 1 Mbit.
+std::string mbit_text(DWORD bits)
+{
+    return fmt::format("{:g}", double(bits) / double(1u << 20));
+}
+
+// "128M", "1G", "512K" (bits; "Mbit", "Gb" and the like too; a bare number is
+// Mbit) as a number of bits.
+DWORD parse_density(const std::string& text)
+{
+    std::size_t digits = 0;
+    while (digits < text.size() && std::isdigit(static_cast<unsigned char>(text[digits])))
+        ++digits;
+    std::string unit = text.substr(digits);
+    stl_toupper(unit);
+    if (unit.size() > 1 && (unit.substr(1) == "BIT" || unit.substr(1) == "B"))
+        unit.erase(1);
+    const int shift = unit.empty() || unit == "M" ? 20 : unit == "K" ? 10 : unit == "G" ? 30 : -1;
+    const unsigned long long count = digits == 0 || digits > 6 ? 0 : std::stoull(text.substr(0, digits));
+    if (shift < 0 || count == 0 || (count << shift) > 0xFFFFFFFFull)
+        throw USER_ERROR{"'" + text + "' is not a density (e.g. 512K, 128M or 1G: Kbit, Mbit, Gbit)"};
+    return DWORD(count << shift);
+}
+
+// "3.3V", "3.3", "1.8v" as the table writes it ("3.3V").
+std::string parse_voltage(const std::string& typed)
+{
+    std::string text = upper_text(typed);
+    if (!text.empty() && text.back() != 'V')
+        text += 'V';
+    if (text != "3.3V" && text != "1.8V")
+        throw USER_ERROR{"'" + typed + "' is not a flash voltage (3.3V or 1.8V)"};
+    return text;
+}
+
+// `name` matches `pattern`: '*' any run of characters, '?' any one, letter
+// case ignored.
+bool wildcard_match(const std::string& pattern, const std::string& name)
+{
+    std::size_t p = 0, n = 0, star = std::string::npos, resume = 0;
+    auto same = [](char a, char b) {
+        return std::toupper(static_cast<unsigned char>(a)) == std::toupper(static_cast<unsigned char>(b));
+    };
+    while (n < name.size()) {
+        if (p < pattern.size() && (pattern[p] == '?' || (pattern[p] != '*' && same(pattern[p], name[n])))) {
+            ++p;
+            ++n;
+        } else if (p < pattern.size() && pattern[p] == '*') {
+            star = p++;
+            resume = n;
+        } else if (star != std::string::npos) {
+            p = star + 1;
+            n = ++resume;
+        } else {
+            return false;
+        }
+    }
+    while (p < pattern.size() && pattern[p] == '*')
+        ++p;
+    return p == pattern.size();
+}
+
+// The filters of `flash list`; empty ones pass everything.
+struct LIST_FILTER {
+    std::string maker;
+    std::string size;
+    std::string voltage;
+    std::string pattern;
+};
+
+void flash_list(bool every_record, bool full, const LIST_FILTER& filter)
 {
     FLASH_TOOL manager(every_record);
     const MOXDEV_SFL_FLASH_INFO* records = manager.get_flash_database();
+    const DWORD bits = filter.size.empty() ? 0 : parse_density(filter.size);
+    const std::string voltage = filter.voltage.empty() ? "" : parse_voltage(filter.voltage);
     auto listed = [&](const MOXDEV_SFL_FLASH_INFO& record) {
-        return maker.empty() || gen_stricmp(record.manufacturer_name, maker) == 0;
+        return (filter.maker.empty() || gen_stricmp(record.manufacturer_name, filter.maker) == 0) &&
+               (bits == 0 || record.device_bit_size == bits) &&
+               (voltage.empty() || ("|" + upper_text(record.asc_voltage) + "|").find("|" + voltage + "|") !=
+                                       std::string::npos) &&
+               (filter.pattern.empty() || wildcard_match(filter.pattern, record.device_name));
     };
-    if (!std::any_of(records, records + manager.get_flash_count(), listed))
-        throw USER_ERROR{"no flash record of the maker '" + maker + "'"};
+    if (!std::any_of(records, records + manager.get_flash_count(), listed)) {
+        std::vector<std::string> makers;
+        for (DWORD i = 0; i < manager.get_flash_count(); ++i) {
+            if (std::find(makers.begin(), makers.end(), records[i].manufacturer_name) == makers.end())
+                makers.push_back(records[i].manufacturer_name);
+        }
+        const bool known_maker =
+            filter.maker.empty() || std::any_of(makers.begin(), makers.end(), [&](const std::string& name) {
+                return gen_stricmp(name, filter.maker) == 0;
+            });
+        if (!known_maker)
+            throw USER_ERROR{"no flash record of the maker '" + filter.maker + "'" +
+                             did_you_mean(filter.maker, makers)};
+        std::string wanted;
+        auto add = [&](const std::string& part) { wanted += (wanted.empty() ? "" : ", ") + part; };
+        if (!filter.pattern.empty())
+            add("named " + filter.pattern);
+        if (!filter.maker.empty())
+            add("of the maker '" + filter.maker + "'");
+        if (bits != 0)
+            add(mbit_text(bits) + " Mbit");
+        if (!voltage.empty())
+            add(voltage);
+        throw USER_ERROR{"no flash record " + wanted + (every_record ? "" : " (--all also lists the switched-off ones)")};
+    }
     if (json_output) {
         JSON entries = JSON::array();
         for (DWORD i = 0; i < manager.get_flash_count(); ++i) {
-            const MOXDEV_SFL_FLASH_INFO& record = records[i];
-            if (!listed(record))
-                continue;
-            const bool user = i == 0 && manager.has_user_record();
-            const bool switched = !user && gen_stricmp(record.ini, "NONE") != 0;
-            const std::string name = switched ? "MOX_ALLOW_" + record.ini : std::string();
-            entries.push_back({{"index", i},
-                               {"user_defined", user},
-                               {"switch", text_or_null(name)},
-                               {"usable", !switched || cfg_is_on(name, false)},
-                               {"record", record_json(record)}});
+            if (listed(records[i]))
+                entries.push_back(entry_json(manager, i, i));
         }
         print_json(entries);
         return;
     }
-    if (full && maker.empty()) {
+    const bool filtered = !filter.maker.empty() || bits != 0 || !voltage.empty() || !filter.pattern.empty();
+    if (full && !filtered) {
         manager.print_database();
         return;
     }
@@ -142,15 +299,15 @@ void flash_list(bool every_record, bool full, const std::string& maker)
             print_record(record);
             continue;
         }
+        const RECORD_STATE state = record_state(manager, i);
         std::string note;
-        if (i == 0 && manager.has_user_record())
+        if (state.user)
             note = "user-defined (MOX_SUPPORT_EXT_SPI_DEV)";
-        else if (gen_stricmp(record.ini, "NONE") != 0)
-            note = "MOX_ALLOW_" + record.ini +
-                   (cfg_is_on("MOX_ALLOW_" + record.ini, false) ? " (on)" : " (off: not usable)");
+        else if (!state.switch_name.empty())
+            note = state.switch_name + (state.usable ? " (on)" : " (off: not usable)");
         fmt::print("{:>5}  {:<10} {:<16} {:<11} {:>6} {:>6}  {:<7} {}\n", i,
                    record.manufacturer_name, record.device_name, id_text(record),
-                   record.device_bit_size >> 20, record.device_sector_byte >> 10,
+                   mbit_text(record.device_bit_size), record.device_sector_byte >> 10,
                    record.default_dev ? "yes" : "", note);
     }
     // A maker whose records are not adjacent (a second block) is counted once.
@@ -169,6 +326,110 @@ void flash_list(bool every_record, bool full, const std::string& maker)
     fmt::print("{} records: {}\n", shown, summary);
 }
 
+// moxdev flash show: every record (ID variant) of one chip name, switched-off
+// ones included. The index is the one `flash identify` reports, null (or
+// "not usable") while the record's switch is off.
+void flash_show(const std::string& name)
+{
+    FLASH_TOOL manager(true);
+    const MOXDEV_SFL_FLASH_INFO* records = manager.get_flash_database();
+    std::vector<std::string> names;
+    std::vector<DWORD> found;
+    // The index among the usable records, INVALID_DWORD for an unusable one.
+    std::vector<DWORD> usable_index(manager.get_flash_count(), INVALID_DWORD);
+    DWORD usable = 0;
+    for (DWORD i = 0; i < manager.get_flash_count(); ++i) {
+        if (record_state(manager, i).usable)
+            usable_index[i] = usable++;
+        if (gen_stricmp(records[i].device_name, name) == 0)
+            found.push_back(i);
+        if (std::find(names.begin(), names.end(), records[i].device_name) == names.end())
+            names.push_back(records[i].device_name);
+    }
+    if (found.empty())
+        throw USER_ERROR{"no flash named '" + name + "'" + did_you_mean(name, names)};
+    if (json_output) {
+        JSON entries = JSON::array();
+        for (DWORD i : found)
+            entries.push_back(entry_json(manager, i, usable_index[i] == INVALID_DWORD ? JSON() : JSON(usable_index[i])));
+        print_json(entries);
+        return;
+    }
+    for (std::size_t n = 0; n < found.size(); ++n) {
+        const DWORD i = found[n];
+        const MOXDEV_SFL_FLASH_INFO& record = records[i];
+        const RECORD_STATE state = record_state(manager, i);
+        std::string where = usable_index[i] == INVALID_DWORD ? "not usable while " + state.switch_name + " is off"
+                                                             : fmt::format("record {}", usable_index[i]);
+        if (state.user)
+            where += " (user-defined)";
+        else if (!state.switch_name.empty() && state.usable)
+            where += " (" + state.switch_name + " on)";
+        fmt::print("{}{} {}: {}, ID {}{}\n", n == 0 ? "" : "\n", record.manufacturer_name, record.device_name,
+                   where, id_text(record), record.default_dev ? ", default" : "");
+        print_record(record);
+    }
+}
+
+std::string bytes_text(const std::vector<BYTE>& bytes)
+{
+    std::string text;
+    for (BYTE byte : bytes)
+        text += fmt::format("{}{:02X}", text.empty() ? "" : " ", byte);
+    return text;
+}
+
+// Why no usable record matches `bytes`: the error line and, when something
+// can be said, a hint line after it.
+std::string no_match_message(const std::vector<BYTE>& bytes, bool silicon_id)
+{
+    std::string line = "no known flash matches " + bytes_text(bytes) +
+                       (silicon_id ? " (silicon ID)" : " (device ID: manufacturer, type, capacity)");
+    FLASH_TOOL every(true);
+    const DWORD count = DWORD(bytes.size());
+    if (const MOXDEV_SFL_FLASH_INFO* record = every.find_flash(silicon_id, bytes.data(), count))
+        return "no usable flash matches " + bytes_text(bytes) + ": " + record->manufacturer_name + " " +
+               record->device_name + " needs MOX_ALLOW_" + record->ini + "=1";
+
+    const bool all_ff = std::all_of(bytes.begin(), bytes.end(), [](BYTE b) { return b == 0xFF; });
+    const bool all_00 = std::all_of(bytes.begin(), bytes.end(), [](BYTE b) { return b == 0x00; });
+    if (!bytes.empty() && (all_ff || all_00))
+        return line + fmt::format("\nhint: all bytes {}: no chip answered; check the wiring, the chip select "
+                                  "and the power of the flash",
+                                  all_ff ? "FF" : "00");
+    if (silicon_id || bytes.size() < 2)
+        return line;
+
+    const std::vector<BYTE> reversed(bytes.rbegin(), bytes.rend());
+    if (const MOXDEV_SFL_FLASH_INFO* record = every.find_flash(false, reversed.data(), count))
+        return line + "\nhint: in the other byte order, " + bytes_text(reversed) + ", they are " +
+               record->manufacturer_name + " " + record->device_name +
+               ": give the bytes in read order (manufacturer, type, capacity)";
+
+    // Records of the same maker and type byte: a capacity byte misread, or a
+    // chip of a size the table does not hold. Each ID once, with the name of
+    // the record that wins it.
+    auto byte_is = [&](BYTE position, BYTE expected) { return position < count && bytes[position] == expected; };
+    std::vector<std::pair<BYTE, std::string>> near;
+    const MOXDEV_SFL_FLASH_INFO* records = every.get_flash_database();
+    for (DWORD i = 0; i < every.get_flash_count(); ++i) {
+        const MOXDEV_SFL_FLASH_INFO& record = records[i];
+        if (record.silicon_id || record.memory_type_index == 255 || !byte_is(record.mfc_id_index, record.mfc_id) ||
+            !byte_is(record.memory_type_index, record.memory_type))
+            continue;
+        const BYTE capacity = record.memory_id;
+        if (std::none_of(near.begin(), near.end(), [&](const auto& n) { return n.first == capacity; }))
+            near.emplace_back(capacity, record.device_name);
+    }
+    if (near.empty())
+        return line;
+    std::sort(near.begin(), near.end());
+    std::string hint;
+    for (const auto& entry : near)
+        hint += fmt::format("{}{:02X} {}", hint.empty() ? "" : ", ", entry.first, entry.second);
+    return line + "\nhint: this maker and type are known with the capacity bytes " + hint;
+}
+
 void flash_identify(const std::vector<std::string>& words, bool silicon_id, const std::string& sfdp_file)
 {
     const std::vector<BYTE> bytes = parse_id_bytes(words);
@@ -182,11 +443,7 @@ void flash_identify(const std::vector<std::string>& words, bool silicon_id, cons
         if (!manager.flash_sfdp_mapping(0, bytes.data(), DWORD(bytes.size()), sfdp.data(), sfdp.size(), &error))
             throw USER_ERROR{error};
     } else if (!manager.flash_id_database_mapping(silicon_id, 0, bytes.data(), DWORD(bytes.size()))) {
-        std::string text;
-        for (BYTE byte : bytes)
-            text += fmt::format(" {:02X}", byte);
-        throw USER_ERROR{"no known flash matches" + text +
-                         (silicon_id ? " (silicon ID)" : " (device ID: manufacturer, type, capacity)")};
+        throw USER_ERROR{no_match_message(bytes, silicon_id)};
     }
     const DWORD index = manager.get_flash_mapping_index(0, false);
     const bool user = index == 0 && manager.has_user_record();
@@ -231,11 +488,13 @@ private:
     std::string m_text;
 };
 
-void flash_define()
+void flash_define(const std::string& input_file)
 {
+    ANSWER_SOURCE source(input_file);
+    std::istream& in = source.stream();
     RECORDING_BUFFER buffer(std::cout.rdbuf());
     std::ostream out(&buffer);
-    FLASH_TOOL().gen_flash_ini(std::cin, out);
+    FLASH_TOOL().gen_flash_ini(in, out);
     out.flush();
     const std::string& text = buffer.text();
     if (!text.empty() && text.back() != '\n')
@@ -244,14 +503,13 @@ void flash_define()
     if (ini == std::string::npos)
         throw USER_ERROR{"no flash was defined"};
     const std::string value = text.substr(ini + 6, text.find('\n', ini) - ini - 6);
-    // The loader reads only the first definition, and only byte values of 0
-    // to 255: an index answered with -1 makes it ignore the whole value.
+    // The dialogue only lets usable answers through; check the first
+    // definition (the only one the loader reads) as the loader will.
     FLASH_TOOL tool;
     const std::string decoded = tool.decode_ini(value);
     MOXDEV_SFL_FLASH_INFO record;
     if (!tool.read_definition(decoded.substr(0, decoded.find('#')), record))
-        std::cerr << "moxdev: warning: the flash manager will ignore this value: an answer of -1 "
-                     "cannot be stored in the definition; answer with a position instead\n";
+        throw USER_ERROR{"the flash manager would ignore this value: a field of the definition is out of range"};
     std::cout << "\nTo use it, set the configuration value, e.g.\n  export "
               << "MOX_SUPPORT_EXT_SPI_DEV='" << value << "'\n";
 }
@@ -297,12 +555,132 @@ void flash_decode(const std::string& value)
         throw USER_ERROR{"the flash manager will not use this value"};
 }
 
+// The flash table checked as the generator and the loader read it: the first
+// cell that either would refuse, as "file:line: column N (field): reason".
+// Line numbers count every line of the file, blank ones too.
+void check_flash_table(const std::string& csv)
+{
+    std::ifstream in(csv);
+    if (!in)
+        throw USER_ERROR{"cannot read '" + csv + "'"};
+    // The record lines start after the type row, the name row and six
+    // description lines; lines 2, 3 and 7 (counting from 0) are free text.
+    constexpr DWORD FIRST_RECORD = 8;
+    auto type_name = [](MOXDEV_MANAGER_TYPE type) {
+        switch (type) {
+        case MOXDEV_MANAGER_STRING: return "STL_STRING";
+        case MOXDEV_MANAGER_BOOL: return "bool";
+        case MOXDEV_MANAGER_BYTE: return "BYTE";
+        case MOXDEV_MANAGER_WORD: return "WORD";
+        default: return "DWORD";
+        }
+    };
+    // Default records per chip name (letter case ignored), with the line of the first.
+    std::vector<std::pair<std::string, DWORD>> defaults;
+    std::vector<std::pair<std::string, DWORD>> names;
+    std::string text;
+    DWORD row = 0;
+    for (DWORD number = 1; std::getline(in, text); ++number) {
+        gen_remove_leading_and_trailing_white_spaces(text);
+        if (text.empty())
+            continue;
+        const DWORD line = row++;
+        if (line == 2 || line == 3 || line == 7)
+            continue;
+        const std::vector<std::string> cells = STRING_TOKENIZER(text, " \t\n,", true).tokens();
+        auto refuse = [&](DWORD column, const std::string& reason) {
+            throw USER_ERROR{fmt::format("{}:{}: column {} ({}): {}", csv, number, column + 1,
+                                         MOXDEV_FLASH_FIELD_NAMES[column], reason)};
+        };
+        if (cells.size() != TOTAL_DATABASE_MEMBER)
+            throw USER_ERROR{fmt::format("{}:{}: {} cells; a flash record line has {} (no blanks or empty "
+                                         "cells inside a cell)",
+                                         csv, number, cells.size(), TOTAL_DATABASE_MEMBER)};
+        for (DWORD c = 0; c < TOTAL_DATABASE_MEMBER; ++c) {
+            const std::string& cell = cells[c];
+            const MOXDEV_MANAGER_TYPE type = MOXDEV_FLASH_FIELD_TYPES[c];
+            if (line == 0) {
+                if (cell != type_name(type))
+                    refuse(c, fmt::format("type '{}', expected '{}'", cell, type_name(type)));
+                continue;
+            }
+            if (line == 1) {
+                if (gen_stricmp(cell, MOXDEV_FLASH_FIELD_NAMES[c]) != 0)
+                    refuse(c, "name '" + cell + "', expected '" + MOXDEV_FLASH_FIELD_NAMES[c] + "'");
+                continue;
+            }
+            if (line < FIRST_RECORD)
+                continue;
+            if (type == MOXDEV_MANAGER_STRING) {
+                if (cell.size() > 255)
+                    refuse(c, "a text longer than 255 characters");
+            } else if (type == MOXDEV_MANAGER_BOOL) {
+                if (cell != "TRUE" && cell != "FALSE")
+                    refuse(c, "'" + cell + "' is not TRUE or FALSE");
+            } else {
+                DWORD value = 0;
+                const DWORD maximum = type == MOXDEV_MANAGER_BYTE ? 0xFF : type == MOXDEV_MANAGER_WORD ? 0xFFFF : 0xFFFFFFFF;
+                if (!MOX_COMMON::convert_string_to_dword(cell, value))
+                    refuse(c, "'" + cell + "' is not a number");
+                if (value > maximum)
+                    refuse(c, fmt::format("{} does not fit a {} (0 to {})", cell, type_name(type), maximum));
+                if (std::string(MOXDEV_FLASH_FIELD_NAMES[c]) == "device_bit_size" &&
+                    !MOXDEV_FLASH_MANAGER::is_power_of_two(value))
+                    refuse(c, "the density " + cell + " is not a power of two");
+            }
+        }
+        if (line < FIRST_RECORD)
+            continue;
+        const std::string name = upper_text(cells[1]);
+        if (std::find_if(names.begin(), names.end(), [&](const auto& n) { return n.first == name; }) == names.end())
+            names.emplace_back(name, number);
+        if (cells[10] != "TRUE")
+            continue;
+        auto earlier = std::find_if(defaults.begin(), defaults.end(), [&](const auto& d) { return d.first == name; });
+        if (earlier != defaults.end())
+            refuse(10, fmt::format("a second default record for {} (the first is on line {})", cells[1],
+                                   earlier->second));
+        defaults.emplace_back(name, number);
+    }
+    if (row <= FIRST_RECORD)
+        throw USER_ERROR{"'" + csv + "' holds no flash record"};
+    // The loader wants exactly one default record per name.
+    for (const auto& entry : names) {
+        if (std::find_if(defaults.begin(), defaults.end(), [&](const auto& d) { return d.first == entry.first; }) ==
+            defaults.end())
+            throw USER_ERROR{fmt::format("{}:{}: column 11 (default_dev): no default record for {} (one of its "
+                                         "records must say TRUE)",
+                                         csv, entry.second, entry.first)};
+    }
+}
+
 void flash_generate(const std::string& csv, const std::string& out)
 {
-    if (!FIO_FILE_SYSTEM::exists(csv.c_str()))
-        throw USER_ERROR{"cannot read '" + csv + "'"};
-    MOXDEV_FLASH_MANAGER(false, 1, true, false).generate_flash_database(csv, out);
     FIO_STAT info;
+    if (!FIO_FILE_SYSTEM::status(csv.c_str(), &info))
+        throw USER_ERROR{"cannot read '" + csv + "': no such file"};
+    if (!info.is_regular_file)
+        throw USER_ERROR{"cannot read '" + csv + "': not a file"};
+    if (out.empty())
+        throw USER_ERROR{"the output file name is empty"};
+    std::error_code error;
+    if (std::filesystem::is_directory(out, error))
+        throw USER_ERROR{"cannot write '" + out + "': it is a directory"};
+    const std::filesystem::path parent = std::filesystem::path(out).parent_path();
+    const std::string directory = parent.empty() ? "." : parent.string();
+    if (!std::filesystem::is_directory(directory, error))
+        throw USER_ERROR{"cannot write '" + out + "': the directory " + directory + " does not exist"};
+    // Whether a file can be made there is known only by making one (a
+    // read-only file system refuses even a privileged user); the database is
+    // written beside OUT and renamed over it, so a probe file beside it tells.
+    std::string probe = directory + "/.moxdev-probe-XXXXXX";
+    const int probe_file = ::mkstemp(probe.data());
+    if (probe_file < 0)
+        throw USER_ERROR{"cannot write '" + out + "': " + std::strerror(errno)};
+    ::close(probe_file);
+    ::unlink(probe.c_str());
+    check_flash_table(csv);
+    MOXDEV_FLASH_MANAGER(false, 1, true, false).generate_flash_database(csv, out);
     FIO_FILE_SYSTEM::status(out.c_str(), &info);
     fmt::print("wrote {} ({} bytes)\n", out, info.size);
 }
@@ -316,15 +694,27 @@ void add_flash_commands(CLI::App& app)
     flash->require_subcommand(1);
 
     static bool every_record = false, full = false;
-    static std::string maker;
+    static LIST_FILTER filter;
     CLI::App* list = flash->add_subcommand("list", "List the usable flash records "
                                                    "(record 0 is the user flash when one is defined)");
     list->add_flag("--all", every_record, "Also list the records whose MOX_ALLOW_ switch is off");
     list->add_flag("--full", full, "Print every field of every record");
-    list->add_option("--maker", maker, "Only the records of this maker, e.g. winbond (letter case ignored)");
-    list->footer("The last line counts the records listed per maker. "
-                 "With --json every record is given whole, so --full changes nothing.");
-    add_json_verb(list, [] { flash_list(every_record, full, maker); });
+    list->add_option("PATTERN", filter.pattern,
+                     "Only the chips whose name matches, '*' and '?' as wildcards, e.g. 'W25Q*' (letter case "
+                     "ignored)");
+    list->add_option("--maker", filter.maker, "Only the records of this maker, e.g. winbond (letter case ignored)");
+    list->add_option("--size", filter.size, "Only the chips of this density, e.g. 512K, 128M or 1G (bits)");
+    list->add_option("--voltage", filter.voltage, "Only the chips of this voltage: 3.3V or 1.8V");
+    list->footer("The filters combine. The last line counts the records listed per maker. "
+                 "With --json every record is given whole, so --full changes nothing; fields that are not "
+                 "used (255) are null there and \"none\" in the text.");
+    add_json_verb(list, [] { flash_list(every_record, full, filter); });
+
+    static std::string show_name;
+    CLI::App* show = flash->add_subcommand("show", "Every record (ID variant) of one flash chip, by its name");
+    show->add_option("NAME", show_name, "The chip's name, e.g. mt25ql256 (letter case ignored)")->required();
+    show->footer("Records whose MOX_ALLOW_ switch is off are shown too, marked not usable.");
+    add_json_verb(show, [] { flash_show(show_name); });
 
     add_sfdp_command(*flash);
 
@@ -341,10 +731,13 @@ void add_flash_commands(CLI::App& app)
     identify->footer("The bytes are the Read-ID answer in read order: manufacturer, memory type, capacity.");
     add_json_verb(identify, [] { flash_identify(words, silicon_id, sfdp_file); });
 
+    static std::string define_input;
     CLI::App* define = flash->add_subcommand(
-        "define", "Define up to three flash chips interactively and print the value for MOX_SUPPORT_EXT_SPI_DEV");
-    define->footer("The answers may also come from standard input, one per line.");
-    define->callback([] { flash_define(); });
+        "define", "Define a flash chip interactively and print the value for MOX_SUPPORT_EXT_SPI_DEV");
+    define->add_option("--input", define_input, "Read the answers from this file, one per line");
+    define->footer("The answers may also come from standard input, one per line. A refused answer is "
+                   "explained and asked again. The flash manager uses only the first chip of a value.");
+    define->callback([] { flash_define(define_input); });
 
     static std::string value;
     CLI::App* decode = flash->add_subcommand(

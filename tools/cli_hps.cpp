@@ -6,11 +6,22 @@
 
 #include <fmt/format.h>
 
+#include <cctype>
 #include <cstring>
 #include <fstream>
 #include <functional>
 #include <iostream>
+#include <limits>
 #include <memory>
+#include <regex>
+
+#ifdef _WIN32
+#include <io.h>
+#define MOXDEV_ISATTY _isatty
+#else
+#include <unistd.h>
+#define MOXDEV_ISATTY isatty
+#endif
 
 namespace moxdev_cli {
 
@@ -24,20 +35,22 @@ struct ANSWER_RULE {
     std::vector<DWORD> ranges; // count, then (low, high) pairs
     std::vector<DWORD> hits;   // count, then (mask, pattern) pairs that are refused
     DWORD multiple = 1;
+    const char* hit_reason = ""; // why a value the hits refuse is refused
 };
 
 const std::vector<DWORD> NOT_ALL_ZEROS_OR_ONES_BYTE = {2, 0xFF, 0x00, 0xFF, 0xFF};
 const std::vector<DWORD> NOT_ALL_ZEROS_OR_ONES_ID = {2, 0xFFFFFF, 0x000000, 0xFFFFFF, 0xFFFFFF};
 const std::vector<DWORD> OPCODE = {1, 1, 0xFE};
+const char* const NOT_ALL_ZEROS_OR_ONES = "an ID cannot be all 0's or all 1's";
 
 const ANSWER_RULE NAND_RULES[MOXDEV_HPS_NAND_STRUCTURE::PARAMS] = {
-    {true, false, {}, NOT_ALL_ZEROS_OR_ONES_BYTE, 1},
-    {true, false, {}, NOT_ALL_ZEROS_OR_ONES_BYTE, 1},
+    {true, false, {}, NOT_ALL_ZEROS_OR_ONES_BYTE, 1, NOT_ALL_ZEROS_OR_ONES},
+    {true, false, {}, NOT_ALL_ZEROS_OR_ONES_BYTE, 1, NOT_ALL_ZEROS_OR_ONES},
     {false, false, {1, 1, 65536}, {}, 1u << 20}, // MByte -> bytes
 };
 
 const ANSWER_RULE SPI_RULES[MOXDEV_HPS_SPI_STRUCTURE::PARAMS] = {
-    {true, false, {}, NOT_ALL_ZEROS_OR_ONES_ID, 1},
+    {true, false, {}, NOT_ALL_ZEROS_OR_ONES_ID, 1, NOT_ALL_ZEROS_OR_ONES},
     {true, false, {2, 0xFFFFFF, 0xFFFFFF, 0xFFFFFFFF, 0xFFFFFFFF}, {}, 1},
     {true, false, {}, {}, 1},
     {true, false, {2, 0, 0, 0xFF, 0xFF}, {}, 1},
@@ -199,31 +212,152 @@ bool next_answer(std::istream& in, std::string& answer)
     return true;
 }
 
+// The largest value a parameter of `type` holds.
+QWORD largest_value(MOXDEV_PARAM_TYPE type)
+{
+    switch (type) {
+    case MOXDEV_PARAM_BYTE: return 0xFF;
+    case MOXDEV_PARAM_WORD: return 0xFFFF;
+    case MOXDEV_PARAM_DWORD: return 0xFFFFFFFFu;
+    default: return std::numeric_limits<QWORD>::max();
+    }
+}
+
+std::string number_text(QWORD value, bool hex)
+{
+    return hex ? fmt::format("{:X}", value) : std::to_string(value);
+}
+
+// The ranges of `rule` as a person reads them: "1 to 2048", "1, 2 or 4".
+std::string ranges_text(const ANSWER_RULE& rule)
+{
+    std::string text;
+    const DWORD pairs = rule.ranges[0];
+    for (DWORD pair = 0; pair < pairs; ++pair) {
+        const DWORD low = rule.ranges[1 + 2 * pair], high = rule.ranges[2 + 2 * pair];
+        text += (pair == 0 ? "" : pair + 1 == pairs ? " or " : ", ") + number_text(low, rule.hex) +
+                (low == high ? "" : " to " + number_text(high, rule.hex));
+    }
+    return text;
+}
+
+// Whether `prompt` writes a number with a k suffix ("[1 - 64k MByte]"): its
+// answers may then be written the same way.
+bool prompt_takes_k(const char* prompt)
+{
+    static const std::regex k_number("[0-9][kK]\\b");
+    return std::regex_search(prompt, k_number);
+}
+
+// Reads `text` as a whole number (hexadecimal digits with an optional 0x when
+// `hex`, else decimal digits with an optional k or K for 1024 when `k`);
+// false when it is none or does not fit 64 bits.
+bool read_number(std::string text, bool hex, bool k, QWORD& value, bool& too_large)
+{
+    too_large = false;
+    QWORD scale = 1;
+    if (hex && (text.rfind("0x", 0) == 0 || text.rfind("0X", 0) == 0))
+        text.erase(0, 2);
+    if (!hex && k && !text.empty() && std::toupper(static_cast<unsigned char>(text.back())) == 'K') {
+        text.pop_back();
+        scale = 1024;
+    }
+    if (text.empty())
+        return false;
+    value = 0;
+    const QWORD base = hex ? 16 : 10;
+    for (const char c : text) {
+        const int digit = std::isdigit(static_cast<unsigned char>(c)) ? c - '0'
+                          : hex && std::isxdigit(static_cast<unsigned char>(c))
+                              ? std::toupper(static_cast<unsigned char>(c)) - 'A' + 10
+                              : -1;
+        if (digit < 0)
+            return false;
+        if (value > (std::numeric_limits<QWORD>::max() - QWORD(digit)) / base)
+            too_large = true;
+        else
+            value = value * base + QWORD(digit);
+    }
+    if (value > std::numeric_limits<QWORD>::max() / scale)
+        too_large = true;
+    value *= scale;
+    return true;
+}
+
+// Checks and converts the numeric `answer` of parameter `p` into `value`;
+// returns why it is refused, in the words of the prompt, or "".
+template <class RECORD>
+std::string numeric_answer(const KIND<RECORD>& kind, DWORD p, const std::string& answer, QWORD& value)
+{
+    const ANSWER_RULE& rule = kind.rules[p];
+    const MOXDEV_PARAM_TYPE type = RECORD::TYPES[p];
+    const QWORD largest = largest_value(type);
+    const std::string quoted = "'" + answer + "'";
+    // -1 stands for the largest value the parameter holds.
+    std::string text = answer;
+    if (answer != "-1") {
+        const bool k = prompt_takes_k(kind.prompts[p]);
+        bool too_large = false;
+        if (!read_number(answer, rule.hex, k, value, too_large))
+            return quoted + (rule.hex ? " is not a hexadecimal number"
+                                      : k ? " is not a number (digits, or digits and k for 1024)" : " is not a number");
+        // The library weighs the low 32 bits against the ranges only.
+        if (!rule.ranges.empty() && (too_large || value > 0xFFFFFFFFu))
+            return "Input is out of range: answer " + ranges_text(rule);
+        if (too_large || value > largest)
+            return quoted + " is too large: at most " + number_text(largest, rule.hex);
+        text = rule.hex ? "0x" + number_text(value, true) : std::to_string(value);
+    }
+    std::string refusal;
+    if (MOXDEV_FLASH_INI::convert_string_to_qword(type, value, rule.hex, text, rule.power_of_2,
+                                                  rule.ranges.empty() ? nullptr : rule.ranges.data(),
+                                                  rule.hits.empty() ? nullptr : rule.hits.data(), false,
+                                                  rule.multiple, refusal))
+        return "";
+    // The library's refusals, said plainly (the two that name the rule keep
+    // its words and add the rule itself).
+    if (refusal == "Input must be power of 2")
+        return quoted + " is not a power of 2 (1, 2, 4, 8, ...)";
+    if (refusal == "Input is out of range")
+        return refusal + ": answer " + ranges_text(rule);
+    if (refusal == "Input is invalid (hit)")
+        return refusal + ": " + rule.hit_reason;
+    if (refusal == "Calculation overflow compare to type" || refusal == "Conversion overflow compare to type")
+        return quoted + " is too large for this parameter";
+    if (refusal == "Invalid QWORD conversion")
+        return quoted + " is not a number";
+    return refusal;
+}
+
 template <class RECORD>
 void add(const KIND<RECORD>& kind, const std::string& input_file)
 {
-    std::ifstream file;
-    if (!input_file.empty()) {
-        file.open(input_file);
-        if (!file)
-            throw USER_ERROR{"cannot read '" + input_file + "'"};
-    }
-    std::istream& in = input_file.empty() ? std::cin : file;
+    ANSWER_SOURCE source(input_file);
+    std::istream& in = source.stream();
+    // A terminal shows the typed answer on the prompt's line; answers from a
+    // file or a pipe are written there instead, so that each prompt keeps its
+    // own line.
+    const bool echo = !input_file.empty() || !MOXDEV_ISATTY(0);
 
     RECORD record;
     for (DWORD p = 0; p < RECORD::PARAMS; ++p) {
-        const ANSWER_RULE& rule = kind.rules[p];
         for (;;) {
             fmt::print("{} : ", kind.prompts[p]);
             std::fflush(stdout);
             std::string answer;
-            if (!next_answer(in, answer))
+            if (!next_answer(in, answer)) {
+                if (echo)
+                    fmt::print("\n");
+                std::fflush(stdout);
                 throw USER_ERROR{std::string("the input ended before '") + kind.names[p] + "' was answered"};
+            }
+            if (echo)
+                fmt::print("{}\n", answer);
             const MOXDEV_PARAM_TYPE type = RECORD::TYPES[p];
             std::string error;
             if (type == MOXDEV_PARAM_STRING) {
                 if (answer.empty()) {
-                    error = "Input is empty";
+                    error = "an answer is needed";
                 } else {
                     stl_toupper(answer);
                     *static_cast<std::string*>(record.param[p]) = answer;
@@ -233,25 +367,19 @@ void add(const KIND<RECORD>& kind, const std::string& input_file)
                 if (answer == "Y" || answer == "N")
                     *static_cast<bool*>(record.param[p]) = answer == "Y";
                 else
-                    error = "Input must be Y or N";
+                    error = "answer Y or N";
             } else {
                 QWORD value = 0;
-                if (MOXDEV_FLASH_INI::convert_string_to_qword(
-                        type, value, rule.hex, answer, rule.power_of_2,
-                        rule.ranges.empty() ? nullptr : rule.ranges.data(),
-                        rule.hits.empty() ? nullptr : rule.hits.data(), false, rule.multiple, error)) {
-                    if (type == MOXDEV_PARAM_QWORD)
-                        *static_cast<QWORD*>(record.param[p]) = value;
-                    else
-                        *static_cast<DWORD*>(record.param[p]) = DWORD(value);
-                }
+                error = numeric_answer(kind, p, answer, value);
+                if (error.empty() && type == MOXDEV_PARAM_QWORD)
+                    *static_cast<QWORD*>(record.param[p]) = value;
+                else if (error.empty())
+                    *static_cast<DWORD*>(record.param[p]) = DWORD(value);
             }
             if (error.empty())
                 break;
             fmt::print("{}\n", error);
         }
-        if (!input_file.empty())
-            fmt::print("\n");
     }
 
     change_user_records(kind, [&](std::vector<RECORD>& records, std::string&) {
@@ -261,9 +389,29 @@ void add(const KIND<RECORD>& kind, const std::string& input_file)
     fmt::print("added: {}\n", record_text(record));
 }
 
+// Refuses an index that is not one of the `count` user records of `kind`.
 template <class RECORD>
-void remove(const KIND<RECORD>& kind, std::size_t index)
+std::string index_refusal(const KIND<RECORD>& kind, const std::string& index, std::size_t count)
 {
+    if (count == 0)
+        return fmt::format("there are no user {} records to remove (index {})", kind.label, index);
+    return fmt::format("index {} is not one of the {} user {} records (0 to {}; see 'moxdev hps list {}')", index,
+                       count, kind.label, count - 1, kind.label);
+}
+
+template <class RECORD>
+void remove(const KIND<RECORD>& kind, const std::string& index_text)
+{
+    // Decimal digits only: a sign or anything else is no index.
+    const std::size_t count = user_records(kind).size();
+    std::size_t index = 0;
+    const bool digits = !index_text.empty() && index_text.size() < 10 &&
+                        index_text.find_first_not_of("0123456789") == std::string::npos;
+    if (digits)
+        index = std::stoul(index_text);
+    if (!digits || index >= count)
+        throw USER_ERROR{index_refusal(kind, index_text, count)};
+    // Another process may have changed the records since: checked again.
     change_user_records(kind, [&](std::vector<RECORD>& records, std::string& refusal) {
         if (index >= records.size()) {
             refusal = fmt::format("index {} is not one of the {} user {} records", index, records.size(), kind.label);
@@ -285,16 +433,46 @@ void clear(const KIND<RECORD>& kind)
     fmt::print("removed every user {} record\n", kind.label);
 }
 
+constexpr std::size_t HPS_DESCRIPTOR_COUNT = sizeof MOXDEV_HPS_DESCRIPTORS / sizeof MOXDEV_HPS_DESCRIPTORS[0];
+
+// "0x4BA00477 (descriptor 0), ..." : the IDCODEs that select a descriptor.
+std::string known_idcodes()
+{
+    std::string text;
+    for (std::size_t d = 0; d < HPS_DESCRIPTOR_COUNT; ++d)
+        text += fmt::format("{}0x{:08X} (descriptor {})", d ? ", " : "", MOXDEV_HPS_DESCRIPTORS[d].word[0], d);
+    return text;
+}
+
+// Without an IDCODE: the IDCODEs the descriptors answer to.
+void list_idcodes()
+{
+    if (json_output) {
+        JSON entries = JSON::array();
+        for (std::size_t d = 0; d < HPS_DESCRIPTOR_COUNT; ++d)
+            entries.push_back({{"idcode", MOXDEV_HPS_DESCRIPTORS[d].word[0]}, {"descriptor", d}});
+        print_json(entries);
+        return;
+    }
+    fmt::print("{:<10}  descriptor\n", "IDCODE");
+    for (std::size_t d = 0; d < HPS_DESCRIPTOR_COUNT; ++d)
+        fmt::print("0x{:08X}  {}\n", MOXDEV_HPS_DESCRIPTORS[d].word[0], d);
+}
+
 void select(const std::string& text)
 {
+    if (text.empty()) {
+        list_idcodes();
+        return;
+    }
     DWORD id = 0;
     if (!MOX_COMMON::convert_string_to_dword(text.find("0x") == 0 || text.find("0X") == 0 ? text : "0x" + text, id))
-        throw USER_ERROR{"'" + text + "' is not a hexadecimal JTAG IDCODE"};
+        throw USER_ERROR{"'" + text + "' is not a hexadecimal JTAG IDCODE; known: " + known_idcodes()};
     MOXDEV_HPS_MGR* mgr = MOXDEV_HPS_MGR::get_mgr();
     if (!mgr->set_current_hps(id))
-        throw USER_ERROR{fmt::format("no HPS descriptor has the IDCODE 0x{:08X}", id)};
+        throw USER_ERROR{fmt::format("no HPS descriptor has the IDCODE 0x{:08X}; known: {}", id, known_idcodes())};
     const MOXDEV_HPS_STRUCTURE* hps = mgr->get_current_hps();
-    const int descriptor = hps == &MOXDEV_HPS_DESCRIPTORS[0] ? 0 : 1;
+    const std::size_t descriptor = std::size_t(hps - MOXDEV_HPS_DESCRIPTORS);
     if (json_output) {
         // A word the HPS does not have is null.
         JSON words = JSON::object();
@@ -330,8 +508,7 @@ void add_hps_commands(CLI::App& app)
     CLI::App* hps = app.add_subcommand("hps", "HPS descriptors and the NAND/SPI flash parts an HPS boots from");
     hps->require_subcommand(1);
 
-    static std::string kind, input, id;
-    static std::size_t index = 0;
+    static std::string kind, input, id, index;
     auto kind_option = [](CLI::App* command) {
         command->add_option("KIND", kind, "nand or spi")->required()->check(CLI::IsMember({"nand", "spi"}, CLI::ignore_case));
     };
@@ -342,14 +519,16 @@ void add_hps_commands(CLI::App& app)
 
     CLI::App* add_command = hps->add_subcommand("add", "Add a user flash part, asking for each parameter");
     add_command->footer("Each parameter is asked with its prompt and checked; a refused answer is explained and "
-                        "asked again. Answers come from the terminal, standard input or --input.");
+                        "asked again. Answers come from the terminal, standard input or --input; answers that do "
+                        "not come from the terminal are shown after their prompt. A number may be written as the "
+                        "prompt writes it (64k for 65536).");
     kind_option(add_command);
     add_command->add_option("--input", input, "Read the answers from this file, one per line");
     add_command->callback([] { with_kind(kind, [](const auto& k) { add(k, input); }); });
 
     CLI::App* remove_command = hps->add_subcommand("remove", "Remove one user flash part (its index in 'hps list')");
     kind_option(remove_command);
-    remove_command->add_option("INDEX", index, "Index of the user record")->required();
+    remove_command->add_option("INDEX", index, "Index of the user record (0 for the first)")->required();
     remove_command->callback([] { with_kind(kind, [](const auto& k) { remove(k, index); }); });
 
     CLI::App* clear_command = hps->add_subcommand("clear", "Remove every user flash part of a kind");
@@ -357,8 +536,9 @@ void add_hps_commands(CLI::App& app)
     clear_command->callback([] { with_kind(kind, [](const auto& k) { clear(k); }); });
 
     CLI::App* select_command = hps->add_subcommand(
-        "select", "Show the HPS descriptor that a JTAG IDCODE selects, word by word");
-    select_command->add_option("IDCODE", id, "JTAG IDCODE in hex, e.g. 4BA00477")->required();
+        "select", "Show the HPS descriptor that a JTAG IDCODE selects, word by word (no IDCODE: list them)");
+    select_command->add_option("IDCODE", id, "JTAG IDCODE in hex, e.g. 4BA00477; without it the known IDCODEs "
+                                             "are listed");
     add_json_verb(select_command, [] { select(id); });
 }
 

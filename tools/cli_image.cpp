@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <map>
@@ -24,8 +25,11 @@ enum class IMAGE_KIND { AUTO, GRAMMAR, OPN };
 
 std::vector<BYTE> read_image(const std::string& file)
 {
+    std::error_code error;
+    if (std::filesystem::is_directory(file, error))
+        throw USER_ERROR{"'" + file + "' is a directory; name an image file, e.g. '" + file + "/grammar.img'"};
     std::ifstream in(file, std::ios::binary);
-    if (!in)
+    if (file.empty() || !in)
         throw USER_ERROR{"cannot read '" + file + "'"};
     std::vector<BYTE> image{std::istreambuf_iterator<char>(in), {}};
     if (image.size() < 10 || std::memcmp(image.data(), "MOXDEV_DDB", 10) != 0)
@@ -230,6 +234,12 @@ void image_check(const std::string& file, IMAGE_KIND kind, bool list)
 
 void image_build(const std::string& dir)
 {
+    // An empty name would put the files at the root of the file system.
+    if (dir.empty())
+        throw USER_ERROR{"no directory given (DIR is empty)"};
+    std::error_code error;
+    if (std::filesystem::exists(dir, error) && !std::filesystem::is_directory(dir, error))
+        throw USER_ERROR{"'" + dir + "' is not a directory"};
     const moxdev_images::IMAGES images = moxdev_images::build_images();
     std::vector<std::string> lines;
     try {

@@ -4,6 +4,7 @@
 // argument), 2 internal error (a damaged database or table, a broken build).
 // Every error is one line on standard error that starts with "moxdev: ".
 #include "cli.h"
+#include "suggest.h"
 
 #include "moxdev/moxdev.h"
 
@@ -70,9 +71,18 @@ void report_usage_error(const CLI::App& app, const CLI::ParseError& error, int a
     std::string message = error.what();
     if (needs_subcommand && argc > depth + 1) {
         const std::string word = argv[depth + 1];
+        std::vector<std::string> known;
         std::string names;
-        for (const CLI::App* sub : command->get_subcommands([](const CLI::App*) { return true; }))
+        for (const CLI::App* sub : command->get_subcommands([](const CLI::App*) { return true; })) {
+            known.push_back(sub->get_name());
             names += (names.empty() ? "" : ", ") + sub->get_name();
+        }
+        // A near miss names the command meant; anything else lists them all.
+        const std::string guess = word[0] == '-' ? "" : moxdev_cli::did_you_mean(word, known);
+        if (!guess.empty()) {
+            std::fprintf(stderr, "moxdev: unknown command '%s'%s\n", word.c_str(), guess.c_str());
+            return;
+        }
         message = word[0] == '-' ? fmt::format("'{}' is not an option of '{}'", word, path)
                                  : fmt::format("'{}' is not a subcommand of '{}' ({})", word, path, names);
     }
@@ -92,9 +102,20 @@ int main(int argc, char** argv)
     moxdev_cli::add_naming_commands(app);
     moxdev_cli::add_image_commands(app);
     moxdev_cli::add_hps_commands(app);
-    // Set last, so that the commands do not inherit it.
-    app.footer("Databases are found below $MOXDEV_DEVICE_DB_DIR (default: the installed data), the part list "
-               "below $MOXDEV_INSTALL_DIR.\nExit status: 0 success, 1 usage error or bad input, 2 internal error.");
+    moxdev_cli::add_completion_commands(app);
+    // Set last, so that the commands do not inherit it. Headings alone on
+    // their line, the items indented below: help2man makes sections of them.
+    app.footer("Every command has --help. Shell completion: moxdev completion bash|zsh.\n"
+               "\n"
+               "Environment:\n"
+               "  MOXDEV_DEVICE_DB_DIR   where the databases are (default: the installed data)\n"
+               "  MOXDEV_INSTALL_DIR     where the part list is (default: the installed data)\n"
+               "  MOXDEV_MODULE_DIR      where mox_flash.ini, the user's HPS flash parts, is\n"
+               "\n"
+               "Exit status:\n"
+               "  0   success\n"
+               "  1   usage error or bad input\n"
+               "  2   internal error (a damaged database or build product)");
 
     try {
         app.parse(argc, argv);
