@@ -1,6 +1,7 @@
 // moxdev device: the device information database.
 #include "cli.h"
 #include "cli_names.h"
+#include "cli_paths.h"
 #include "cli_json.h"
 #include "suggest.h"
 
@@ -15,20 +16,10 @@
 #include <memory>
 #include <type_traits>
 
-#include <unistd.h>
 
 namespace moxdev_cli {
 
 namespace {
-
-// A path as the file system resolves it, for messages that must say exactly
-// where a file was looked for.
-std::string full_path(const std::string& path)
-{
-    std::error_code error;
-    const std::filesystem::path absolute = std::filesystem::absolute(path, error);
-    return error ? path : absolute.lexically_normal().string();
-}
 
 // The device database file; a missing one is a setting to correct, so it is
 // refused before the manager, which takes it for a damaged installation.
@@ -521,8 +512,9 @@ void check_output_file(const std::string& out)
     const fs::path parent = fs::path(out).parent_path();
     if (!parent.empty() && !fs::is_directory(parent, error))
         throw USER_ERROR{"cannot write '" + out + "': there is no directory '" + parent.string() + "'"};
-    if (::access(parent.empty() ? "." : parent.c_str(), W_OK | X_OK) != 0)
-        throw USER_ERROR{"cannot write '" + out + "': the directory is not writable"};
+    std::string reason;
+    if (!can_create_file_in(parent.string(), reason))
+        throw USER_ERROR{"cannot write '" + out + "': the directory is not writable (" + reason + ")"};
 }
 
 void device_generate(const std::string& csv, const std::string& out)

@@ -2,6 +2,7 @@
 // flash definition.
 #include "cli.h"
 #include "cli_flash.h"
+#include "cli_paths.h"
 #include "cli_json.h"
 #include "suggest.h"
 
@@ -83,13 +84,10 @@ public:
     {
         m_enable_all = every_record;
         const std::string file = gen_get_device_db_fullpath() + "/programmer/mox_flash.pcf";
-        if (!FIO_FILE_SYSTEM::exists(file.c_str())) {
-            std::error_code error;
-            const std::filesystem::path full = std::filesystem::absolute(file, error);
-            throw USER_ERROR{"the flash database " + (error ? file : full.lexically_normal().string()) +
+        if (!FIO_FILE_SYSTEM::exists(file.c_str()))
+            throw USER_ERROR{"the flash database " + full_path(file) +
                              " does not exist; MOXDEV_DEVICE_DB_DIR names the directory that holds "
                              "programmer/mox_flash.pcf"};
-        }
         initialize_flash_database(file);
         m_device_count = 1;
         m_device_to_flash_map = std::make_shared<std::vector<DWORD>>(1, INVALID_DWORD);
@@ -670,15 +668,9 @@ void flash_generate(const std::string& csv, const std::string& out)
     const std::string directory = parent.empty() ? "." : parent.string();
     if (!std::filesystem::is_directory(directory, error))
         throw USER_ERROR{"cannot write '" + out + "': the directory " + directory + " does not exist"};
-    // Whether a file can be made there is known only by making one (a
-    // read-only file system refuses even a privileged user); the database is
-    // written beside OUT and renamed over it, so a probe file beside it tells.
-    std::string probe = directory + "/.moxdev-probe-XXXXXX";
-    const int probe_file = ::mkstemp(probe.data());
-    if (probe_file < 0)
-        throw USER_ERROR{"cannot write '" + out + "': " + std::strerror(errno)};
-    ::close(probe_file);
-    ::unlink(probe.c_str());
+    std::string reason;
+    if (!can_create_file_in(directory, reason))
+        throw USER_ERROR{"cannot write '" + out + "': " + reason};
     check_flash_table(csv);
     MOXDEV_FLASH_MANAGER(false, 1, true, false).generate_flash_database(csv, out);
     FIO_FILE_SYSTEM::status(out.c_str(), &info);
