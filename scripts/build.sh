@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # Configures and builds one flavour of the project.
-#   scripts/build.sh [--sanitize] [--clang] [--werror] [--fuzz] [--tsan] [--build-dir DIR]
+#   scripts/build.sh [--sanitize] [--clang] [--werror] [--fuzz] [--tsan] [--coverage] [--build-dir DIR]
 #   --fuzz  the libFuzzer targets (fuzz/), everything instrumented, with Clang
 #   --tsan  everything built with ThreadSanitizer, of the tests only the threading test
+#   --coverage  everything built unoptimised with gcc --coverage (scripts/coverage.sh)
 # Prints the build directory on its last line.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -18,8 +19,10 @@ while [ $# -gt 0 ]; do
     --fuzz) options+=(-DMOXDEV_FUZZ=ON -DCMAKE_CXX_COMPILER=clang++-14 -DMOXDEV_BUILD_TESTS=OFF -DMOXDEV_BUILD_BENCH=OFF)
             build_dir=build-fuzz; fuzz=1 ;;
     --tsan) options+=(-DMOXDEV_TSAN=ON -DMOXDEV_BUILD_TESTS=OFF -DMOXDEV_BUILD_BENCH=OFF); build_dir=build-tsan ;;
+    --coverage) options+=(-DMOXDEV_COVERAGE=ON -DCMAKE_BUILD_TYPE=Debug -DMOXDEV_BUILD_BENCH=OFF)
+                build_dir=build-coverage ;;
     --build-dir) build_dir=$2; shift ;;
-    *) echo "usage: $0 [--sanitize] [--clang] [--werror] [--fuzz] [--tsan] [--build-dir DIR]" >&2; exit 1 ;;
+    *) echo "usage: $0 [--sanitize] [--clang] [--werror] [--fuzz] [--tsan] [--coverage] [--build-dir DIR]" >&2; exit 1 ;;
   esac
   shift
 done
