@@ -15,43 +15,24 @@
 namespace {
 
 constexpr int THREADS = 8;
-
-// Names of parts spread over the catalogue.
-std::vector<std::string> sample_names()
-{
-    std::vector<std::string> names;
-    const int end = std::min(DEV_PART_GENERIC, DEV_PART_MAX);
-    for (int part = DEV_PART_INVALID + 1; part < end; part += 997)
-        names.push_back(dstr_get_user_string(part));
-    return names;
-}
-
-// Every answer the naming queries give about `name`, in one text each.
-std::vector<std::string> answers_for(const std::string& name, DWORD opn_enum)
-{
-    std::vector<std::string> answers;
-    answers.push_back(MOXDEV_DEVICE_GRAMMAR_MGR::get_package_name(name, false));
-    answers.push_back(MOXDEV_DEVICE_GRAMMAR_MGR::get_mox_name(name, false, false));
-    answers.push_back(MOXDEV_DEVICE_GRAMMAR_MGR::get_family(name));
-    answers.push_back(MOXDEV_DEVICE_GRAMMAR_MGR::get_dev_part_pcf(name));
-    answers.push_back(MOXDEV_DEVICE_GRAMMAR_MGR::get_mox_part_pcf(answers[1]));
-    answers.push_back(MOXDEV_MGR::get_opn(opn_enum));
-    answers.push_back(MOXDEV_MGR::get_opn_from_hash(MOXDEV_MGR::get_opn_hash(name)));
-    answers.push_back(MOXDEV_MGR::get_possible_full_name(answers[0]));
-    answers.push_back(std::to_string(MOXDEV_MGR::get_opn_enum(name)));
-    return answers;
-}
-
-// Each thread asks about every name, starting at a different one, so that
-// different threads make different first queries.
 using ANSWERS = std::vector<std::vector<std::string>>;
 
-ANSWERS ask_all(const std::vector<std::string>& names, int first)
+// Every answer the naming queries give about each name, one text each. Each
+// thread starts at a different name, so that threads make different first
+// queries.
+ANSWERS ask_all(const std::vector<std::string>& names, std::size_t first)
 {
     ANSWERS answers(names.size());
     for (std::size_t k = 0; k < names.size(); ++k) {
         const std::size_t i = (first + k) % names.size();
-        answers[i] = answers_for(names[i], DWORD(i * 13));
+        const std::string& name = names[i];
+        const std::string package = MOXDEV_DEVICE_GRAMMAR_MGR::get_package_name(name, false);
+        const std::string device = MOXDEV_DEVICE_GRAMMAR_MGR::get_mox_name(name, false, false);
+        answers[i] = {package, device, MOXDEV_DEVICE_GRAMMAR_MGR::get_family(name),
+                      MOXDEV_DEVICE_GRAMMAR_MGR::get_dev_part_pcf(name),
+                      MOXDEV_DEVICE_GRAMMAR_MGR::get_mox_part_pcf(device), MOXDEV_MGR::get_opn(DWORD(i * 13)),
+                      MOXDEV_MGR::get_opn_from_hash(MOXDEV_MGR::get_opn_hash(name)),
+                      MOXDEV_MGR::get_possible_full_name(package), std::to_string(MOXDEV_MGR::get_opn_enum(name))};
     }
     return answers;
 }
@@ -60,7 +41,10 @@ ANSWERS ask_all(const std::vector<std::string>& names, int first)
 
 TEST(Threads, FirstNamingQueriesFromManyThreadsAgree)
 {
-    const std::vector<std::string> names = sample_names();
+    // Parts spread over the catalogue.
+    std::vector<std::string> names;
+    for (int part = DEV_PART_INVALID + 1; part < DEV_PART_GENERIC; part += 997)
+        names.push_back(dstr_get_user_string(part));
     ASSERT_GE(names.size(), 8u);
 
     std::vector<ANSWERS> results(THREADS);
@@ -93,9 +77,7 @@ TEST(Threads, FirstNamingQueriesFromManyThreadsAgree)
     }
     // The answers are real ones, not empty results of a half-built table.
     for (std::size_t i = 0; i < names.size(); ++i) {
-        std::string upper_name = names[i];
-        stl_toupper(upper_name);
-        EXPECT_EQ(expected[i][6], upper_name) << "the hash of a part leads back to it";
+        EXPECT_EQ(expected[i][6], names[i]) << "the hash of a part leads back to it";
         EXPECT_NE(expected[i][1], "");
         EXPECT_NE(expected[i][7], "");
     }
