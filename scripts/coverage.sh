@@ -34,7 +34,7 @@ printf '%-10s %22s %22s\n' folder lines functions
 for folder in moxdev host tools all; do
   filter=("--filter" "$folder/")
   [ "$folder" = all ] && filter=(--filter 'moxdev/' --filter 'host/' --filter 'tools/')
-  gcovr --root . --add-tracefile "$trace" "${filter[@]}" --print-summary -o /dev/null |
+  gcovr --root . --add-tracefile "$trace" "${filter[@]}" --print-summary |
     awk -v folder="$folder/" '
       function figure() { gsub(/[()]/, ""); return sprintf("%s of %s  %6s", $3, $6, $2) }
       /^lines:/     { lines = figure() }

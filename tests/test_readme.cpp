@@ -14,34 +14,8 @@ namespace {
 
 struct EXAMPLE {
     std::string command;
-    std::vector<std::string> expected;
+    std::vector<std::string> expected, got;
 };
-
-struct BLOCK {
-    int line = 0;
-    std::vector<EXAMPLE> examples;
-};
-
-std::vector<BLOCK> console_blocks(const std::string& readme)
-{
-    std::vector<BLOCK> blocks;
-    std::istringstream in(readme);
-    std::string line;
-    bool inside = false;
-    for (int number = 1; std::getline(in, line); ++number) {
-        if (!inside && line == "```console") {
-            inside = true;
-            blocks.push_back(BLOCK{number, {}});
-        } else if (inside && line == "```") {
-            inside = false;
-        } else if (inside && line.compare(0, 2, "$ ") == 0) {
-            blocks.back().examples.push_back(EXAMPLE{line.substr(2), {}});
-        } else if (inside && !blocks.back().examples.empty()) {
-            blocks.back().examples.back().expected.push_back(line);
-        }
-    }
-    return blocks;
-}
 
 // Whether `actual` lines match `expected`, where "..." matches any run.
 bool matches(const std::vector<std::string>& expected, std::size_t e, const std::vector<std::string>& actual,
@@ -58,57 +32,61 @@ bool matches(const std::vector<std::string>& expected, std::size_t e, const std:
     return a < actual.size() && expected[e] == actual[a] && matches(expected, e + 1, actual, a + 1);
 }
 
-std::vector<std::string> lines_of(const std::string& text)
+// Runs the examples of one block, a marker line before each one's output.
+void run_block(std::vector<EXAMPLE>& examples)
 {
-    std::vector<std::string> lines;
-    std::istringstream in(text);
-    std::string line;
-    while (std::getline(in, line))
-        lines.push_back(line);
-    return lines;
+    TEMP_DIR dir;
+    std::filesystem::create_directory_symlink(source_path("data"), dir.file("data"));
+    std::filesystem::create_directories(dir.file("module"));
+    std::string script = "cd '" + dir.path() + "' && export PATH='" +
+                         std::filesystem::path(MOXDEV_CLI).parent_path().string() + "':\"$PATH\" MOXDEV_MODULE_DIR='" +
+                         dir.file("module") + "'\n";
+    for (std::size_t i = 0; i < examples.size(); ++i)
+        script += "echo '@@@ " + std::to_string(i) + "'\n" + examples[i].command + " 2>&1\n";
+    write_text(dir.file("script.sh"), script);
+    std::string output;
+    run_command("sh '" + dir.file("script.sh") + "'", output, true);
+    std::istringstream in(output);
+    EXAMPLE* current = nullptr;
+    for (std::string line; std::getline(in, line);) {
+        if (line.compare(0, 4, "@@@ ") == 0)
+            current = &examples.at(std::stoul(line.substr(4)));
+        else if (current != nullptr)
+            current->got.push_back(line);
+    }
 }
 
 } // namespace
 
 TEST(Readme, EveryExampleRunsAsShown)
 {
-    const std::vector<BLOCK> blocks = console_blocks(read_text(source_path("README.md")));
-    ASSERT_GE(blocks.size(), 5u);
-    const std::string bin = std::filesystem::path(MOXDEV_CLI).parent_path().string();
-    std::size_t examples = 0;
-    for (const BLOCK& block : blocks) {
-        TEMP_DIR dir;
-        std::filesystem::create_directory_symlink(source_path("data"), dir.file("data"));
-        std::filesystem::create_directories(dir.file("module"));
-        // One shell per block, a marker line before each command's output.
-        std::string script = "cd '" + dir.path() + "' && export PATH='" + bin + "':\"$PATH\" MOXDEV_MODULE_DIR='" +
-                             dir.file("module") + "'\n";
-        for (std::size_t i = 0; i < block.examples.size(); ++i)
-            script += "echo '@@@ " + std::to_string(i) + "'\n" + block.examples[i].command + " 2>&1\n";
-        write_text(dir.file("script.sh"), script);
-        std::string output;
-        run_command("sh '" + dir.file("script.sh") + "'", output, true);
-
-        std::vector<std::vector<std::string>> results(block.examples.size());
-        int current = -1;
-        for (const std::string& line : lines_of(output)) {
-            if (line.compare(0, 4, "@@@ ") == 0)
-                current = std::stoi(line.substr(4));
-            else if (current >= 0)
-                results[std::size_t(current)].push_back(line);
-        }
-        for (std::size_t i = 0; i < block.examples.size(); ++i) {
-            const EXAMPLE& example = block.examples[i];
-            EXPECT_TRUE(matches(example.expected, 0, results[i], 0))
-                << "README.md block at line " << block.line << ": $ " << example.command << "\n--- got:\n"
-                << [&] {
-                       std::string got;
-                       for (const std::string& line : results[i])
-                           got += line + "\n";
-                       return got;
-                   }();
-            ++examples;
+    std::istringstream in(read_text(source_path("README.md")));
+    std::vector<EXAMPLE> block;
+    std::size_t blocks = 0, examples = 0;
+    int start = 0;
+    std::string line;
+    for (int number = 1; std::getline(in, line); ++number) {
+        if (start == 0 && line == "```console") {
+            start = number;
+            block.clear();
+        } else if (start != 0 && line == "```") {
+            run_block(block);
+            for (const EXAMPLE& example : block) {
+                std::string got;
+                for (const std::string& shown : example.got)
+                    got += shown + "\n";
+                EXPECT_TRUE(matches(example.expected, 0, example.got, 0))
+                    << "README.md block at line " << start << ": $ " << example.command << "\n--- got:\n" << got;
+            }
+            start = 0;
+            ++blocks;
+            examples += block.size();
+        } else if (start != 0 && line.compare(0, 2, "$ ") == 0) {
+            block.push_back(EXAMPLE{line.substr(2), {}, {}});
+        } else if (start != 0 && !block.empty()) {
+            block.back().expected.push_back(line);
         }
     }
+    EXPECT_GE(blocks, 5u);
     EXPECT_GE(examples, 15u);
 }
