@@ -1,225 +1,233 @@
-// The serial flash database: generation, loading with switches and defaults,
-// binding chain devices by ID bytes, and the accessors.
+// The serial flash database: generation, loading with switches, binding chain
+// devices by ID bytes, the accessors, every refusal; and the user flash: its
+// printable encoding, the version-bound check value, the loader's acceptance
+// rules and the interactive definition.
 #include "flash_test_support.h"
 
-#include <filesystem>
-#include <memory>
+#include <zlib.h>
+
+#include <functional>
+#include <sstream>
 
 using namespace moxdev_test;
 
-TEST(FlashGeneration, WritesTheContainerAndReadsBack)
+namespace {
+
+// Reference implementations, written from the format's description.
+WORD crc16_xmodem(const std::string& bytes)
+{
+    WORD crc = 0;
+    for (unsigned char c : bytes) {
+        crc ^= WORD(c << 8);
+        for (int bit = 0; bit < 8; ++bit)
+            crc = WORD(crc & 0x8000 ? (crc << 1) ^ 0x1021 : crc << 1);
+    }
+    return crc;
+}
+
+std::string check_value(const std::string& text, const std::string& version_text)
+{
+    const WORD version_crc = crc16_xmodem(version_text);
+    const std::size_t group_size = (text.size() + 7) / 8;
+    std::string result;
+    for (std::size_t group = 0; group < 8; ++group) {
+        std::string buffer(group_size, '\0');
+        for (std::size_t i = group, k = 0; i < text.size(); i += 8, ++k)
+            buffer[k] = char(text[i] ^ (i % 2 ? version_crc >> 8 : version_crc & 0xFF));
+        const WORD crc = crc16_xmodem(buffer);
+        for (BYTE byte : {BYTE(crc), BYTE(crc >> 8)})
+            result += char(byte >= 'A' && byte <= 'Z' ? byte : byte % 26 + 'A');
+    }
+    return result;
+}
+
+std::string check_value(const std::string& text)
+{
+    const DWORD index = ver_get_current_version_index_number();
+    std::string version = "Nimbrel Version: " + ver_get_version() + " ";
+    if ((index & 0xFF) != 0)
+        version += "SP" + std::to_string(index & 0xFF) + " ";
+    return check_value(text, version + "Build " + std::to_string((index >> 8) & 0xFFFF));
+}
+
+std::string six_bit_text(const BYTES& bytes)
+{
+    const char* alphabet = "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz@-";
+    std::string text;
+    for (std::size_t bit = 0; bit < bytes.size() * 8; bit += 6) {
+        int value = 0;
+        for (int i = 0; i < 6 && bit + i < bytes.size() * 8; ++i)
+            value |= ((bytes[(bit + i) / 8] >> ((bit + i) % 8)) & 1) << i;
+        text += alphabet[value];
+    }
+    return text;
+}
+
+BYTES deflated(const std::string& text, int level)
+{
+    uLongf length = ::compressBound(uLong(text.size()));
+    BYTES bytes(length);
+    ::compress2(bytes.data(), &length, reinterpret_cast<const BYTE*>(text.data()), uLong(text.size()), level);
+    bytes.resize(length);
+    return bytes;
+}
+
+const MOXDEV_FLASH_MANAGER CODEC(false, 1, true, false);
+
+const std::string DEFINITION =
+    "@ACME@CHIP1@0@25@2@186@1@32@0@32@1@NONE@0@1@0@0@0@1@1@268435456@65536@0@1@400@3@1800@92@92@0@4@5@1@3.3V@";
+
+// The user flash value of `definition` with its right check value.
+std::string value_of(const std::string& definition)
+{
+    return CODEC.encode_ini(definition + "#" + check_value(definition) + ";");
+}
+
+std::string replace_field(std::string definition, int field, const std::string& text)
+{
+    std::size_t start = 0;
+    for (int i = 0; i <= field; ++i)
+        start = definition.find('@', start) + 1;
+    return definition.replace(start, definition.find('@', start) - start, text);
+}
+
+// A one-record table (a chip with the same ID as DEFINITION) to load the user
+// flash against.
+class UserFlash : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        FLASH_TABLE table;
+        table.add({{"device_name", "TABLECHIP"}, {"memory_id", "0x19"}});
+        table.install(dir);
+    }
+
+    // Loads with `value` as the user flash; `output` is what loading printed.
+    std::unique_ptr<MOXDEV_FLASH_MANAGER> load(const std::string& value, bool debug, std::string& output)
+    {
+        SCOPED_ENV user("MOX_SUPPORT_EXT_SPI_DEV", value.c_str());
+        SCOPED_ENV debug_switch("MOX_SUPPORT_EXT_SPI_DEV_DEBUG", debug ? "1" : nullptr);
+        testing::internal::CaptureStdout();
+        auto manager = std::make_unique<MOXDEV_FLASH_MANAGER>(false, 1, false, false);
+        output = testing::internal::GetCapturedStdout();
+        return manager;
+    }
+
+    TEMP_DIR dir;
+    SCOPED_ENV db{"MOXDEV_DEVICE_DB_DIR", dir.path().c_str()};
+};
+
+const std::vector<std::string> ANSWERS = {
+    "acme", "chip1", "19", "2", "BA", "1", "20", "0", "n", "y", "n", "n", "n", "y",
+    "1", "256", "64", "400", "3", "1800", "5C", "5C", "0", "4", "5", "y", "3.3v"};
+
+std::string dialogue(const std::string& count, const std::vector<std::vector<std::string>>& chips)
+{
+    std::string input = count + "\n";
+    for (const auto& answers : chips)
+        for (const std::string& answer : answers)
+            input += answer + "\n";
+    std::istringstream in(input);
+    std::ostringstream out;
+    MOXDEV_FLASH_MANAGER(false, 1, true, false).gen_flash_ini(in, out);
+    return out.str();
+}
+
+std::vector<std::string> answers_with(std::size_t question, const std::string& answer)
+{
+    std::vector<std::string> answers = ANSWERS;
+    answers[question] = answer;
+    return answers;
+}
+
+using FIELDS = std::map<std::string, std::string>;
+
+FLASH_TABLE table_of(const std::vector<FIELDS>& records)
 {
     FLASH_TABLE table;
-    table.add({{"device_name", "ALPHA"}, {"manufacturer_name", "acme"}});
-    table.add({{"device_name", "BETA"}, {"memory_id", "0x19"}, {"device_bit_size", "268435456"}});
-    TEMP_DIR dir;
-    table.install(dir);
+    for (const FIELDS& record : records)
+        table.add(record);
+    return table;
+}
 
+} // namespace
+
+TEST(FlashDatabase, GeneratesTheContainerAndLoadsItWithItsSwitches)
+{
+    TEMP_DIR dir;
+    table_of({{{"device_name", "ALPHA"}, {"manufacturer_name", "acme"}, {"ini", "none"}},
+              {{"device_name", "BETA"}, {"memory_id", "0x19"}, {"device_bit_size", "268435456"}, {"ini", "QUAL_TEST"}}})
+        .install(dir);
     const BYTES file = read_bytes(dir.file("programmer/mox_flash.pcf"));
-    EXPECT_EQ(std::string(file.begin(), file.begin() + 8), "MOXIO_FM");
-    EXPECT_EQ(std::string(file.begin() + 8, file.begin() + 40), MOXDEV_FLASH_INFO_CSV_MD5);
-    EXPECT_EQ(file[file.size() - 1], 0);
-    EXPECT_EQ(file[file.size() - 2], 0);
+    EXPECT_EQ(std::string(file.begin(), file.begin() + 40), "MOXIO_FM" + MOXDEV_FLASH_INFO_CSV_MD5);
+    const WORD crc = MOXDEV_FLASH_MANAGER::calculate_crc16(file.data(), DWORD(file.size() - 2));
+    EXPECT_EQ(BYTES(file.end() - 2, file.end()), (BYTES{BYTE(crc), BYTE(crc >> 8)})) << "the trailer is the checksum";
     const BYTES payload = payload_of(file);
-    EXPECT_EQ(dword_at(payload, 0), 1u);
-    EXPECT_EQ(dword_at(payload, 4), 2u);
-    EXPECT_EQ(dword_at(payload, 8), TOTAL_DATABASE_MEMBER);
-    EXPECT_EQ(BYTES(payload.begin() + 12, payload.begin() + 18), (BYTES{0x02, 4, 'a', 'c', 'm', 'e'}));
+    // Version 1, two records of 33 fields, the first field as tag, length, text.
+    EXPECT_EQ(BYTES(payload.begin(), payload.begin() + 18),
+              (BYTES{1, 0, 0, 0, 2, 0, 0, 0, 33, 0, 0, 0, 0x02, 4, 'a', 'c', 'm', 'e'}));
     EXPECT_EQ(BYTES(payload.end() - 4, payload.end()), (BYTES{'E', 'N', 'D', '2'}));
 
+    // A record behind a switch loads only while the switch is on.
     SCOPED_ENV db("MOXDEV_DEVICE_DB_DIR", dir.path().c_str());
-    MOXDEV_FLASH_MANAGER manager(false, 2, false, false);
-    ASSERT_EQ(manager.get_flash_count(), 2u);
-    const MOXDEV_SFL_FLASH_INFO& beta = manager.get_flash_database()[1];
-    EXPECT_EQ(beta.device_name, "BETA");
-    EXPECT_EQ(beta.memory_id, 0x19);
-    EXPECT_EQ(beta.device_bit_size, 268435456u);
-    EXPECT_EQ(beta.memory_type_index, 1);
-    EXPECT_EQ(beta.asc_voltage, "3.3V");
-}
-
-TEST(FlashGeneration, RejectsMalformedTables)
-{
-    auto rejected = [](FLASH_TABLE table, const std::string& condition) {
-        TEMP_DIR dir;
-        EXPECT_INTERNAL_ERROR(table.install(dir), condition);
-        EXPECT_FALSE(std::filesystem::exists(dir.file("programmer/mox_flash.pcf")));
-    };
-    rejected(FLASH_TABLE(), "status && device_count > 0");
-
-    FLASH_TABLE lower_bool;
-    lower_bool.add({{"micron_flow", "true"}});
-    rejected(lower_bool, "string == \"FALSE\" || string == \"TRUE\"");
-    FLASH_TABLE blank;
-    blank.add({{"device_name", "TWO WORDS"}});
-    rejected(blank, "DWORD(svec.size()) == TOTAL_DATABASE_MEMBER");
-    FLASH_TABLE wrong_type;
-    wrong_type.add({});
-    wrong_type.types[2] = "BYTE";
-    rejected(wrong_type, "svec.at(i) == \"bool\"");
-    FLASH_TABLE wrong_name;
-    wrong_name.add({});
-    wrong_name.names[5] = "memory_tipe";
-    rejected(wrong_name, "temp == m_name_list[i]");
-    FLASH_TABLE short_units;
-    short_units.add({});
-    short_units.description[2].pop_back(); // line 4
-    rejected(short_units, "DWORD(svec.size()) == TOTAL_DATABASE_MEMBER");
-
-    // Names may be upper case and lines 2, 3 and 7 are free text.
-    FLASH_TABLE loose;
-    loose.add({});
-    for (std::string& name : loose.names)
-        stl_toupper(name);
-    loose.description[0] = {"free", "text"};
-    loose.description[5] = {"x"};
-    TEMP_DIR dir;
-    EXPECT_NO_THROW(loose.install(dir));
-}
-
-TEST(FlashLoad, SwitchesAndDefaults)
-{
-    FLASH_TABLE table;
-    table.add({{"device_name", "ALPHA"}, {"ini", "none"}});
-    table.add({{"device_name", "GATED"}, {"ini", "QUAL_TEST"}, {"memory_id", "0x19"}});
-    TEMP_DIR dir;
-    table.install(dir);
-    SCOPED_ENV db("MOXDEV_DEVICE_DB_DIR", dir.path().c_str());
-    {
-        SCOPED_ENV off("MOX_ALLOW_QUAL_TEST", nullptr);
-        MOXDEV_FLASH_MANAGER manager(false, 1, false, false);
-        EXPECT_EQ(manager.get_flash_count(), 1u);
-        EXPECT_EQ(manager.get_default_flash("gated"), nullptr);
+    for (const char* on : {static_cast<const char*>(nullptr), "yes"}) {
+        SCOPED_ENV qual("MOX_ALLOW_QUAL_TEST", on);
+        MOXDEV_FLASH_MANAGER manager(false, 2, false, false);
+        EXPECT_EQ(manager.get_flash_count(), on ? 2u : 1u);
+        const MOXDEV_SFL_FLASH_INFO* beta = manager.get_default_flash("beta");
+        ASSERT_EQ(beta != nullptr, on != nullptr);
+        EXPECT_TRUE(!beta || (beta->memory_id == 0x19 && beta->device_bit_size == 268435456u &&
+                              beta == manager.get_flash_database() + 1));
     }
-    SCOPED_ENV on("MOX_ALLOW_QUAL_TEST", "yes");
-    MOXDEV_FLASH_MANAGER manager(false, 1, false, false);
-    EXPECT_EQ(manager.get_flash_count(), 2u);
-    ASSERT_NE(manager.get_default_flash("gated"), nullptr);
-    EXPECT_EQ(manager.get_default_flash("gated")->memory_id, 0x19);
 
-    auto load_fails = [&](FLASH_TABLE bad, const std::string& condition) {
-        TEMP_DIR other;
-        bad.install(other);
-        SCOPED_ENV db_dir("MOXDEV_DEVICE_DB_DIR", other.path().c_str());
-        EXPECT_INTERNAL_ERROR(MOXDEV_FLASH_MANAGER(false, 1, false, false), condition);
-    };
-    FLASH_TABLE two_defaults;
-    two_defaults.add({{"device_name", "SAME"}});
-    two_defaults.add({{"device_name", "same"}, {"memory_id", "0x19"}});
-    load_fails(two_defaults, "!one_default");
-    FLASH_TABLE no_default;
-    no_default.add({{"device_name", "SAME"}, {"default_dev", "FALSE"}});
-    load_fails(no_default, "one_default");
-    // Switching off the default of a name whose other record stays enabled.
-    FLASH_TABLE gated_default;
-    gated_default.add({{"device_name", "SAME"}, {"ini", "QUAL_OFF"}});
-    gated_default.add({{"device_name", "SAME"}, {"default_dev", "FALSE"}});
-    load_fails(gated_default, "one_default");
-
-    FLASH_TABLE all_off;
-    all_off.add({{"ini", "QUAL_OFF"}});
-    TEMP_DIR empty_dir;
-    all_off.install(empty_dir);
-    SCOPED_ENV db_empty("MOXDEV_DEVICE_DB_DIR", empty_dir.path().c_str());
-    MOXDEV_FLASH_MANAGER empty(false, 1, false, false);
-    EXPECT_EQ(empty.get_flash_count(), 0u);
-    BYTE id[3] = {0x20, 0xBA, 0x18};
-    EXPECT_INTERNAL_ERROR(empty.flash_id_database_mapping(false, 0, id),
-                          "m_flash_database != NULL && m_flash_count > 0");
-}
-
-TEST(FlashLoad, FileChecks)
-{
-    FLASH_TABLE table;
-    table.add({});
-    TEMP_DIR dir;
-    table.install(dir);
-    const std::string path = dir.file("programmer/mox_flash.pcf");
-    SCOPED_ENV db("MOXDEV_DEVICE_DB_DIR", dir.path().c_str());
-    EXPECT_INTERNAL_ERROR(MOXDEV_FLASH_MANAGER(false, 0, false, false), "count > 0");
-
-    const BYTES good = read_bytes(path);
-    auto load_fails = [&](const BYTES& file, const std::string& condition) {
-        write_bytes(path, file);
-        EXPECT_INTERNAL_ERROR(MOXDEV_FLASH_MANAGER(false, 1, false, false), condition);
-    };
-    load_fails(BYTES(good.begin(), good.begin() + 46), "file_size > (8 + 32 + 4 + 2)");
-    BYTES id = good;
-    id[8] ^= 1;
-    load_fails(id, "Mismatch ID between flash file and reader");
-    BYTES payload = payload_of(good);
-    payload[0] = 7;
-    load_fails(make_database_file("MOXIO_FM", MOXDEV_FLASH_INFO_CSV_MD5, payload),
-               "Mismatch version between flash file and reader");
-    load_fails(make_database_file("MOXIO_DM", MOXDEV_FLASH_INFO_CSV_MD5, payload_of(good)),
-               "data[index++] == 'M' && data[index++] == 'O' && data[index++] == 'X' && "
-               "data[index++] == 'I' && data[index++] == 'O' && data[index++] == '_' && "
-               "data[index++] == 'F' && data[index++] == 'M'");
-    std::filesystem::remove(path);
-    EXPECT_INTERNAL_ERROR(MOXDEV_FLASH_MANAGER(false, 1, false, false),
-                          "FIO_FILE_SYSTEM::exists(flash_file.fullpath().c_str()) && "
-                          "FIO_FILE_SYSTEM::status(flash_file.fullpath().c_str(), &stat_info)");
+    // Names may be upper case and heading lines 2, 3 and 7 are free text.
+    FLASH_TABLE loose = table_of({{}});
+    for (std::string& name : loose.lines[1])
+        stl_toupper(name);
+    loose.lines[2] = {"free", "text"};
+    loose.lines[7] = {"x"};
+    TEMP_DIR other;
+    EXPECT_NO_THROW(loose.install(other));
 }
 
 TEST(FlashBinding, FirstMatchWinsInBothIdModes)
 {
-    FLASH_TABLE table;
-    table.add({{"device_name", "ANYTYPE"}, {"memory_id", "0x17"}, {"memory_type_index", "255"},
-               {"program_utime", "900"}});
-    table.add({{"device_name", "EXACT"}, {"memory_id", "0x18"}, {"program_utime", "700"}});
-    table.add({{"device_name", "SILICON1"}, {"silicon_id", "TRUE"}, {"memory_id", "0x14"},
-               {"memory_id_index", "0"}});
-    table.add({{"device_name", "SILICON2"}, {"silicon_id", "TRUE"}, {"memory_id", "0x14"},
-               {"memory_id_index", "0"}});
     TEMP_DIR dir;
-    table.install(dir);
+    table_of({{{"device_name", "ANYTYPE"}, {"memory_id", "0x17"}, {"memory_type_index", "255"},
+               {"program_utime", "900"}},
+              {{"device_name", "EXACT"}, {"memory_id", "0x18"}, {"program_utime", "700"}},
+              {{"device_name", "SILICON1"}, {"silicon_id", "TRUE"}, {"memory_id", "0x14"}, {"memory_id_index", "0"}},
+              {{"device_name", "SILICON2"}, {"silicon_id", "TRUE"}, {"memory_id", "0x14"}, {"memory_id_index", "0"}}})
+        .install(dir);
     SCOPED_ENV db("MOXDEV_DEVICE_DB_DIR", dir.path().c_str());
     MOXDEV_FLASH_MANAGER manager(false, 3, false, false);
 
-    BYTE any_type[3] = {0x20, 0x55, 0x17};
-    ASSERT_TRUE(manager.flash_id_database_mapping(false, 0, any_type));
-    EXPECT_EQ(manager.sfl_get_device_name(0), "ANYTYPE");
-    BYTE exact[3] = {0x20, 0xBA, 0x18};
-    ASSERT_TRUE(manager.flash_id_database_mapping(false, 1, exact));
-    EXPECT_EQ(manager.sfl_get_device_name(1), "EXACT");
-    exact[1] = 0xBB;
-    EXPECT_FALSE(manager.flash_id_database_mapping(false, 2, exact));
-    EXPECT_EQ(manager.get_flash_mapping_index(2, true), 4294967295u);
-    EXPECT_INTERNAL_ERROR(manager.get_flash_mapping_index(2, false), "index != INVALID_DWORD");
-    EXPECT_INTERNAL_ERROR(manager.sfl_get_program_utime(2), "index != INVALID_DWORD");
-    EXPECT_EQ(manager.sfl_get_chain_longest_program_utime(), 900u);
-
+    BYTE any_type[3] = {0x20, 0x55, 0x17}, exact[3] = {0x20, 0xBA, 0x18}, other[3] = {0x20, 0xBB, 0x18};
     BYTE silicon[1] = {0x14};
+    ASSERT_TRUE(manager.flash_id_database_mapping(false, 0, any_type));
+    ASSERT_TRUE(manager.flash_id_database_mapping(false, 1, exact));
+    EXPECT_FALSE(manager.flash_id_database_mapping(false, 2, other));
+    EXPECT_EQ(manager.get_flash_mapping_index(2, true), INVALID_DWORD);
+    EXPECT_EQ(manager.sfl_get_chain_longest_program_utime(), 900u) << "over the bound devices";
     ASSERT_TRUE(manager.flash_id_database_mapping(true, 2, silicon));
-    EXPECT_EQ(manager.sfl_get_device_name(2), "SILICON1");
+    EXPECT_EQ(manager.sfl_get_device_name(0) + " " + manager.sfl_get_device_name(1) + " " +
+                  manager.sfl_get_device_name(2),
+              "ANYTYPE EXACT SILICON1");
     // A counted ID that is too short for a record's index does not match it.
     EXPECT_FALSE(manager.flash_id_database_mapping(false, 2, exact, 2));
 
-    EXPECT_INTERNAL_ERROR(manager.flash_id_database_mapping(false, 3, exact), "device_index < m_device_count");
-    EXPECT_INTERNAL_ERROR(manager.sfl_get_memory_id(3),
-                          "m_device_to_flash_map != NULL && device < m_device_count && "
-                          "m_flash_database != NULL && m_flash_count > 0");
-    EXPECT_INTERNAL_ERROR(manager.set_flash_mapping_index(0, 4),
-                          "m_device_to_flash_map != NULL && device < m_device_count && "
-                          "m_flash_database != NULL && m_flash_count > 0 && index < m_flash_count");
     manager.set_flash_mapping_index(0, 3);
     EXPECT_EQ(manager.sfl_get_device_name(0), "SILICON2");
-
     // Copies share the binding.
     MOXDEV_FLASH_MANAGER copy(manager);
     EXPECT_EQ(copy.get_flash_database(), manager.get_flash_database());
     EXPECT_EQ(copy.sfl_get_device_name(1), "EXACT");
-
-    MOXDEV_FLASH_MANAGER unbound(false, 2, false, false);
-    EXPECT_INTERNAL_ERROR(unbound.sfl_get_chain_longest_program_utime(), "found");
 }
 
 TEST(FlashBinding, AccessorsReturnEveryFieldOfTheBoundRecord)
 {
-    FLASH_TABLE table;
-    table.add({});
     TEMP_DIR dir;
-    table.install(dir);
+    table_of({{}}).install(dir);
     SCOPED_ENV db("MOXDEV_DEVICE_DB_DIR", dir.path().c_str());
     MOXDEV_FLASH_MANAGER manager(false, 1, false, false);
     manager.set_flash_mapping_index(0, 0);
@@ -231,18 +239,235 @@ TEST(FlashBinding, AccessorsReturnEveryFieldOfTheBoundRecord)
     EXPECT_EQ(through_accessors.device_bit_size, 134217728u);
     EXPECT_EQ(through_accessors.bottom_value, 5);
     EXPECT_EQ(through_accessors.asc_voltage, "3.3V");
+
+    for (auto [value, power] : {std::pair{0u, false}, {1u, true}, {0x80000000u, true}, {6u, false}, {~0u, false}})
+        EXPECT_EQ(MOXDEV_FLASH_MANAGER::is_power_of_two(value), power) << value;
+    EXPECT_EQ(MOXDEV_FLASH_MANAGER::to_string(255, true) + MOXDEV_FLASH_MANAGER::to_string(INVALID_DWORD, false),
+              "-1-1");
+    EXPECT_EQ(MOXDEV_FLASH_MANAGER::to_string(255, false), "255");
+    EXPECT_EQ(MOXDEV_FLASH_MANAGER::to_string(0x80000000u, false), "-2147483648");
 }
 
-TEST(FlashHelpers, PowerOfTwoAndToString)
+// Every refusal of the database, its generation and its binding, with the
+// condition it reports.
+TEST(FlashDatabase, RefusalsReportTheirCondition)
 {
-    EXPECT_FALSE(MOXDEV_FLASH_MANAGER::is_power_of_two(0));
-    EXPECT_TRUE(MOXDEV_FLASH_MANAGER::is_power_of_two(1));
-    EXPECT_TRUE(MOXDEV_FLASH_MANAGER::is_power_of_two(0x80000000u));
-    EXPECT_FALSE(MOXDEV_FLASH_MANAGER::is_power_of_two(6));
-    EXPECT_FALSE(MOXDEV_FLASH_MANAGER::is_power_of_two(0xFFFFFFFFu));
-    EXPECT_EQ(MOXDEV_FLASH_MANAGER::to_string(255, true), "-1");
-    EXPECT_EQ(MOXDEV_FLASH_MANAGER::to_string(255, false), "255");
-    EXPECT_EQ(MOXDEV_FLASH_MANAGER::to_string(INVALID_DWORD, false), "-1");
-    EXPECT_EQ(MOXDEV_FLASH_MANAGER::to_string(0x80000000u, false), "-2147483648");
-    EXPECT_EQ(MOXDEV_FLASH_MANAGER::calculate_crc16(reinterpret_cast<const BYTE*>("abc"), 3), 0);
+    TEMP_DIR dir;
+    const std::string pcf = dir.file("programmer/mox_flash.pcf");
+    SCOPED_ENV db("MOXDEV_DEVICE_DB_DIR", dir.path().c_str());
+    const FLASH_TABLE typical = table_of({{}});
+    typical.install(dir);
+    MOXDEV_FLASH_MANAGER chain(false, 3, false, false); // nothing bound
+
+    // Generates `table` over the typical table's file and loads it; a refused
+    // generation keeps the earlier file.
+    auto load = [&](const FLASH_TABLE& table, DWORD devices = 1) {
+        typical.install(dir);
+        const BYTES earlier = read_bytes(pcf);
+        try {
+            table.install(dir);
+        } catch (const MSG_INTERNAL_ERROR&) {
+            EXPECT_EQ(read_bytes(pcf), earlier) << "the earlier file is kept";
+            throw;
+        }
+        return MOXDEV_FLASH_MANAGER(false, devices, false, false);
+    };
+    auto heading = [&](std::size_t line, std::size_t cell, const char* text) {
+        FLASH_TABLE table = typical;
+        table.lines[line][cell] = text;
+        return table;
+    };
+    auto damaged = [&](std::function<void(BYTES&)> damage) {
+        return [&, damage] {
+            typical.install(dir);
+            BYTES file = read_bytes(pcf);
+            damage(file);
+            write_bytes(pcf, file);
+            MOXDEV_FLASH_MANAGER(false, 1, false, false);
+        };
+    };
+    BYTE id[3] = {0x20, 0xBA, 0x18};
+    const std::string all_bound = "m_device_to_flash_map != NULL && device < m_device_count && "
+                                  "m_flash_database != NULL && m_flash_count > 0";
+
+    const struct {
+        const char* what;
+        std::function<void()> run;
+        std::string condition;
+    } cases[] = {
+        {"no records", [&] { load(table_of({})); }, "status && device_count > 0"},
+        {"a lower-case bool", [&] { load(table_of({{{"micron_flow", "true"}}})); },
+         "string == \"FALSE\" || string == \"TRUE\""},
+        {"a blank in a cell", [&] { load(table_of({{{"device_name", "TWO WORDS"}}})); },
+         "DWORD(svec.size()) == TOTAL_DATABASE_MEMBER"},
+        {"a wrong type", [&] { load(heading(0, 2, "BYTE")); }, "svec.at(i) == \"bool\""},
+        {"a wrong name", [&] { load(heading(1, 5, "memory_tipe")); }, "temp == m_name_list[i]"},
+        {"a short unit line", [&] { FLASH_TABLE table = typical; table.lines[4].pop_back(); load(table); },
+         "DWORD(svec.size()) == TOTAL_DATABASE_MEMBER"},
+        {"two defaults of a name",
+         [&] { load(table_of({{{"device_name", "SAME"}}, {{"device_name", "same"}, {"memory_id", "0x19"}}})); },
+         "!one_default"},
+        {"no default of a name", [&] { load(table_of({{{"device_name", "SAME"}, {"default_dev", "FALSE"}}})); },
+         "one_default"},
+        {"the default switched off, another record on", [&] {
+             load(table_of({{{"device_name", "SAME"}, {"ini", "QUAL_OFF"}},
+                            {{"device_name", "SAME"}, {"default_dev", "FALSE"}}}));
+         }, "one_default"},
+        {"a chain of no devices", [&] { load(typical, 0); }, "count > 0"},
+        {"binding with every record off",
+         [&] { load(table_of({{{"ini", "QUAL_OFF"}}})).flash_id_database_mapping(false, 0, id); },
+         "m_flash_database != NULL && m_flash_count > 0"},
+        {"a cut file", damaged([](BYTES& file) { file.resize(46); }), "file_size > (8 + 32 + 4 + 2)"},
+        {"another identifier", damaged([](BYTES& file) { file[8] ^= 1; }), "Mismatch ID between flash file and reader"},
+        {"another version", damaged([](BYTES& file) {
+             BYTES payload = payload_of(file);
+             payload[0] = 7;
+             file = make_database_file("MOXIO_FM", MOXDEV_FLASH_INFO_CSV_MD5, payload);
+         }),
+         "Mismatch version between flash file and reader"},
+        {"another magic", damaged([](BYTES& file) {
+             file = make_database_file("MOXIO_DM", MOXDEV_FLASH_INFO_CSV_MD5, payload_of(file));
+         }),
+         "data[index++] == 'M' && data[index++] == 'O' && data[index++] == 'X' && data[index++] == 'I' && "
+         "data[index++] == 'O' && data[index++] == '_' && data[index++] == 'F' && data[index++] == 'M'"},
+        {"no file", [&] { std::filesystem::remove(pcf); MOXDEV_FLASH_MANAGER(false, 1, false, false); },
+         "FIO_FILE_SYSTEM::exists(flash_file.fullpath().c_str()) && "
+         "FIO_FILE_SYSTEM::status(flash_file.fullpath().c_str(), &stat_info)"},
+        {"binding device 3 of 3", [&] { chain.flash_id_database_mapping(false, 3, id); },
+         "device_index < m_device_count"},
+        {"a field of device 3 of 3", [&] { chain.sfl_get_memory_id(3); }, all_bound},
+        {"binding record 1 of 1", [&] { chain.set_flash_mapping_index(0, 1); },
+         all_bound + " && index < m_flash_count"},
+        {"the record of an unbound device", [&] { chain.get_flash_mapping_index(2, false); }, "index != INVALID_DWORD"},
+        {"a field of an unbound device", [&] { chain.sfl_get_program_utime(2); }, "index != INVALID_DWORD"},
+        {"the longest time of an unbound chain", [&] { chain.sfl_get_chain_longest_program_utime(); }, "found"},
+        {"the check value of nothing", [&] { chain.gen_ini_password(""); }, "total_size > 0"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        EXPECT_INTERNAL_ERROR(c.run(), c.condition);
+    }
+}
+
+
+TEST(UserFlashEncoding, SixBitsPerCharacterAndAVersionBoundCheckValue)
+{
+    EXPECT_EQ(crc16_xmodem("123456789"), 0x31C3) << "the reference CRC itself";
+    const std::string text = DEFINITION + "#ABCDEFGHIJKLMNOP;";
+    EXPECT_EQ(CODEC.encode_ini(text), six_bit_text(deflated(text, Z_BEST_COMPRESSION)));
+    // Decoding does not depend on how the stream was compressed.
+    EXPECT_EQ(CODEC.decode_ini(six_bit_text(deflated(text, 1))), text);
+    EXPECT_EQ(six_bit_text(BYTES{0xFF, 0xFF, 0xFF}) + six_bit_text(BYTES{0x3E}), "----@0")
+        << "least significant bit first, 3 bytes give 4 characters";
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(CODEC.decode_ini("abc!def"), "");
+    EXPECT_EQ(CODEC.decode_ini("0000"), "");
+    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+              "Invalid INI decoding\nFail to generate INI because of decompression failure\n");
+
+    const std::string check = CODEC.gen_ini_password(DEFINITION);
+    EXPECT_EQ(check, check_value(DEFINITION));
+    EXPECT_TRUE(check.size() == 16 && check.find_first_not_of("ABCDEFGHIJKLMNOPQRSTUVWXYZ") == std::string::npos);
+    EXPECT_TRUE(CODEC.cmp_ini_password(check, DEFINITION));
+    EXPECT_FALSE(CODEC.cmp_ini_password(check, replace_field(DEFINITION, 25, "1900")));
+    EXPECT_NE(check_value(DEFINITION, "Nimbrel Version: 0.1 Build 2"), check);
+    EXPECT_EQ(CODEC.gen_ini_password("x").size(), 16u);
+}
+
+// A value is used only when it decodes, its check value is this version's and
+// every field is valid; a refused one is dropped silently unless the debug
+// switch asks for the reason.
+TEST_F(UserFlash, ValuesAreCheckedBeforeUse)
+{
+    const std::string foreign = check_value(DEFINITION, "Nimbrel Version: 0.1 SP2 Build 77");
+    const struct {
+        std::string value;
+        const char* field; // with its text, when the value is used
+        std::string text_or_reason;
+    } cases[] = {
+        {value_of(replace_field(DEFINITION, 1, "chip2")), "device_name", "CHIP2"},
+        {value_of(replace_field(DEFINITION, 19, "-2147483648")), "device_bit_size", "2147483648"},
+        {value_of(replace_field(DEFINITION, 3, "255")), "memory_id", "0xFF"},
+        // A text without its closing @ loses the last value.
+        {value_of(DEFINITION.substr(0, DEFINITION.size() - 1)), "asc_voltage", ""},
+        {value_of(replace_field(DEFINITION, 2, "Y")), nullptr, "Fail to check the validity of the INI\n"},
+        {value_of(replace_field(DEFINITION, 2, "true")), nullptr, "Fail to check the validity of the INI\n"},
+        {value_of(replace_field(DEFINITION, 3, "256")), nullptr, "Fail to check the validity of the INI\n"},
+        {value_of(replace_field(DEFINITION, 6, "-1")), nullptr, "Fail to check the validity of the INI\n"},
+        {CODEC.encode_ini(DEFINITION + "#" + foreign + ";"), nullptr, "Fail to compare INI password\n"},
+        {CODEC.encode_ini(DEFINITION + "#;"), nullptr, "Password : \n"},
+        {CODEC.encode_ini(DEFINITION + check_value(DEFINITION) + ";"), nullptr, "Definition : \n"},
+        {CODEC.encode_ini(DEFINITION + ";" + check_value(DEFINITION) + "#"), nullptr, "Definition : \n"},
+        {"not*a*value", nullptr, "Invalid INI decoding\n"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.value);
+        std::string output;
+        auto manager = load(c.value, false, output);
+        EXPECT_EQ(output, "");
+        ASSERT_EQ(manager->get_flash_count(), c.field ? 2u : 1u);
+        for (const auto& [name, text] : moxdev_flash_info_to_text(manager->get_flash_database()[0]))
+            EXPECT_TRUE(!c.field || name != c.field || text == c.text_or_reason) << name << " " << text;
+        if (!c.field) {
+            load(c.value, true, output);
+            EXPECT_NE(output.find(c.text_or_reason), std::string::npos) << output;
+        }
+    }
+}
+
+TEST_F(UserFlash, TheDialogueProducesALoadableValue)
+{
+    const std::string output = dialogue("1", {ANSWERS});
+    const std::string raw = DEFINITION + "#" + check_value(DEFINITION) + ";";
+    const std::size_t ini = output.find("INI : ");
+    ASSERT_NE(ini, std::string::npos) << output;
+    const std::string value = output.substr(ini + 6, output.find('\n', ini) - ini - 6);
+    EXPECT_EQ(CODEC.decode_ini(value), raw);
+    // It becomes record 0, ahead of the table's record of the same ID.
+    std::string load_output;
+    auto manager = load(value, false, load_output);
+    BYTE id[3] = {0x20, 0xBA, 0x19};
+    ASSERT_TRUE(manager->flash_id_database_mapping(false, 0, id));
+    EXPECT_EQ(manager->sfl_get_device_name(0) + " " + manager->get_flash_database()[1].device_name, "CHIP1 TABLECHIP");
+
+    // Two chips: two entries, of which the loader uses the first.
+    const std::string two = dialogue("2", {ANSWERS, answers_with(1, "chip2")});
+    EXPECT_NE(two.find("#" + check_value(replace_field(DEFINITION, 1, "CHIP2")) + ";\n"), std::string::npos) << two;
+}
+
+// A refused answer is explained and asked again; the dialogue then goes on
+// with the next answer and the value is made.
+TEST(UserFlashDialogue, EveryAnswerIsChecked)
+{
+    EXPECT_NE(dialogue("4", {}).find("Invalid input or too many flash to define"), std::string::npos);
+    EXPECT_NE(dialogue("zero", {}).find("Invalid input or too many"), std::string::npos);
+    const struct {
+        std::size_t question;
+        const char* answer;
+        const char* message; // null: accepted
+    } cases[] = {
+        {2, "0", "Invalid input"},    {2, "FE", nullptr},         {2, "FF", "Invalid input"},
+        {3, "3", "Invalid input"},    {15, "3", "Invalid input"}, {15, "2048", nullptr},
+        {15, "4096", "Invalid input"}, {16, "1024", nullptr},     {16, "2048", "Invalid input"},
+        {8, "yes", "Invalid input"},  {8, "Y", nullptr},          {17, "901", "Invalid input"},
+        {19, "999", "Invalid input"}, {23, "2", "Invalid input"}, {23, "20", nullptr},
+        {24, "8", "Invalid input"},   {14, "3", "Invalid input"}, {0, "", "Empty name or name too long"},
+        {1, "ABCDEFGHIJKLMNOPQRST", "Empty name or name too long"}, {1, "A@B", "Invalid input"},
+        {26, "", "Empty name or name too long"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(std::to_string(c.question) + " " + c.answer);
+        std::vector<std::string> answers = ANSWERS;
+        if (c.message == nullptr)
+            answers[c.question] = c.answer;
+        else // the refused answer, then the good one it is asked again for
+            answers.insert(answers.begin() + long(c.question), c.answer);
+        const std::string output = dialogue("1", {answers});
+        EXPECT_NE(output.find("INI : "), std::string::npos) << output;
+        EXPECT_NE(output.find(c.message ? std::string(c.message) + ":" : "INI"), std::string::npos) << output;
+    }
+    EXPECT_NE(dialogue("1", {answers_with(2, "fe")}).find("@254@"), std::string::npos);
+    EXPECT_NE(dialogue("1", {answers_with(15, "2048")}).find("@-2147483648@"), std::string::npos);
+    // Answers that end early end the dialogue without a value.
+    EXPECT_EQ(dialogue("1", {{"MAKER"}}).find("INI : "), std::string::npos);
 }
