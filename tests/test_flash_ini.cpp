@@ -15,7 +15,6 @@
 #include <csignal>
 #include <filesystem>
 #include <random>
-#include <sstream>
 #include <thread>
 
 using namespace moxdev_test;

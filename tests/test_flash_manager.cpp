@@ -318,6 +318,15 @@ TEST(FlashDatabase, RefusalsReportTheirCondition)
          [&] { load(table_of({{{"ini", "QUAL_OFF"}}})).flash_id_database_mapping(false, 0, id); },
          "m_flash_database != NULL && m_flash_count > 0"},
         {"a cut file", damaged([](BYTES& file) { file.resize(46); }), "file_size > (8 + 32 + 4 + 2)"},
+        // Sizes and counts the file cannot hold are refused before memory is set aside.
+        {"4 GiB announced", damaged([](BYTES& file) { std::fill(file.begin() + 40, file.begin() + 44, 0xFF); }),
+         "announced payload size exceeds what the compressed data can hold"},
+        {"a huge record count", damaged([](BYTES& file) {
+             BYTES payload = payload_of(file);
+             std::fill(payload.begin() + 4, payload.begin() + 8, 0xFF);
+             file = make_database_file("MOXIO_FM", MOXDEV_FLASH_INFO_CSV_MD5, payload);
+         }),
+         "record count exceeds what the payload can hold"},
         {"another identifier", damaged([](BYTES& file) { file[8] ^= 1; }), "Mismatch ID between flash file and reader"},
         {"another version", damaged([](BYTES& file) {
              BYTES payload = payload_of(file);
@@ -413,26 +422,6 @@ TEST_F(UserFlash, ValuesAreCheckedBeforeUse)
             EXPECT_NE(output.find(c.text_or_reason), std::string::npos) << output;
         }
     }
-}
-
-TEST_F(UserFlash, TheDialogueProducesALoadableValue)
-{
-    const std::string output = dialogue("1", {ANSWERS});
-    const std::string raw = DEFINITION + "#" + check_value(DEFINITION) + ";";
-    const std::size_t ini = output.find("INI : ");
-    ASSERT_NE(ini, std::string::npos) << output;
-    const std::string value = output.substr(ini + 6, output.find('\n', ini) - ini - 6);
-    EXPECT_EQ(CODEC.decode_ini(value), raw);
-    // It becomes record 0, ahead of the table's record of the same ID.
-    std::string load_output;
-    auto manager = load(value, false, load_output);
-    BYTE id[3] = {0x20, 0xBA, 0x19};
-    ASSERT_TRUE(manager->flash_id_database_mapping(false, 0, id));
-    EXPECT_EQ(manager->sfl_get_device_name(0) + " " + manager->get_flash_database()[1].device_name, "CHIP1 TABLECHIP");
-
-    // Two chips: two entries, of which the loader uses the first.
-    const std::string two = dialogue("2", {ANSWERS, answers_with(1, "chip2")});
-    EXPECT_NE(two.find("#" + check_value(replace_field(DEFINITION, 1, "CHIP2")) + ";\n"), std::string::npos) << two;
 }
 
 // A refused answer is explained and asked again; the dialogue then goes on

@@ -1,8 +1,7 @@
-// The stand-alone host services: configuration, paths, strings, numbers,
-// compression and the internal-error reporter.
+// The stand-alone host services: configuration switches, strings, numbers and
+// the internal-error reporter. (Paths, compression and notices are exercised
+// by every database test.)
 #include "test_support.h"
-
-#include <zlib.h>
 
 using namespace moxdev_test;
 
@@ -19,24 +18,6 @@ TEST(HostConfig, SwitchesReadTheEnvironmentAtEveryCall)
             EXPECT_EQ(cfg_is_on("MOX_ALLOW_TEST_SWITCH", fallback), on < 0 ? fallback : on == 1) << shown;
         EXPECT_EQ(cfg_get_value("MOX_ALLOW_TEST_SWITCH"), value ? value : "") << shown;
     }
-}
-
-TEST(HostPaths, EnvironmentOverridesAndBuiltInDefaults)
-{
-    {
-        SCOPED_ENV db("MOXDEV_DEVICE_DB_DIR", "/opt/db");
-        SCOPED_ENV install("MOXDEV_INSTALL_DIR", "/opt/install");
-        SCOPED_ENV module("MOXDEV_MODULE_DIR", "/opt/module");
-        EXPECT_EQ(gen_get_device_db_fullpath(), "/opt/db");
-        EXPECT_EQ(gen_get_install_fullpath(), "/opt/install");
-        EXPECT_EQ(gen_get_module_fullpath(), "/opt/module");
-    }
-    SCOPED_ENV db("MOXDEV_DEVICE_DB_DIR", nullptr);
-    SCOPED_ENV install("MOXDEV_INSTALL_DIR", nullptr);
-    // With nothing set, the build tree's own data is found.
-    EXPECT_TRUE(FIO_FILE_SYSTEM::exists(
-        (gen_get_device_db_fullpath() + "/programmer/mox_dev_info.pcf").c_str()));
-    EXPECT_TRUE(FIO_FILE_SYSTEM::exists((gen_get_install_fullpath() + "/h/mox_parts.txt").c_str()));
 }
 
 TEST(HostStrings, ConvertStringToDword)
@@ -67,24 +48,6 @@ TEST(HostStrings, TokenizeTrimCaseAndCompare)
     EXPECT_GT(gen_stricmp("KY", "kx100"), 0);
 }
 
-TEST(HostZlib, UncompressReportsShortAndLongStreamsByLength)
-{
-    const BYTES data(1000, 0x5A);
-    BYTES compressed(100);
-    DWORD compressed_size = DWORD(compressed.size());
-    ASSERT_EQ(zlib_compress(compressed.data(), &compressed_size, data.data(), DWORD(data.size())), ZLIB_OK);
-
-    // A stream longer than the buffer reports capacity + 1.
-    BYTES out(2000);
-    for (const auto& [capacity, reported] : {std::pair{2000u, 1000u}, {1000u, 1000u}, {999u, 1000u}}) {
-        DWORD size = capacity;
-        EXPECT_EQ(zlib_uncompress(out.data(), &size, compressed.data(), compressed_size), ZLIB_OK) << capacity;
-        EXPECT_EQ(size, reported) << capacity;
-    }
-    DWORD size = 2000;
-    EXPECT_NE(zlib_uncompress(out.data(), &size, compressed.data(), compressed_size - 3), ZLIB_OK) << "cut off";
-}
-
 TEST(HostMessages, InternalErrorCarriesConditionUnitAndLine)
 {
     try {
@@ -99,13 +62,3 @@ TEST(HostMessages, InternalErrorCarriesConditionUnitAndLine)
     }
 }
 
-TEST(HostNotices, NoticeIsAppendedToTheNoticesFile)
-{
-    TEMP_DIR dir;
-    SCOPED_ENV env("MOXDEV_NOTICES_FILE", dir.file("notices.txt").c_str());
-    EXPECT_TRUE(MOX_COMMON::send_auto_email_file("to@example", "subject one", "body one\n"));
-    EXPECT_TRUE(MOX_COMMON::send_auto_email_file("to@example", "subject two", "body two\n"));
-    const std::string text = read_text(dir.file("notices.txt"));
-    EXPECT_NE(text.find("subject one"), std::string::npos);
-    EXPECT_NE(text.find("body two"), std::string::npos);
-}

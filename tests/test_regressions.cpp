@@ -1,6 +1,6 @@
-// Inputs the fuzz targets found (fuzz/), and the bounds that keep every
-// reader's allocations proportional to its input.
-#include "flash_test_support.h"
+// Inputs the fuzz targets found (fuzz/), and the bound on what the user flash
+// value may inflate to.
+#include "test_support.h"
 
 #include <filesystem>
 
@@ -67,49 +67,6 @@ TEST_F(DamagedDatabase, DeviceRecordValueBeyondItsEnumerationIsRefused)
     device(unknown);
     DEV_INFO manager;
     EXPECT_INTERNAL_ERROR(manager.search_family(DEV_FAMILY_GENERIC, false), "id < DEV_FAMILY_MAX");
-}
-
-// A header can announce more than its file can hold, a count more records or
-// entries than the payload has: each reader refuses before setting memory aside.
-TEST_F(DamagedDatabase, AnnouncedSizesAndCountsAreCheckedAgainstTheFile)
-{
-    const std::string too_large = "announced payload size exceeds what the compressed data can hold";
-    const std::string too_many = "record count exceeds what the payload can hold";
-    auto announcing = [](const char* magic, const std::string& identifier) {
-        BYTES bytes = make_database_file(magic, identifier, BYTES(40, 0), 0xFFFFFFFF);
-        bytes.resize(100, 0);
-        return bytes;
-    };
-    FLASH_TABLE table;
-    table.add({});
-    table.install(dir);
-    BYTES flash_payload = payload_of(read_bytes(dir.file("programmer/mox_flash.pcf")));
-    put_dword(flash_payload, 4, 0xFFFFFFFF);
-    BYTES device_payload = shipped;
-    put_dword(device_payload, 4, 0x7FFFFFFF);
-
-    const std::tuple<const char*, BYTES, std::string> files[] = {
-        {"mox_dev_info.pcf", announcing("MOXIO_DM", MOXDEV_DEV_INFO_CSV_MD5), too_large},
-        {"mox_dev_info.pcf", make_database_file("MOXIO_DM", MOXDEV_DEV_INFO_CSV_MD5, device_payload), too_many},
-        {"mox_flash.pcf", announcing("MOXIO_FM", MOXDEV_FLASH_INFO_CSV_MD5), too_large},
-        {"mox_flash.pcf", make_database_file("MOXIO_FM", MOXDEV_FLASH_INFO_CSV_MD5, flash_payload), too_many},
-    };
-    for (const auto& [name, bytes, condition] : files) {
-        write_bytes(dir.file("programmer/") + name, bytes);
-        if (std::string(name) == "mox_dev_info.pcf")
-            EXPECT_INTERNAL_ERROR(MOXDEV_DEV_INFO_MANAGER(false, 0), condition);
-        else
-            EXPECT_INTERNAL_ERROR(MOXDEV_FLASH_MANAGER(false, 1, false, false), condition);
-    }
-
-    SCOPED_ENV module("MOXDEV_MODULE_DIR", dir.path().c_str());
-    BYTES parameters{'M', 'O', 'X', 'D', 'E', 'V', '_', 'F', 'L', 'A', 'S', 'H', '_', 'I', 'N', 'I'};
-    append_dword(parameters, 0xFFFFFFFF);
-    parameters.resize(100, 0);
-    write_bytes(dir.file("mox_flash.ini"), parameters);
-    DWORD size = 1;
-    EXPECT_EQ(MOXDEV_FLASH_INI::read_flash_ini_data(MOXDEV_FLASH_INI_HPS_SPI, size), nullptr);
-    EXPECT_EQ(size, 0u);
 }
 
 // The user flash value inflates into a 64 KiB buffer: a value that inflates

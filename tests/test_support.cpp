@@ -5,48 +5,10 @@
 #include <sys/wait.h>
 
 #include <cstdio>
-#include <cstdlib>
-#include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <sstream>
-#include <stdexcept>
 
 namespace moxdev_test {
-
-TEMP_DIR::TEMP_DIR()
-{
-    std::string pattern = (std::filesystem::temp_directory_path() / "moxdev-test-XXXXXX").string();
-    if (::mkdtemp(pattern.data()) == nullptr)
-        throw std::runtime_error("cannot create a temporary directory");
-    m_path = pattern;
-}
-
-TEMP_DIR::~TEMP_DIR()
-{
-    std::error_code ignored;
-    std::filesystem::remove_all(m_path, ignored);
-}
-
-SCOPED_ENV::SCOPED_ENV(std::string name, const char* value) : m_name(std::move(name))
-{
-    const char* old = std::getenv(m_name.c_str());
-    m_had_value = old != nullptr;
-    if (m_had_value)
-        m_old_value = old;
-    if (value != nullptr)
-        ::setenv(m_name.c_str(), value, 1);
-    else
-        ::unsetenv(m_name.c_str());
-}
-
-SCOPED_ENV::~SCOPED_ENV()
-{
-    if (m_had_value)
-        ::setenv(m_name.c_str(), m_old_value.c_str(), 1);
-    else
-        ::unsetenv(m_name.c_str());
-}
 
 BYTES read_bytes(const std::string& path)
 {
@@ -81,12 +43,6 @@ void append_dword(BYTES& bytes, DWORD value)
         bytes.push_back(BYTE(value >> shift));
 }
 
-DWORD dword_at(const BYTES& bytes, std::size_t offset)
-{
-    return DWORD(bytes.at(offset)) | DWORD(bytes.at(offset + 1)) << 8 |
-           DWORD(bytes.at(offset + 2)) << 16 | DWORD(bytes.at(offset + 3)) << 24;
-}
-
 BYTES make_database_file(const std::string& magic, const std::string& identifier,
                          const BYTES& payload, DWORD announced_size)
 {
@@ -105,7 +61,7 @@ BYTES make_database_file(const std::string& magic, const std::string& identifier
 
 BYTES payload_of(const BYTES& file)
 {
-    const DWORD size = dword_at(file, 40);
+    const DWORD size = DWORD(file.at(40)) | DWORD(file.at(41)) << 8 | DWORD(file.at(42)) << 16 | DWORD(file.at(43)) << 24;
     BYTES payload(size);
     uLongf length = size;
     if (::uncompress(payload.data(), &length, &file[44], uLong(file.size() - 46)) != Z_OK ||

@@ -6,6 +6,10 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+#include <filesystem>
+#include <optional>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -30,8 +34,18 @@ using BYTES = std::vector<BYTE>;
 // everything in it when the object goes.
 class TEMP_DIR {
 public:
-    TEMP_DIR();
-    ~TEMP_DIR();
+    TEMP_DIR()
+    {
+        std::string pattern = (std::filesystem::temp_directory_path() / "moxdev-test-XXXXXX").string();
+        if (::mkdtemp(pattern.data()) == nullptr)
+            throw std::runtime_error("cannot create a temporary directory");
+        m_path = pattern;
+    }
+    ~TEMP_DIR()
+    {
+        std::error_code ignored;
+        std::filesystem::remove_all(m_path, ignored);
+    }
     TEMP_DIR(const TEMP_DIR&) = delete;
     TEMP_DIR& operator=(const TEMP_DIR&) = delete;
 
@@ -46,15 +60,21 @@ private:
 // the object, then restores what was there.
 class SCOPED_ENV {
 public:
-    SCOPED_ENV(std::string name, const char* value);
-    ~SCOPED_ENV();
+    SCOPED_ENV(std::string name, const char* value) : m_name(std::move(name))
+    {
+        const char* old = std::getenv(m_name.c_str());
+        m_old = old ? std::optional<std::string>(old) : std::nullopt;
+        set(value);
+    }
+    ~SCOPED_ENV() { set(m_old ? m_old->c_str() : nullptr); }
     SCOPED_ENV(const SCOPED_ENV&) = delete;
     SCOPED_ENV& operator=(const SCOPED_ENV&) = delete;
 
 private:
+    void set(const char* value) const { value ? ::setenv(m_name.c_str(), value, 1) : ::unsetenv(m_name.c_str()); }
+
     std::string m_name;
-    bool m_had_value;
-    std::string m_old_value;
+    std::optional<std::string> m_old;
 };
 
 BYTES read_bytes(const std::string& path);
@@ -75,9 +95,8 @@ inline BYTES make_database_file(const std::string& magic, const std::string& ide
 // The inflated payload of a database file written by the library.
 BYTES payload_of(const BYTES& file);
 
-// Little-endian DWORD appended to / read from a byte vector.
+// Appends a little-endian DWORD to a byte vector.
 void append_dword(BYTES& bytes, DWORD value);
-DWORD dword_at(const BYTES& bytes, std::size_t offset);
 
 // Source and build locations.
 std::string source_path(const std::string& relative);
