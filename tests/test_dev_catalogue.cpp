@@ -81,7 +81,7 @@ TEST(Catalogue, EveryNameRoundTripsInAnyCase)
     EXPECT_FALSE(dstr_is_valid_dev_family_enum(DEV_FAMILY_INVALID) || dstr_is_valid_dev_part_enum(DEV_PART_MAX));
 }
 
-TEST(Catalogue, FilterPartList)
+TEST(Catalogue, FiltersSelectExactlyThePartsTheirAttributesName)
 {
     const std::vector<int> all = real_parts();
     EXPECT_EQ(filter("ANY"), all);
@@ -123,7 +123,7 @@ TEST(Catalogue, FilterPartList)
     EXPECT_TRUE(parts.empty());
 }
 
-TEST(Catalogue, NameForms)
+TEST(Catalogue, NameFormsAreBuiltFromThePartsAttributes)
 {
     const DEV_PART_MANAGER manager;
     for (int p : real_parts()) {

@@ -332,7 +332,7 @@ TEST_F(DevInfoFiles, PartListNamesTheRecordOfEachDevice)
                           "Part list line 2 has 6 tokens, fewer than seven: KXB100LF324C6 KXB100L x x x wren3");
 }
 
-TEST(DevInfo, ConvertIdEnumToString)
+TEST(DevInfo, IdentifierValuesConvertToTheirNames)
 {
     const MOXDEV_DEV_INFO_MANAGER manager(true, 0);
     EXPECT_EQ(manager.convert_id_enum_to_string("family", DEV_FAMILY_GENERIC), "GENERIC");
