@@ -27,15 +27,10 @@ while [ $# -gt 0 ]; do
   shift
 done
 
-scripts/deps.sh >&2
 # The fuzzer's run-time library comes with Clang's run-time package.
-if [ -n "$fuzz" ] && ! dpkg-query -W -f='${Status}' libclang-rt-14-dev 2>/dev/null | grep -q "install ok installed"; then
-  echo "Installing: libclang-rt-14-dev" >&2
-  sudo_cmd=()
-  [ "$(id -u)" -ne 0 ] && sudo_cmd=(sudo)
-  DEBIAN_FRONTEND=noninteractive "${sudo_cmd[@]}" apt-get install -y -qq --no-install-recommends \
-    libclang-rt-14-dev >&2
-fi
+extras=()
+[ -n "$fuzz" ] && extras=(libclang-rt-14-dev)
+scripts/deps.sh "${extras[@]}" >&2
 cmake -S . -B "$build_dir" -G Ninja "${options[@]}" >&2
 cmake --build "$build_dir" -j "$(nproc)" >&2
 echo "$build_dir"

@@ -13,12 +13,7 @@ case "${1:-}" in
   *) echo "usage: $0 [--html DIR]" >&2; exit 1 ;;
 esac
 
-if ! dpkg-query -W -f='${Status}' gcovr 2>/dev/null | grep -q "install ok installed"; then
-  echo "Installing: gcovr" >&2
-  sudo_cmd=()
-  [ "$(id -u)" -ne 0 ] && sudo_cmd=(sudo)
-  DEBIAN_FRONTEND=noninteractive "${sudo_cmd[@]}" apt-get install -y -qq --no-install-recommends gcovr >&2
-fi
+scripts/deps.sh gcovr >&2
 
 # -O0 keeps every source line its own counted line; the counts of a previous
 # run are cleared so that the figures are this run's alone.
@@ -28,8 +23,7 @@ ctest --test-dir "$build_dir" --output-on-failure -j "$(nproc)" >&2
 
 # One pass over the counts into a trace file, then a summary per folder from it.
 trace=$build_dir/coverage.json
-gcovr --root . --object-directory "$build_dir" --filter 'moxdev/' --filter 'host/' --filter 'tools/' \
-      --exclude-unreachable-branches --json "$trace" >/dev/null
+gcovr --root . --object-directory "$build_dir" --filter 'moxdev/' --filter 'host/' --filter 'tools/' --json "$trace" >/dev/null
 printf '%-10s %22s %22s\n' folder lines functions
 for folder in moxdev host tools all; do
   filter=("--filter" "$folder/")

@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
 # Installs the Debian packages the project builds with, when any is missing.
+#   scripts/deps.sh [PACKAGE...]   also the packages named (one build's extras)
 # Needs root (or sudo) only when something has to be installed.
 set -euo pipefail
 
@@ -7,6 +8,7 @@ packages=(
   cmake ninja-build g++ clang-14 pkg-config
   zlib1g-dev libfmt-dev libcli11-dev nlohmann-json3-dev libssl-dev
   libgtest-dev libgmock-dev libbenchmark-dev libabsl-dev help2man
+  "$@"
 )
 
 missing=()
