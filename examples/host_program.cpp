@@ -36,7 +36,9 @@ int run(const std::string& name, const BYTE (&id)[3])
     // The flash behind device 0 of a one-device chain.
     char id_text[16];
     std::snprintf(id_text, sizeof id_text, "%02X %02X %02X", id[0], id[1], id[2]);
-    if (!flash.flash_id_database_mapping(false, 0, id, 3)) {
+    // moxdev::bind_flash takes the number of bytes read; the manager's own
+    // flash_id_database_mapping expects every byte a record may index.
+    if (!moxdev::bind_flash(flash, false, 0, id, 3)) {
         std::cout << "flash " << id_text << ": unknown\n";
         return 1;
     }

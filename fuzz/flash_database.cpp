@@ -26,18 +26,6 @@ std::string user_flash_value()
     return value;
 }
 
-class FLASH : public MOXDEV_FLASH_MANAGER {
-public:
-    // Loads `path` with every record enabled, for a chain of `devices`.
-    FLASH(const std::string& path, DWORD devices) : MOXDEV_FLASH_MANAGER(false, 0, true, false)
-    {
-        m_enable_all = true;
-        initialize_flash_database(path);
-        m_device_count = devices;
-        m_device_to_flash_map = std::make_shared<std::vector<DWORD>>(devices, INVALID_DWORD);
-    }
-};
-
 // Binds a device to each record by the record's own ID bytes and reads the
 // bound record back.
 void query(MOXDEV_FLASH_MANAGER& manager)
@@ -61,7 +49,7 @@ void query(MOXDEV_FLASH_MANAGER& manager)
                 const DWORD bound = manager.get_flash_mapping_index(0, false);
                 require(bound < manager.get_flash_count(), "a binding names a record");
             }
-            manager.flash_id_database_mapping(!record.silicon_id, 0, id, 3);
+            moxdev::bind_flash(manager, !record.silicon_id, 0, id, 3);
         });
     }
 }
@@ -95,7 +83,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 
     refused_cleanly([&] {
         if (mode & 2) {
-            FLASH manager(path, 2);
+            MOXDEV_FLASH_MANAGER manager = moxdev::load_flash_database(moxdev::FLASH_RECORDS::EVERY, 2);
             query(manager);
         } else {
             MOXDEV_FLASH_MANAGER manager(false, 2, false, false);

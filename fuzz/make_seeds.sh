@@ -36,8 +36,8 @@ mkdir -p "$out/user_flash_value"
 answers=(2 acme chip1 19 2 BA 1 20 0 n y n n n y 1 256 64 400 3 1800 5C 5C 0 4 5 y 3.3v
          velmar fuzz2 14 0 0 -1 1 1 y n y n y n 2 2048 4 900 60 1000000 FF 0 1 -1 -1 n 1.8v)
 printf '%s\n' "${answers[@]}" | "$moxdev" flash define > "$scratch/define.txt"
-value=$(sed -n 's/^INI : //p' "$scratch/define.txt")
-raw=$(sed -n 's/^Raw: //p' "$scratch/define.txt")
+value=$(sed -n 's/^Value: //p' "$scratch/define.txt")
+raw=$("$moxdev" flash decode "$value" | sed -n 's/^decoded: //p')
 [ -n "$value" ] && [ -n "$raw" ] || { echo "$0: moxdev flash define gave no value" >&2; exit 1; }
 printf '0%s' "$value" > "$out/user_flash_value/value"
 printf '1%s' "$raw" > "$out/user_flash_value/decoded"

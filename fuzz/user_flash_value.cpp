@@ -13,12 +13,6 @@ using namespace moxdev_fuzz;
 
 namespace {
 
-class FLASH : public MOXDEV_FLASH_MANAGER {
-public:
-    using MOXDEV_FLASH_MANAGER::MOXDEV_FLASH_MANAGER;
-    const MOXDEV_SFL_FLASH_INFO& user_record() const { return m_ini_database; }
-};
-
 // Whether `id` holds each byte the record compares at the place it compares it.
 bool answers_with(const MOXDEV_SFL_FLASH_INFO& record, const BYTE* id)
 {
@@ -47,7 +41,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     std::string text(reinterpret_cast<const char*>(data + 1),
                      strnlen(reinterpret_cast<const char*>(data + 1), size - 1));
 
-    const FLASH codec(false, 0, true, false);
+    const MOXDEV_FLASH_MANAGER codec(false, 0, true, false);
     std::string plain; // what the value encodes, when the target encoded it
     std::string value;
     switch ((mode & 0x7F) % 3) {
@@ -74,11 +68,19 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     else
         ::unsetenv("MOX_SUPPORT_EXT_SPI_DEV_DEBUG");
 
+    // The project's reader says what the loader will do with the value.
+    moxdev::USER_FLASH_CONTENT content;
+    std::string error;
+    const bool readable = moxdev::read_user_flash_value(value, content, error);
+    require(readable == !decoded.empty() || !error.empty(), "a refused value says why");
+
     refused_cleanly([&] {
-        FLASH manager(false, 1, false, false);
-        const MOXDEV_SFL_FLASH_INFO& user = manager.user_record();
-        if (user.device_name.empty())
+        MOXDEV_FLASH_MANAGER manager(false, 1, false, false);
+        const MOXDEV_SFL_FLASH_INFO* accepted = moxdev::user_flash(manager);
+        require((accepted != nullptr) == (readable && content.accepted()), "the reader agrees with the loader");
+        if (accepted == nullptr)
             return;
+        const MOXDEV_SFL_FLASH_INFO& user = *accepted;
         require(!decoded.empty(), "an accepted value decodes");
         const MOXDEV_SFL_FLASH_INFO& first = manager.get_flash_database()[0];
         require(first.device_name == user.device_name && first.memory_id == user.memory_id,

@@ -3,6 +3,14 @@
 // Including this header declares every exported class of the library, the
 // record types, the shared integer types and the host services the library
 // relies on.
+//
+// Two surfaces: the upper-case classes (moxdev_*.h: MOXDEV_FLASH_MANAGER,
+// MOXDEV_FLASH_INI, ...) keep the documented interface of the programmer's
+// device-support library, result for result and message for message; what
+// this project adds for people and scripts (forgiving dialogues, locked
+// updates, lookups by a count of ID bytes, SFDP binding) lives in namespace
+// moxdev, in headers of its own: moxdev/flash.h, moxdev/user_flash.h,
+// moxdev/parameter_file.h and moxdev/generate.h.
 #pragma once
 
 #include "host/cfg.h"
@@ -24,3 +32,8 @@
 #include "moxdev/moxdev_hps_mgr.h"
 #include "moxdev/moxdev_mgr.h"
 #include "moxdev/moxdev_sfdp.h"
+
+#include "moxdev/flash.h"
+#include "moxdev/generate.h"
+#include "moxdev/parameter_file.h"
+#include "moxdev/user_flash.h"

@@ -2,8 +2,18 @@
 //
 // MOXDEV_ASSERT reports the failed expression's own text; MOXDEV_ASSERT_MSG
 // reports a fixed message instead. Both name the module "MOXDEV", the source
-// unit (the file name without extension) and the line, and do not return on
-// failure. The condition is evaluated exactly once.
+// unit and the line, and do not return on failure. The condition is evaluated
+// exactly once.
+//
+// The unit is the class's unit, not the file's: a class whose code is spread
+// over several files (the flash manager's generator and dialogue, say)
+// reports every fault as "moxdev_flash_manager", the name clients see in
+// MSG_INTERNAL_ERROR::unit(). Each source file therefore declares the unit it
+// belongs to before it uses these macros:
+//
+//     static constexpr const char* MOXDEV_UNIT = "moxdev_flash_manager";
+//
+// and a file that forgets it does not compile.
 #pragma once
 
 #include "host/msg.h"
@@ -13,9 +23,9 @@
 #define MOXDEV_ASSERT_MSG(condition, message)                                                   \
     do {                                                                                        \
         if (!(condition))                                                                       \
-            ::MSG_INTERNAL_ERROR::report((message), MOXDEV_MODULE, __FILE__, __LINE__);         \
+            ::MSG_INTERNAL_ERROR::report((message), MOXDEV_MODULE, MOXDEV_UNIT, __LINE__);      \
     } while (0)
 
 #define MOXDEV_ASSERT(condition) MOXDEV_ASSERT_MSG(condition, #condition)
 
-#define MOXDEV_FAIL(message) ::MSG_INTERNAL_ERROR::report((message), MOXDEV_MODULE, __FILE__, __LINE__)
+#define MOXDEV_FAIL(message) ::MSG_INTERNAL_ERROR::report((message), MOXDEV_MODULE, MOXDEV_UNIT, __LINE__)

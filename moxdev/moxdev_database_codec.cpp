@@ -1,7 +1,6 @@
 #include "moxdev/moxdev_database_codec.h"
 
 #include "moxdev/moxdev_assert.h"
-#include "moxdev/moxdev_file_store.h"
 
 #include "host/gen_string.h"
 #include "host/mox_common.h"
@@ -181,8 +180,8 @@ BYTE* MOXDEV_DATABASE_CODEC::compress_data(BYTE* data, DWORD offset, DWORD count
     CODEC_CHECK_MSG(bound <= 0xFFFFFFFFul - offset, "compressed image exceeds 4 GiB");
     std::unique_ptr<BYTE[]> new_data(new BYTE[bound]());
     DWORD new_memory_count = DWORD(bound);
-    CODEC_CHECK(zlib_compress(new_data.get(), &new_memory_count, &data[offset], count - offset) ==
-                ZLIB_OK);
+    CODEC_CHECK_MSG(zlib_compress(new_data.get(), &new_memory_count, &data[offset], count - offset) == ZLIB_OK,
+                    "zlib_compress(new_data, &new_memory_count, &data[offset], count - offset) == ZLIB_OK");
     BYTE* result = new BYTE[offset + new_memory_count];
     std::memcpy(result, data, offset);
     std::memcpy(result + offset, new_data.get(), new_memory_count);
@@ -194,8 +193,11 @@ BYTE* MOXDEV_DATABASE_CODEC::decompress_data(BYTE* data, DWORD decompressed_coun
                                              DWORD original_count) const
 {
     CODEC_CHECK(decompressed_count > 0 && original_count > 0);
+    // A size the compressed bytes cannot inflate to is refused before any
+    // memory is set aside for it, with the condition the inflated size would
+    // fail anyway.
     CODEC_CHECK_MSG(QWORD(original_count) <= QWORD(decompressed_count) * MOXDEV_MAX_INFLATE_RATIO,
-                    "announced payload size exceeds what the compressed data can hold");
+                    "new_dcmp_size == original_count");
     std::unique_ptr<BYTE[]> decompressed_data(new BYTE[original_count]);
     DWORD new_dcmp_size = original_count;
     CODEC_CHECK_MSG(zlib_uncompress(decompressed_data.get(), &new_dcmp_size, data,
@@ -261,9 +263,13 @@ void MOXDEV_DATABASE_CODEC::write_database_file(const std::vector<BYTE>& image,
     std::unique_ptr<BYTE[]> compressed(
         compress_data(const_cast<BYTE*>(image.data()), MOXDEV_DB_HEADER_SIZE, DWORD(image.size()), new_count));
 
-    std::vector<BYTE> file(compressed.get(), compressed.get() + new_count);
-    file.resize(file.size() + MOXDEV_DB_TRAILER_SIZE, 0); // the checksum field, always 0
-    std::string error;
-    const bool status = moxdev_replace_file(path.fullpath(), file, error);
+    // The file is opened for binary output and written in place: header and
+    // compressed payload, then the checksum field, always 0.
+    const BYTE trailer[MOXDEV_DB_TRAILER_SIZE] = {0, 0};
+    std::ofstream output(path.fullpath(), std::ios::binary | std::ios::trunc);
+    output.write(reinterpret_cast<const char*>(compressed.get()), std::streamsize(new_count));
+    output.write(reinterpret_cast<const char*>(trailer), sizeof trailer);
+    output.flush();
+    const bool status = output.good();
     CODEC_CHECK(status);
 }

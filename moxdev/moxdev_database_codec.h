@@ -132,8 +132,7 @@ protected:
     DWORD finish_database_image(MOXDEV_FIELD_WRITER& image) const;
 
     // Compresses `image` (44-byte header plus payload) and writes it with its
-    // trailer to `path`. The file is written beside its destination and renamed
-    // into place, so an earlier file survives any failure.
+    // trailer to `path`, in place.
     void write_database_file(const std::vector<BYTE>& image, const FIO_PATH& path) const;
 
     [[noreturn]] void fail(const std::string& condition, int line) const;

@@ -19,6 +19,9 @@
 #include <absl/container/flat_hash_map.h>
 #include <absl/container/flat_hash_set.h>
 
+// Internal errors of this file are the class's own.
+static constexpr const char* MOXDEV_UNIT = "moxdev_ddb_mgr";
+
 namespace {
 
 constexpr DWORD TABLE_COUNT = DWORD(MOXDEV_DDB_GRAMMAR_ENUM::MAX);

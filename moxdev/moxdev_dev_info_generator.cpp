@@ -10,6 +10,9 @@
 
 #include <fmt/format.h>
 
+// Internal errors of this file are the class's own.
+static constexpr const char* MOXDEV_UNIT = "moxdev_dev_info_manager";
+
 namespace {
 
 // Who hears about a family that the device table does not cover yet.
@@ -37,8 +40,9 @@ DWORD encoded_cell_size(MOXDEV_MANAGER_TYPE type, const std::string& cell)
 
 DWORD MOXDEV_DEV_INFO_MANAGER::check_device_file(FIO_PATH csv_file, DWORD& device_count)
 {
+    // A table that cannot be opened reads as one without rows, which the row
+    // count below refuses.
     MOXDEV_TABLE_READER reader(csv_file.fullpath());
-    MOXDEV_ASSERT_MSG(reader.good(), "Unable to open the device table " + csv_file.fullpath());
 
     device_count = 0;
     QWORD size = MOXDEV_DB_PAYLOAD_HEADER_SIZE;

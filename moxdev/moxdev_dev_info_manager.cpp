@@ -15,6 +15,9 @@
 #include <memory>
 #include <type_traits>
 
+// Internal errors of this file are the class's own.
+static constexpr const char* MOXDEV_UNIT = "moxdev_dev_info_manager";
+
 namespace {
 
 // Lines of the part list are read in pieces of at most this many bytes,
@@ -89,12 +92,8 @@ void MOXDEV_DEV_INFO_MANAGER::parse_payload(MOXDEV_FIELD_READER& in, bool genera
     MOXDEV_ASSERT_MSG(version == MOXDEV_DB_VERSION, "Mismatch version between device file and reader");
     MOXDEV_ASSERT(m_device_count > 0 && m_type_count > 0);
     MOXDEV_ASSERT_MSG(m_device_database == nullptr, "m_device_database == NULL");
-    // Every field takes at least two bytes and every record its end marker, so
-    // a count the payload cannot hold is refused before allocating for it.
-    MOXDEV_ASSERT_MSG(QWORD(m_device_count) * (2 * TOTAL_DEVICE_DATABASE_MEMBER + 4) <= in.size(),
-                      "record count exceeds what the payload can hold");
-
-    m_device_database = std::make_shared<std::vector<MOXDEV_DEVICE_INFO>>(m_device_count);
+    m_device_database = std::make_shared<std::vector<MOXDEV_DEVICE_INFO>>(
+        moxdev_records_room(m_device_count, in, TOTAL_DEVICE_DATABASE_MEMBER));
     for (DWORD record = 0; record < m_device_count; ++record) {
         read_record(in, record);
         in.record_end();

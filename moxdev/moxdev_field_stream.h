@@ -188,11 +188,12 @@ public:
     void patch_dword(DWORD offset, DWORD value);
 
     // Tagged values. `text` is a number in decimal or 0x hexadecimal, written
-    // in `size` (1, 2 or 4) bytes; a wider value is truncated on purpose: the
-    // tables are trusted build inputs.
+    // in `size` (1, 2 or 4) bytes; a wider value is truncated and a text that
+    // is no number writes 0, on purpose: the tables are trusted build inputs.
     void value_field(const std::string& text, DWORD size);
     // "TRUE" writes 1, "FALSE" and "" write 0.
     void bool_field(const std::string& text);
+    // The tag, the low 8 bits of the length, the characters.
     void string_field(bool allow_empty, const std::string& text, MOXDEV_MANAGER_TYPE type);
     // A tag and a 4-byte value.
     void tagged_dword(MOXDEV_MANAGER_TYPE type, DWORD value)
@@ -209,6 +210,19 @@ private:
     std::vector<BYTE> m_bytes;
     const char* m_unit;
 };
+
+// How many records of `fields` fields to set aside room for when a payload
+// announces `count` of them: never more than the bytes left in `in` can hold,
+// plus one. Every field takes at least two bytes (a tag and a value or length
+// byte) and every record four more for "END1", so a reader that runs out of
+// room has already met the end of the stream, where a check of the field
+// reader fails; a count that lies costs no memory beyond the payload's size.
+inline DWORD moxdev_records_room(DWORD count, const MOXDEV_FIELD_READER& in, DWORD fields)
+{
+    const DWORD left = in.has(0) ? in.size() - in.position() : 0;
+    const DWORD most = left / (2 * fields + 4) + 1;
+    return count < most ? count : most;
+}
 
 // Reads the field that a record member of this type holds (texts may be
 // empty): the one dispatch both managers' record readers share.

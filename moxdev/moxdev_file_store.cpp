@@ -117,6 +117,43 @@ bool moxdev_replace_file(const std::string& path, const std::vector<BYTE>& bytes
     return true;
 }
 
+bool moxdev_replace_file_by(const std::string& path, const std::function<void(const std::string&)>& write,
+                            std::string& error)
+{
+    std::string temporary = moxdev_temporary_prefix(path) + "XXXXXX";
+    const int created = ::mkstemp(temporary.data());
+    if (created < 0) {
+        error = "cannot create a file in " + directory_of(path) + ": " + reason(errno);
+        return false;
+    }
+    ::fchmod(created, 0644);
+    ::close(created);
+    try {
+        write(temporary);
+    } catch (...) {
+        ::unlink(temporary.c_str());
+        throw;
+    }
+    // What `write` wrote reaches the disk before the name points at it.
+    const int fd = ::open(temporary.c_str(), O_RDONLY | O_CLOEXEC);
+    const bool flushed = fd >= 0 && ::fsync(fd) == 0;
+    const int saved = errno;
+    if (fd >= 0)
+        ::close(fd);
+    if (!flushed || ::rename(temporary.c_str(), path.c_str()) != 0) {
+        error = (flushed ? "cannot replace " + path : "cannot write " + temporary) + ": " +
+                reason(flushed ? errno : saved);
+        ::unlink(temporary.c_str());
+        return false;
+    }
+    const int directory = ::open(directory_of(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (directory >= 0) {
+        ::fsync(directory);
+        ::close(directory);
+    }
+    return true;
+}
+
 void moxdev_remove_stale_temporaries(const std::string& path)
 {
     const std::filesystem::path file(path);

@@ -11,6 +11,7 @@
 
 #include "host/host_types.h"
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -37,6 +38,15 @@ private:
 // made at all.
 bool moxdev_replace_file(const std::string& path, const std::vector<BYTE>& bytes, std::string& error,
                          bool* created = nullptr);
+
+// Replaces `path` with the file that `write` writes at the name it is given:
+// a new, empty temporary file of a unique name beside `path`. The temporary
+// file is then flushed to the disk and renamed over `path` as above. If
+// `write` throws, the temporary file is removed and the exception goes on.
+// False, with `error`, when the temporary file cannot be made, flushed or
+// renamed; `path` is then as it was.
+bool moxdev_replace_file_by(const std::string& path, const std::function<void(const std::string&)>& write,
+                            std::string& error);
 
 // The prefix of the temporary files moxdev_replace_file() makes for `path`.
 std::string moxdev_temporary_prefix(const std::string& path);

@@ -5,6 +5,9 @@
 
 #include "host/gen_string.h"
 
+// Internal errors of this file are the class's own.
+static constexpr const char* MOXDEV_UNIT = "moxdev_flash_manager";
+
 namespace {
 
 // The flash CSV's record lines start after the type row, the name row and six
@@ -21,8 +24,9 @@ bool line_has_fixed_columns(DWORD line)
 
 DWORD MOXDEV_FLASH_MANAGER::check_flash_file(FIO_PATH csv, DWORD& record_count)
 {
+    // A table that cannot be opened reads as one without records, which the
+    // record count below refuses.
     MOXDEV_TABLE_READER reader(csv.fullpath());
-    MOXDEV_ASSERT_MSG(reader.good(), "Unable to open the flash table " + csv.fullpath());
     record_count = 0;
     QWORD size = MOXDEV_DB_PAYLOAD_HEADER_SIZE;
     DWORD type_counts[MOXDEV_MANAGER_ENUM + 1] = {};

@@ -1,42 +1,25 @@
 #include "moxdev/moxdev_flash_ini.h"
 
 #include "moxdev/moxdev_assert.h"
-#include "moxdev/moxdev_file_store.h"
+#include "moxdev/moxdev_parameter_container.h"
 
-#include "host/fio.h"
-#include "host/gen_path.h"
 #include "host/gen_string.h"
 
-#include <cerrno>
-#include <chrono>
 #include <cstdio>
-#include <ctime>
-#include <filesystem>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <memory>
 #include <vector>
 
+// Internal errors of this file are the class's own.
+static constexpr const char* MOXDEV_UNIT = "moxdev_flash_ini";
+
 namespace {
 
-constexpr char MAGIC[16] = {'M', 'O', 'X', 'D', 'E', 'V', '_', 'F', 'L', 'A', 'S', 'H', '_', 'I', 'N', 'I'};
-constexpr DWORD HEADER_SIZE = 20; // magic and entry count
-constexpr DWORD SET_COUNT = 3;    // the entry count this library writes
-constexpr DWORD DATA_START = HEADER_SIZE + 8 * SET_COUNT;
 // A QWORD is unpacked once four of its bytes are present: this many zero
 // bytes behind a data set read from the file keep its other four in bounds.
 constexpr DWORD QWORD_READ_MARGIN = 4;
-
-std::string container_path()
-{
-    return gen_get_module_fullpath() + "/mox_flash.ini";
-}
-
-DWORD dword_at(const BYTE* data)
-{
-    return DWORD(data[0]) | DWORD(data[1]) << 8 | DWORD(data[2]) << 16 | DWORD(data[3]) << 24;
-}
 
 struct TYPE_LIMITS {
     QWORD max;
@@ -220,167 +203,14 @@ std::string MOXDEV_FLASH_INI::print_flash_ini_data(MOXDEV_PARAM_TYPE type, bool 
 
 // ---------------------------------------------------------------- container
 
-namespace {
-
-// The whole container file, or why it could not be read.
-enum class FILE_READ { MISSING, READ, UNREADABLE };
-
-FILE_READ read_container(const std::string& path, std::vector<BYTE>& file)
-{
-    FIO_STAT status;
-    if (!FIO_FILE_SYSTEM::exists(path.c_str()) || !FIO_FILE_SYSTEM::status(path.c_str(), &status))
-        return FILE_READ::MISSING;
-    std::ifstream input(path, std::ios::binary);
-    const QWORD file_size = status.size;
-    if (!input.good() || file_size > 0xFFFFFFFFull)
-        return FILE_READ::UNREADABLE;
-    file.resize(std::size_t(file_size));
-    input.read(reinterpret_cast<char*>(file.data()), std::streamsize(file_size));
-    return std::size_t(input.gcount()) == file.size() ? FILE_READ::READ : FILE_READ::UNREADABLE;
-}
-
-// The data sets of a container file, by entry; false when the file is not a
-// valid container. Sets follow the entry table back to back, in entry order.
-bool parse_container(const std::vector<BYTE>& file, std::vector<std::pair<DWORD, DWORD>>& sets)
-{
-    sets.clear();
-    const QWORD file_size = file.size();
-    if (file_size < 17 || std::memcmp(file.data(), MAGIC, sizeof MAGIC) != 0 || !(HEADER_SIZE < file_size))
-        return false;
-    const QWORD entries = dword_at(&file[16]);
-    const QWORD table_end = HEADER_SIZE + 8 * entries;
-    if (!(table_end < file_size))
-        return false;
-    QWORD end = table_end;
-    QWORD total = 0;
-    for (QWORD i = 0; i < entries; ++i) {
-        const DWORD offset = dword_at(&file[HEADER_SIZE + 8 * i]);
-        const DWORD length = dword_at(&file[HEADER_SIZE + 8 * i + 4]);
-        if (offset == 0) {
-            if (length != 0)
-                return false;
-        } else if (length == 0 || offset != end) {
-            return false;
-        } else {
-            end += length;
-            total += length;
-            if (end > file_size)
-                return false;
-        }
-        sets.emplace_back(offset, length);
-    }
-    return end == file_size && table_end + total == file_size;
-}
-
-// The container with one set replaced, the others kept (as far as this
-// library writes them).
-std::vector<BYTE> container_bytes(const std::vector<std::vector<BYTE>>& sets)
-{
-    std::vector<BYTE> buffer(MAGIC, MAGIC + sizeof MAGIC);
-    auto put_dword = [&](DWORD value) {
-        for (int shift = 0; shift < 32; shift += 8)
-            buffer.push_back(BYTE(value >> shift));
-    };
-    put_dword(SET_COUNT);
-    QWORD offset = DATA_START;
-    for (const std::vector<BYTE>& set : sets) {
-        put_dword(set.empty() ? 0 : DWORD(offset));
-        put_dword(DWORD(set.size()));
-        offset += set.size();
-    }
-    MOXDEV_ASSERT_MSG(offset <= 0xFFFFFFFFull, "file_size <= 0xFFFFFFFF");
-    for (const std::vector<BYTE>& set : sets)
-        buffer.insert(buffer.end(), set.begin(), set.end());
-    return buffer;
-}
-
-// A name beside `path` that says the file was damaged, unused so far.
-std::string damaged_name(const std::string& path)
-{
-    const auto now = std::chrono::system_clock::to_time_t(std::chrono::system_clock::now());
-    std::tm local{};
-    localtime_r(&now, &local);
-    char stamp[32];
-    std::strftime(stamp, sizeof stamp, "%Y%m%d-%H%M%S", &local);
-    std::string name = path + ".damaged-" + stamp;
-    for (int n = 2; FIO_FILE_SYSTEM::exists(name.c_str()); ++n)
-        name = path + ".damaged-" + stamp + "-" + std::to_string(n);
-    return name;
-}
-
-struct UPDATE_OUTCOME {
-    bool opened = false;  // the new file could be created
-    bool written = false; // and it replaced the old one
-    std::string error;
-    std::string moved_aside;
-};
-
-// The locked read-modify-write of one set.
-UPDATE_OUTCOME locked_update(MOXDEV_FLASH_INI_ENUM set,
-                             const std::function<bool(std::vector<BYTE>&, std::string&)>& change,
-                             DWORD lock_timeout_ms)
-{
-    UPDATE_OUTCOME outcome;
-    const std::string path = container_path();
-    if (std::filesystem::is_directory(path)) {
-        outcome.error = path + " is a directory";
-        return outcome;
-    }
-    const MOXDEV_FILE_LOCK lock(path + ".lock", lock_timeout_ms);
-    if (!lock.held()) {
-        outcome.error = lock.error();
-        return outcome;
-    }
-    moxdev_remove_stale_temporaries(path);
-
-    std::vector<std::vector<BYTE>> sets(SET_COUNT);
-    std::vector<BYTE> file;
-    const FILE_READ read = read_container(path, file);
-    std::vector<std::pair<DWORD, DWORD>> entries;
-    if (read == FILE_READ::READ && parse_container(file, entries)) {
-        for (DWORD i = 0; i < SET_COUNT && i < entries.size(); ++i)
-            sets[i].assign(file.begin() + entries[i].first, file.begin() + entries[i].first + entries[i].second);
-    } else if (read != FILE_READ::MISSING) {
-        // Nothing the user had is thrown away: a file that does not read is
-        // kept under a name that says so before a new one takes its place.
-        outcome.moved_aside = damaged_name(path);
-        if (std::rename(path.c_str(), outcome.moved_aside.c_str()) != 0) {
-            outcome.error = "cannot move the damaged " + path + " aside: " + std::strerror(errno);
-            outcome.moved_aside.clear();
-            return outcome;
-        }
-    }
-    if (!change(sets[DWORD(set)], outcome.error))
-        return outcome;
-    outcome.written = moxdev_replace_file(path, container_bytes(sets), outcome.error, &outcome.opened);
-    return outcome;
-}
-
-} // namespace
-
-std::string MOXDEV_FLASH_INI::container_file()
-{
-    return container_path();
-}
-
-MOXDEV_FLASH_INI_STATE MOXDEV_FLASH_INI::container_state()
-{
-    std::vector<BYTE> file;
-    const FILE_READ read = read_container(container_path(), file);
-    if (read == FILE_READ::MISSING && !std::filesystem::is_directory(container_path()))
-        return MOXDEV_FLASH_INI_STATE::MISSING;
-    std::vector<std::pair<DWORD, DWORD>> entries;
-    return read == FILE_READ::READ && parse_container(file, entries) ? MOXDEV_FLASH_INI_STATE::VALID
-                                                                      : MOXDEV_FLASH_INI_STATE::DAMAGED;
-}
-
 BYTE* MOXDEV_FLASH_INI::read_flash_ini_data(MOXDEV_FLASH_INI_ENUM set, DWORD& size)
 {
+    using namespace moxdev::detail;
     size = 0;
     std::vector<BYTE> file;
     std::vector<std::pair<DWORD, DWORD>> entries;
-    if (read_container(container_path(), file) != FILE_READ::READ || !parse_container(file, entries) ||
-        DWORD(set) >= entries.size())
+    if (read_whole_file(parameter_file_path(), file) != FILE_READ::READ ||
+        !parse_parameter_container(file, entries, false) || DWORD(set) >= entries.size())
         return nullptr;
     const auto [offset, length] = entries[DWORD(set)];
     if (offset == 0)
@@ -395,35 +225,37 @@ BYTE* MOXDEV_FLASH_INI::read_flash_ini_data(MOXDEV_FLASH_INI_ENUM set, DWORD& si
 
 bool MOXDEV_FLASH_INI::write_flash_ini_data(MOXDEV_FLASH_INI_ENUM set, BYTE* data, DWORD size)
 {
-    if (DWORD(set) >= SET_COUNT)
+    using namespace moxdev::detail;
+    if (DWORD(set) >= PARAMETER_SET_COUNT)
         return false;
     if (size != 0)
         MOXDEV_ASSERT(data != NULL);
     else
         MOXDEV_ASSERT(data == NULL);
-    // The result only tells whether the new file could be opened.
-    return locked_update(set,
-                         [&](std::vector<BYTE>& bytes, std::string&) {
-                             bytes.assign(data, data + size);
-                             return true;
-                         },
-                         DEFAULT_LOCK_TIMEOUT_MS)
-        .opened;
-}
 
-bool MOXDEV_FLASH_INI::update_flash_ini_data(MOXDEV_FLASH_INI_ENUM set,
-                                             const std::function<bool(std::vector<BYTE>&, std::string&)>& change,
-                                             std::string& error, std::string* moved_aside, DWORD lock_timeout_ms)
-{
-    if (DWORD(set) >= SET_COUNT) {
-        error = "no data set " + std::to_string(DWORD(set));
-        return false;
+    // The three sets as they are (a missing or unreadable one is absent),
+    // with the new bytes in place of the one written.
+    std::vector<std::vector<BYTE>> sets(PARAMETER_SET_COUNT);
+    for (DWORD i = 0; i < PARAMETER_SET_COUNT; ++i) {
+        if (i == DWORD(set)) {
+            sets[i].assign(data, data + size);
+            continue;
+        }
+        DWORD length = 0;
+        const std::unique_ptr<BYTE[]> copy(read_flash_ini_data(MOXDEV_FLASH_INI_ENUM(i), length));
+        if (copy != nullptr)
+            sets[i].assign(copy.get(), copy.get() + length);
     }
-    const UPDATE_OUTCOME outcome = locked_update(set, change, lock_timeout_ms);
-    if (moved_aside != nullptr)
-        *moved_aside = outcome.moved_aside;
-    error = outcome.error;
-    return outcome.written;
+    const std::vector<BYTE> buffer = parameter_container_bytes(sets);
+
+    // The file is rewritten in place. Only the open decides the result: a
+    // write or close that fails afterwards still counts as written.
+    std::FILE* file = std::fopen(parameter_file_path().c_str(), "wb");
+    if (file == nullptr)
+        return false;
+    std::fwrite(buffer.data(), 1, buffer.size(), file);
+    std::fclose(file);
+    return true;
 }
 
 // ---------------------------------------------------------------- packing

@@ -10,7 +10,6 @@
 
 #include "host/host_types.h"
 
-#include <functional>
 #include <string>
 #include <vector>
 
@@ -29,10 +28,6 @@ enum MOXDEV_FLASH_INI_ENUM : DWORD {
     MOXDEV_FLASH_INI_HPS_SPI = 1,   // user HPS SPI flash records
     MOXDEV_FLASH_INI_HPS_NAND = 2,  // user HPS NAND flash records
 };
-
-// What the user parameter file is: absent, a valid container, or present
-// but unreadable (damaged, or not a file).
-enum class MOXDEV_FLASH_INI_STATE { MISSING, VALID, DAMAGED };
 
 class MOXDEV_FLASH_INI {
 public:
@@ -67,32 +62,10 @@ public:
     // file or the set is missing or the file is damaged.
     static BYTE* read_flash_ini_data(MOXDEV_FLASH_INI_ENUM set, DWORD& size);
     // Replaces one data set, keeping the others; size 0 with null data
-    // removes it. True once the file could be opened for writing.
+    // removes it. The file is rewritten in place, without a lock: true once
+    // it could be opened for writing. moxdev::update_parameter_set()
+    // (moxdev/parameter_file.h) is the safe update for concurrent writers.
     static bool write_flash_ini_data(MOXDEV_FLASH_INI_ENUM set, BYTE* data, DWORD size);
-
-    // How long a writer waits for another to finish, by default.
-    static constexpr DWORD DEFAULT_LOCK_TIMEOUT_MS = 10000;
-    // Changes one data set so that concurrent writers lose nothing. Every
-    // writer of the container (this and write_flash_ini_data) holds an
-    // exclusive lock on "mox_flash.ini.lock" beside it while it reads the
-    // sets and replaces the file; `change` gets the set's current bytes
-    // (empty when absent) and edits them (empty afterwards removes the set),
-    // or returns false with a reason to change nothing. The file is replaced
-    // through a uniquely named temporary file, flushed to disk and renamed,
-    // so readers and a crash see the old file or the new one. A file that
-    // exists but does not read as a container is first renamed to
-    // "mox_flash.ini.damaged-<time>" (returned in `moved_aside`). False with
-    // a readable `error` when the lock is not had within `lock_timeout_ms`,
-    // `change` refuses, or the file cannot be written; the earlier file is
-    // then as it was.
-    static bool update_flash_ini_data(MOXDEV_FLASH_INI_ENUM set,
-                                      const std::function<bool(std::vector<BYTE>&, std::string&)>& change,
-                                      std::string& error, std::string* moved_aside = nullptr,
-                                      DWORD lock_timeout_ms = DEFAULT_LOCK_TIMEOUT_MS);
-    // The container's path, and whether it is missing, valid or there but
-    // unreadable (which lists no user data).
-    static std::string container_file();
-    static MOXDEV_FLASH_INI_STATE container_state();
 
     // ------------------------------------------------------------ packing
     static void calculate_flash_ini_data_size(DWORD& size, MOXDEV_PARAM_TYPE type, void* value);

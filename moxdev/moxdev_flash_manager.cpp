@@ -1,17 +1,15 @@
 #include "moxdev/moxdev_flash_manager.h"
 
 #include "moxdev/moxdev_assert.h"
+#include "moxdev/moxdev_user_value_codec.h"
 
 #include "host/cfg.h"
 #include "host/gen_path.h"
 #include "host/gen_string.h"
 #include "host/mox_common.h"
 #include "host/msg.h"
-#include "host/ver.h"
-#include "host/zlib_wrapper.h"
 
 #include <fmt/format.h>
-#include <zlib.h>
 
 #include <algorithm>
 #include <array>
@@ -25,6 +23,9 @@
 #include <type_traits>
 
 #include <absl/container/flat_hash_map.h>
+
+// Internal errors of this file are the class's own.
+static constexpr const char* MOXDEV_UNIT = "moxdev_flash_manager";
 
 const char* const MOXDEV_FLASH_FIELD_NAMES[TOTAL_DATABASE_MEMBER] = {
 #define MOXDEV_FLASH_FIELD(name, stream_type, type) #name,
@@ -40,9 +41,6 @@ namespace {
 
 constexpr const char* USER_FLASH_KEY = "MOX_SUPPORT_EXT_SPI_DEV";
 constexpr const char* USER_FLASH_DEBUG_KEY = "MOX_SUPPORT_EXT_SPI_DEV_DEBUG";
-// A user definition is a few hundred characters; its compressed form cannot
-// honestly inflate beyond this.
-constexpr DWORD MAX_USER_DEFINITION = 64 * 1024;
 
 constexpr DWORD listed_field_count()
 {
@@ -53,53 +51,6 @@ constexpr DWORD listed_field_count()
 }
 static_assert(listed_field_count() == TOTAL_DATABASE_MEMBER,
               "the field list must hold every field of the flash record");
-
-// ---------------------------------------------------------------- CRC-16
-
-// CRC-16 with polynomial 0x1021, initial value 0, most significant bit first,
-// no final XOR (the XMODEM parameters).
-constexpr std::array<WORD, 256> make_crc16_table()
-{
-    std::array<WORD, 256> table{};
-    for (unsigned byte = 0; byte < 256; ++byte) {
-        WORD crc = WORD(byte << 8);
-        for (int bit = 0; bit < 8; ++bit)
-            crc = WORD(crc & 0x8000 ? (crc << 1) ^ 0x1021 : crc << 1);
-        table[byte] = crc;
-    }
-    return table;
-}
-
-constexpr std::array<WORD, 256> CRC16_TABLE = make_crc16_table();
-
-WORD crc16_xmodem(const BYTE* data, std::size_t length)
-{
-    WORD crc = 0;
-    for (std::size_t i = 0; i < length; ++i)
-        crc = WORD((crc << 8) ^ CRC16_TABLE[((crc >> 8) ^ data[i]) & 0xFF]);
-    return crc;
-}
-
-// ---------------------------------------------------------------- 6-bit text
-
-// Value 0-9 -> '0'-'9', 10-35 -> 'A'-'Z', 36-61 -> 'a'-'z', 62 -> '@', 63 -> '-'.
-constexpr char INI_ALPHABET[] =
-    "0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz@-";
-
-int ini_value_of(char c)
-{
-    if (c >= '0' && c <= '9')
-        return c - '0';
-    if (c >= 'A' && c <= 'Z')
-        return c - 'A' + 10;
-    if (c >= 'a' && c <= 'z')
-        return c - 'a' + 36;
-    if (c == '@')
-        return 62;
-    if (c == '-')
-        return 63;
-    return -1;
-}
 
 std::string upper(std::string text)
 {
@@ -129,7 +80,13 @@ MOXDEV_FLASH_MANAGER::MOXDEV_FLASH_MANAGER(bool, DWORD device_count, bool skip_l
 {
     if (skip_loading)
         return;
-    initialize_flash_database(gen_get_device_db_fullpath() + "/programmer/mox_flash.pcf");
+    load(gen_get_device_db_fullpath() + "/programmer/mox_flash.pcf", KEEP::ENABLED);
+    attach_chain(device_count);
+}
+
+void MOXDEV_FLASH_MANAGER::attach_chain(DWORD device_count)
+{
+    // Checked only once the database has loaded.
     const DWORD count = device_count;
     MOXDEV_ASSERT(count > 0);
     m_device_count = count;
@@ -138,39 +95,41 @@ MOXDEV_FLASH_MANAGER::MOXDEV_FLASH_MANAGER(bool, DWORD device_count, bool skip_l
 
 void MOXDEV_FLASH_MANAGER::initialize_flash_database(FIO_PATH flash_file)
 {
+    load(flash_file, KEEP::ENABLED);
+}
+
+void MOXDEV_FLASH_MANAGER::load(const FIO_PATH& flash_file, KEEP keep)
+{
     PAYLOAD payload =
         read_database_file(flash_file, "flash_file", MOXDEV_FLASH_DB_MAGIC, MOXDEV_FLASH_INFO_CSV_MD5);
     MOXDEV_FIELD_READER in = reader(payload.data.get(), payload.size);
-    parse_payload(in);
+    parse_payload(in, keep);
 }
 
 bool MOXDEV_FLASH_MANAGER::parse_database(BYTE* data)
 {
     MOXDEV_FIELD_READER in = trusting_reader(data, 0);
-    parse_payload(in);
+    parse_payload(in, KEEP::ENABLED);
     // The result carries no meaning; callers ignore it.
     return false;
 }
 
-void MOXDEV_FLASH_MANAGER::parse_payload(MOXDEV_FIELD_READER& in)
+void MOXDEV_FLASH_MANAGER::parse_payload(MOXDEV_FIELD_READER& in, KEEP keep)
 {
     version = in.get_dword();
     MOXDEV_ASSERT_MSG(version == MOXDEV_DB_VERSION, "Mismatch version between flash file and reader");
     m_flash_count = in.get_dword();
     m_type_count = in.get_dword();
     MOXDEV_ASSERT(m_flash_count > 0 && m_type_count > 0);
-    // Every field takes at least two bytes and every record its end marker, so
-    // a count the payload cannot hold is refused before allocating for it.
-    MOXDEV_ASSERT_MSG(QWORD(m_flash_count) * (2 * TOTAL_DATABASE_MEMBER + 4) <= in.size(),
-                      "record count exceeds what the payload can hold");
 
     parse_ext_flash_info();
     m_ini_count = m_ini_database.device_name.empty() ? 0 : 1;
 
-    m_flash_database = std::make_shared<std::vector<MOXDEV_SFL_FLASH_INFO>>(m_flash_count + m_ini_count);
+    m_flash_database = std::make_shared<std::vector<MOXDEV_SFL_FLASH_INFO>>(
+        moxdev_records_room(m_flash_count, in, TOTAL_DATABASE_MEMBER) + m_ini_count);
     DWORD slot = m_ini_count;
     while (m_flash_count > slot - m_ini_count) {
-        if (read_record(in, slot)) {
+        if (read_record(in, slot, keep)) {
             ++slot;
         } else {
             // A record whose switch is off is dropped; the next one reuses its slot.
@@ -194,12 +153,12 @@ void MOXDEV_FLASH_MANAGER::parse_payload(MOXDEV_FIELD_READER& in)
 bool MOXDEV_FLASH_MANAGER::get_database(BYTE* data, DWORD& index, DWORD slot)
 {
     MOXDEV_FIELD_READER in = trusting_reader(data, index);
-    const bool enabled = read_record(in, slot);
+    const bool enabled = read_record(in, slot, KEEP::ENABLED);
     index = in.position();
     return enabled;
 }
 
-bool MOXDEV_FLASH_MANAGER::read_record(MOXDEV_FIELD_READER& in, DWORD slot)
+bool MOXDEV_FLASH_MANAGER::read_record(MOXDEV_FIELD_READER& in, DWORD slot, KEEP keep)
 {
     MOXDEV_ASSERT_MSG(m_flash_database != nullptr && slot < m_flash_database->size(),
                       "slot < m_flash_count + m_ini_count");
@@ -208,7 +167,10 @@ bool MOXDEV_FLASH_MANAGER::read_record(MOXDEV_FIELD_READER& in, DWORD slot)
         moxdev_read_field(in, value);
     });
     // Most records have no switch: those pass every check of enable_device().
-    return is_none(record.ini) || enable_device(slot);
+    if (is_none(record.ini))
+        return true;
+    const bool enabled = enable_device(slot);
+    return enabled || keep == KEEP::EVERY;
 }
 
 bool MOXDEV_FLASH_MANAGER::enable_device(DWORD index)
@@ -218,7 +180,7 @@ bool MOXDEV_FLASH_MANAGER::enable_device(DWORD index)
     MOXDEV_ASSERT_MSG(index < m_flash_database->size(), "index < (m_flash_count + m_ini_count)");
     const std::string& ini = (*m_flash_database)[index].ini;
     MOXDEV_ASSERT(!ini.empty());
-    if (is_none(ini) || m_enable_all)
+    if (is_none(ini))
         return true;
     return cfg_is_on("MOX_ALLOW_" + ini, false);
 }
@@ -317,12 +279,11 @@ const MOXDEV_SFL_FLASH_INFO* MOXDEV_FLASH_MANAGER::get_default_flash(std::string
 bool MOXDEV_FLASH_MANAGER::flash_id_database_mapping(bool silicon_id_mode, DWORD device_index,
                                                      BYTE* id_bytes)
 {
-    // Without a length every byte a record can index must be readable.
-    return flash_id_database_mapping(silicon_id_mode, device_index, id_bytes, 256);
+    // Without a count every byte a record can index must be readable: 256.
+    return bind(silicon_id_mode, device_index, id_bytes, 256);
 }
 
-bool MOXDEV_FLASH_MANAGER::flash_id_database_mapping(bool silicon_id_mode, DWORD device_index,
-                                                     const BYTE* id_bytes, DWORD id_count)
+bool MOXDEV_FLASH_MANAGER::bind(bool silicon_id_mode, DWORD device_index, const BYTE* id_bytes, DWORD id_count)
 {
     MOXDEV_ASSERT_MSG(m_device_to_flash_map != nullptr, "m_device_to_flash_map != NULL");
     MOXDEV_ASSERT(device_index < m_device_count);
@@ -356,13 +317,6 @@ DWORD MOXDEV_FLASH_MANAGER::first_match(bool silicon_id_mode, const BYTE* id_byt
         }
     }
     return INVALID_DWORD;
-}
-
-const MOXDEV_SFL_FLASH_INFO* MOXDEV_FLASH_MANAGER::find_flash(bool silicon_id_mode, const BYTE* id_bytes,
-                                                              DWORD id_count) const
-{
-    const DWORD index = first_match(silicon_id_mode, id_bytes, id_count);
-    return index == INVALID_DWORD ? nullptr : &(*m_flash_database)[index];
 }
 
 DWORD MOXDEV_FLASH_MANAGER::get_flash_mapping_index(DWORD device, bool allow_invalid) const
@@ -458,20 +412,17 @@ void MOXDEV_FLASH_MANAGER::parse_ext_flash_info()
         return;
     const bool debug = cfg_is_on(USER_FLASH_DEBUG_KEY, false);
     // Without the debug switch a rejected definition is dropped silently.
-    const std::string decoded = decode_ini_text(value, debug ? &std::cout : nullptr);
-    if (decoded.empty())
+    std::string decoded, error;
+    if (!moxdev::detail::decode_user_value(value, decoded, error)) {
+        if (debug)
+            std::cout << error << "\n";
         return;
+    }
     if (debug)
         std::cout << "Decoded INI : " << decoded << "\n";
 
-    const std::size_t hash = decoded.find('#');
-    const std::size_t semicolon = decoded.find(';');
-    std::string definition;
-    std::string password;
-    if (hash != std::string::npos && semicolon != std::string::npos && semicolon > hash) {
-        definition = decoded.substr(0, hash);
-        password = decoded.substr(hash + 1, semicolon - hash - 1);
-    }
+    std::string definition, password;
+    moxdev::detail::split_user_value(decoded, definition, password);
     if (debug)
         std::cout << "Definition : " << definition << "\nPassword : " << password << "\n";
     if (definition.empty() || password.empty())
@@ -500,6 +451,17 @@ void MOXDEV_FLASH_MANAGER::parse_ext_flash_info()
     }
     if (m_debug)
         print_ini_database();
+}
+
+bool MOXDEV_FLASH_MANAGER::read_definition(const std::string& definition)
+{
+    std::string fields[TOTAL_DATABASE_MEMBER];
+    std::size_t position = 0;
+    for (std::string& field : fields) {
+        if (!get_string_from_ini(definition, &field, position))
+            break;
+    }
+    return assign_ini(fields);
 }
 
 bool MOXDEV_FLASH_MANAGER::get_string_from_ini(std::string text, std::string* field,
@@ -563,109 +525,23 @@ DWORD MOXDEV_FLASH_MANAGER::get_dword_from_string(std::string text, bool* valid)
 
 std::string MOXDEV_FLASH_MANAGER::encode_ini(std::string text) const
 {
-    uLong capacity = ::compressBound(uLong(text.size()));
-    std::vector<BYTE> compressed(capacity);
-    DWORD compressed_size = DWORD(capacity);
-    if (zlib_compress(compressed.data(), &compressed_size,
-                      reinterpret_cast<const BYTE*>(text.data()), DWORD(text.size())) != ZLIB_OK) {
-        std::cout << "Fail to generate INI because of compression failure\n";
-        return "";
-    }
-    // The compressed bytes as one bit stream, least significant bit of each
-    // byte first, cut into groups of six; a short last group is zero-padded.
-    const QWORD bit_count = QWORD(compressed_size) * 8;
-    const DWORD encoded_size = DWORD((bit_count + 5) / 6);
-    std::string encoded_ini;
-    encoded_ini.reserve(encoded_size);
-    for (QWORD first_bit = 0; first_bit < bit_count; first_bit += 6) {
-        unsigned value = 0;
-        for (unsigned bit = 0; bit < 6 && first_bit + bit < bit_count; ++bit) {
-            const QWORD position = first_bit + bit;
-            value |= unsigned((compressed[position / 8] >> (position % 8)) & 1) << bit;
-        }
-        if (value > 63) {
-            std::cout << "Invalid INI encoding\n";
-            return "";
-        }
-        encoded_ini += INI_ALPHABET[value];
-    }
-    MOXDEV_ASSERT(encoded_ini.size() == encoded_size);
-    return encoded_ini;
+    std::string encoded, error;
+    if (!moxdev::detail::encode_user_value(text, encoded, error))
+        std::cout << error << "\n";
+    return encoded;
 }
 
 std::string MOXDEV_FLASH_MANAGER::decode_ini(std::string text) const
 {
-    return decode_ini_text(text, &std::cout);
-}
-
-std::string MOXDEV_FLASH_MANAGER::decode_ini_text(const std::string& text,
-                                                  std::ostream* report) const
-{
-    const DWORD decoded_size = DWORD((QWORD(text.size()) * 6 + 7) / 8);
-    std::vector<BYTE> decoded(decoded_size, 0);
-    QWORD bit = 0;
-    for (char c : text) {
-        const int value = ini_value_of(c);
-        if (value < 0) {
-            if (report != nullptr)
-                *report << "Invalid INI decoding\n";
-            return "";
-        }
-        for (int i = 0; i < 6; ++i, ++bit) {
-            if (value & (1 << i))
-                decoded[bit / 8] |= BYTE(1u << (bit % 8));
-        }
-    }
-    const DWORD decoded_index = DWORD((bit + 7) / 8);
-    MOXDEV_ASSERT(decoded_index == decoded_size);
-
-    // The definition inflates into a bounded buffer: a value that claims more
-    // than any definition needs is as damaged as one that does not inflate.
-    std::vector<BYTE> inflated(MAX_USER_DEFINITION);
-    DWORD inflated_size = MAX_USER_DEFINITION;
-    if (decoded.empty() ||
-        zlib_uncompress(inflated.data(), &inflated_size, decoded.data(), decoded_size) != ZLIB_OK ||
-        inflated_size > MAX_USER_DEFINITION) {
-        if (report != nullptr)
-            *report << "Fail to generate INI because of decompression failure\n";
-        return "";
-    }
-    return std::string(reinterpret_cast<const char*>(inflated.data()), inflated_size);
+    std::string decoded, error;
+    if (!moxdev::detail::decode_user_value(text, decoded, error))
+        std::cout << error << "\n";
+    return decoded;
 }
 
 std::string MOXDEV_FLASH_MANAGER::gen_ini_password(std::string text) const
 {
-    const std::size_t total_size = text.size();
-    MOXDEV_ASSERT(total_size > 0);
-
-    const DWORD index = ver_get_current_version_index_number();
-    const DWORD service_pack = index & 0xFF;
-    const DWORD build = (index >> 8) & 0xFFFF;
-    std::string version_text = "Nimbrel Version: " + ver_get_version() + " ";
-    if (service_pack != 0)
-        version_text += "SP" + std::to_string(service_pack) + " ";
-    version_text += "Build " + std::to_string(build);
-    const WORD version_crc =
-        crc16_xmodem(reinterpret_cast<const BYTE*>(version_text.data()), version_text.size());
-    const BYTE low = BYTE(version_crc);
-    const BYTE high = BYTE(version_crc >> 8);
-
-    // Eight interleaved groups of the text, each salted with the version's CRC
-    // and reduced to two letters.
-    const std::size_t sector_size = (total_size + 7) / 8;
-    MOXDEV_ASSERT(sector_size > 0);
-    auto letter = [](BYTE byte) { return char(byte >= 'A' && byte <= 'Z' ? byte : byte % 26 + 'A'); };
-    std::string password;
-    for (std::size_t group = 0; group < 8; ++group) {
-        std::vector<BYTE> buffer(sector_size, 0);
-        std::size_t k = 0;
-        for (std::size_t i = group; i < total_size; i += 8)
-            buffer[k++] = BYTE(text[i]) ^ (i % 2 ? high : low);
-        const WORD crc = crc16_xmodem(buffer.data(), buffer.size());
-        password += letter(BYTE(crc));
-        password += letter(BYTE(crc >> 8));
-    }
-    return password;
+    return moxdev::detail::user_value_check(text);
 }
 
 bool MOXDEV_FLASH_MANAGER::cmp_ini_password(std::string password, std::string text) const

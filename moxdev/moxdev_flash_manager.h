@@ -47,9 +47,16 @@ void moxdev_for_each_flash_field(RECORD& record, VISITOR&& visit)
 }
 
 // The fields of `record` as (name, text) pairs in record order: ID bytes and
-// masks in hex, "-1" for an unused index, sizes and times in decimal.
+// masks in hex, "none" for an unused index, divisor or bottom value (255),
+// sizes and times in decimal, flags as "true" or "false".
 std::vector<std::pair<std::string, std::string>>
 moxdev_flash_info_to_text(const MOXDEV_SFL_FLASH_INFO& record);
+
+namespace moxdev::detail {
+// The project's own flash functions (moxdev/flash.h, moxdev/user_flash.h)
+// reach the manager's records through this one door.
+struct FLASH_MANAGER_ACCESS;
+} // namespace moxdev::detail
 
 class MOXDEV_FLASH_MANAGER : protected MOXDEV_DATABASE_CODEC {
 public:
@@ -74,30 +81,11 @@ public:
     // Binds device `device_index` of the chain to the first record whose ID
     // bytes match `id_bytes`: in silicon-ID mode the single silicon-ID byte,
     // otherwise memory ID, memory type (unless its index is 255) and
-    // manufacturer ID. `id_bytes` must hold every byte a record may index.
+    // manufacturer ID. `id_bytes` must hold every byte a record may index;
+    // moxdev::bind_flash() takes a count instead.
     bool flash_id_database_mapping(bool silicon_id_mode, DWORD device_index, BYTE* id_bytes);
-    // The same for `id_count` bytes read from the chip: a record that indexes
-    // a byte beyond them does not match.
-    bool flash_id_database_mapping(bool silicon_id_mode, DWORD device_index, const BYTE* id_bytes,
-                                   DWORD id_count);
-    // The record that flash_id_database_mapping would bind to these bytes,
-    // or null; binds nothing.
-    const MOXDEV_SFL_FLASH_INFO* find_flash(bool silicon_id_mode, const BYTE* id_bytes, DWORD id_count) const;
-    // Binds device `device_index` to the chip that answered `id_bytes` (at
-    // least maker, type and capacity) and, for a chip no record knows, to the
-    // record derived from its SFDP read (`sfdp`, `sfdp_size` bytes from
-    // address 0; see moxdev_sfdp.h). A record of the table, or the user
-    // record, always wins for an ID it knows. A derived record is added behind
-    // the others, so later pointers from get_flash_database() must be asked
-    // for again. False, with the reason in `error`, when neither binds.
-    // The maker name of the first record with this maker and type byte, "" if
-    // none (makers that share a code, like Micron and XMC, differ in type).
-    std::string maker_name(BYTE mfc_id, BYTE memory_type) const;
-    bool flash_sfdp_mapping(DWORD device_index, const BYTE* id_bytes, DWORD id_count, const BYTE* sfdp,
-                            std::size_t sfdp_size, std::string* error = nullptr);
     DWORD get_flash_mapping_index(DWORD device, bool allow_invalid) const;
     void set_flash_mapping_index(DWORD device, DWORD index);
-    DWORD get_device_count() const { return m_device_count; }
 
     // The largest page-program time over the bound devices of the chain.
     DWORD sfl_get_chain_longest_program_utime() const;
@@ -108,26 +96,23 @@ public:
 
     // ------------------------------------------------------------ user flash
     // The printable encoding of the user definition: zlib, then 6 bits per
-    // character. An empty result means failure (a message is printed).
+    // character. An empty result means failure, and a message is printed on
+    // standard output.
     std::string encode_ini(std::string text) const;
     std::string decode_ini(std::string text) const;
     // The 16-letter check value that binds a definition to this tool version.
     std::string gen_ini_password(std::string text) const;
     bool cmp_ini_password(std::string password, std::string text) const;
 
-    // The interactive definition: asks for up to three chips and prints the
-    // value to store in "MOX_SUPPORT_EXT_SPI_DEV".
-    // The value of "MOX_SUPPORT_EXT_SPI_DEV" that defines `record` as the user
-    // flash, in the encoding the dialogue prints; empty when a text field
-    // holds '@' or '#', which the encoding cannot carry.
-    std::string definition_value(const MOXDEV_SFL_FLASH_INFO& record) const;
-
+    // The definition dialogue: asks for up to three chips and prints the
+    // value to store in "MOX_SUPPORT_EXT_SPI_DEV". The first refused answer
+    // ends it. The plain form talks on standard input and output.
+    // moxdev::define_user_flash() is the forgiving dialogue for people.
     void gen_flash_ini();
     void gen_flash_ini(std::istream& in, std::ostream& out);
 
     // ------------------------------------------------------------ generation
-    // Builds the database file `out` from the flash CSV. On any failure an
-    // earlier file is left as it was.
+    // Builds the database file `out` from the flash CSV.
     void generate_flash_database(FIO_PATH csv, FIO_PATH out);
 
     // ------------------------------------------------------------ listings
@@ -171,22 +156,32 @@ protected:
     std::shared_ptr<std::vector<DWORD>> m_device_to_flash_map;
     std::shared_ptr<std::vector<MOXDEV_SFL_FLASH_INFO>> m_flash_database;
     MOXDEV_SFL_FLASH_INFO m_ini_database;
-    // Keeps every record while loading, whatever its switch says (listings
-    // of the whole table).
-    bool m_enable_all = false;
 
 private:
+    friend struct moxdev::detail::FLASH_MANAGER_ACCESS;
+
+    // Which records loading keeps: those whose switch is on (what the
+    // constructor does), or every one (listings of the whole table).
+    enum class KEEP { ENABLED, EVERY };
+
     // Loading and generation on the codec's reader and writer; the protected
     // forms above are thin wrappers that trust the caller's buffer.
-    void parse_payload(MOXDEV_FIELD_READER& in);
-    bool read_record(MOXDEV_FIELD_READER& in, DWORD slot);
+    void load(const FIO_PATH& flash_file, KEEP keep);
+    void parse_payload(MOXDEV_FIELD_READER& in, KEEP keep);
+    bool read_record(MOXDEV_FIELD_READER& in, DWORD slot, KEEP keep);
     void write_record(MOXDEV_FIELD_WRITER& out, const std::vector<std::string>& cells);
+    // Sets up the device-to-flash map of a loaded manager.
+    void attach_chain(DWORD device_count);
 
     const MOXDEV_SFL_FLASH_INFO& bound_record(DWORD device) const;
-    // One chip of the dialogue, asked on `out`, answered on `in`.
+    // One chip of the definition dialogue, asked on `out`, answered on `in`.
     bool prompt_chip(std::istream& in, std::ostream& out, std::string& definition);
-    // The index of the first record matching the ID bytes, INVALID_DWORD if none.
+    // flash_id_database_mapping() for `id_count` ID bytes.
+    bool bind(bool silicon_id_mode, DWORD device_index, const BYTE* id_bytes, DWORD id_count);
+    // The index of the first record matching `id_count` ID bytes (a record
+    // that indexes a byte beyond them does not match), INVALID_DWORD if none.
     DWORD first_match(bool silicon_id_mode, const BYTE* id_bytes, DWORD id_count) const;
-    std::string decode_ini_text(const std::string& text, std::ostream* report) const;
-
+    // The user definition's fields into m_ini_database, as the loader reads
+    // them; false when one is invalid.
+    bool read_definition(const std::string& definition);
 };

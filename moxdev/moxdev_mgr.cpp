@@ -17,6 +17,9 @@
 
 #include <absl/container/flat_hash_map.h>
 
+// Internal errors of this file are the class's own.
+static constexpr const char* MOXDEV_UNIT = "moxdev_mgr";
+
 namespace {
 
 // Value names of the four object kinds, indexed by value. Value 0 is never

@@ -548,17 +548,25 @@ TEST(CliFlash, DialogueAsksAgainAndStoresOnlyUsableValues)
     }
     std::istringstream in(input);
     std::ostringstream out;
-    MOXDEV_FLASH_MANAGER(false, 1, true, false).gen_flash_ini(in, out);
+    moxdev::USER_FLASH_DEFINITION definition;
+    std::string error;
+    ASSERT_TRUE(moxdev::define_user_flash(in, out, definition, error)) << error;
     const std::string text = out.str();
     EXPECT_NE(text.find("answer 1, 2 or 3"), std::string::npos) << text;
     EXPECT_EQ(count(text, "; try again\n"), std::size(refused)) << text;
-    EXPECT_NE(text.find("Prompt outcome: @ACME@CHIP1@0@25@2@186@255@32@0@"), std::string::npos) << text;
-    EXPECT_NE(text.find("@255@255@1@3.3V@\n"), std::string::npos) << text;
-    const std::size_t ini = text.find("INI : ");
-    ASSERT_NE(ini, std::string::npos) << text;
+    ASSERT_EQ(definition.chips.size(), 1u);
+    const MOXDEV_SFL_FLASH_INFO& chip = definition.chips[0];
+    EXPECT_EQ(chip.manufacturer_name + " " + chip.device_name + " " + chip.asc_voltage, "ACME CHIP1 3.3V");
+    EXPECT_EQ(chip.memory_type_index, 255);
+    EXPECT_EQ(chip.protection_division, 255);
+    EXPECT_EQ(chip.bottom_value, 255);
 
     // The value is one the loader takes, and --input gives the same one.
-    const std::string value = text.substr(ini + 6, text.find('\n', ini) - ini - 6);
+    const std::string value = definition.value;
+    moxdev::USER_FLASH_CONTENT content;
+    ASSERT_TRUE(moxdev::read_user_flash_value(value, content, error)) << error;
+    EXPECT_TRUE(content.accepted());
+    EXPECT_EQ(moxdev_flash_info_to_text(content.record), moxdev_flash_info_to_text(chip));
     const SCRATCH dir;
     write_text(dir.file("answers.txt"), input);
     std::string damaged = value;
@@ -575,7 +583,8 @@ TEST(CliFlash, DialogueAsksAgainAndStoresOnlyUsableValues)
         // Answers that end early stop the dialogue with no value; several
         // chips are warned about.
         {"printf '2\\nacme\\n' | moxdev flash define", 1, "uses only the first definition"},
-        {"printf '2\\nacme\\n' | moxdev flash define", 1, "The answers ended"},
+        {"printf '2\\nacme\\n' | moxdev flash define", 1,
+         "moxdev: the answers ended before 'Device Name' was answered"},
         {"moxdev flash define --input missing.txt", 1, "moxdev: cannot read 'missing.txt'\n"},
         // One chip, ID 20 BA 19, for the JSON below.
         {"printf '1\\nacme\\nmychip\\n19\\n2\\nBA\\n1\\n20\\n0\\nn\\ny\\nn\\nn\\nn\\ny\\n1\\n256\\n64\\n400\\n3\\n1800\\n5C"

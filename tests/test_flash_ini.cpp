@@ -52,10 +52,20 @@ protected:
     }
     // The locked update of a set; what failed in `error`.
     static bool update(const BYTES& data, std::string& error, MOXDEV_FLASH_INI_ENUM set = MOXDEV_FLASH_INI_SET_0,
-                       DWORD wait_ms = MOXDEV_FLASH_INI::DEFAULT_LOCK_TIMEOUT_MS)
+                       DWORD wait_ms = moxdev::DEFAULT_LOCK_TIMEOUT_MS, std::string* moved_aside = nullptr)
     {
-        return MOXDEV_FLASH_INI::update_flash_ini_data(
-            set, [&](std::vector<BYTE>& old, std::string&) { return old = data, true; }, error, nullptr, wait_ms);
+        return moxdev::update_parameter_set(
+            set, [&](std::vector<BYTE>& old, std::string&) { return old = data, true; }, error, moved_aside,
+            wait_ms);
+    }
+    // The names in the module directory.
+    std::vector<std::string> files() const
+    {
+        std::vector<std::string> names;
+        for (const auto& entry : std::filesystem::directory_iterator(dir.path()))
+            names.push_back(entry.path().filename().string());
+        std::sort(names.begin(), names.end());
+        return names;
     }
     // Runs the command with this module directory.
     int moxdev(const std::string& arguments, std::string& output)
@@ -293,7 +303,7 @@ TEST_F(ParamFile, KilledWritersLeaveTheOldOrTheNewFile)
         std::this_thread::sleep_for(std::chrono::microseconds(random() % 4000));
         ::kill(child, SIGKILL);
         ::waitpid(child, nullptr, 0);
-        ASSERT_EQ(MOXDEV_FLASH_INI::container_state(), MOXDEV_FLASH_INI_STATE::VALID) << "run " << run;
+        ASSERT_EQ(moxdev::parameter_file_state(), moxdev::PARAMETER_FILE_STATE::VALID) << "run " << run;
         const BYTES set = read();
         ASSERT_EQ(set.size(), SET_SIZE) << "run " << run;
         EXPECT_EQ(std::count(set.begin(), set.end(), set[0]), long(SET_SIZE)) << "a mixture in run " << run;
@@ -305,10 +315,59 @@ TEST_F(ParamFile, KilledWritersLeaveTheOldOrTheNewFile)
     }
 }
 
-// The disk fills up part way (a file size limit): the earlier file stays byte
-// for byte and no temporary file is left. The described write still answers
-// true (its output could be opened); the locked update and the command say
-// what failed, the command with status 1.
+// The plain write rewrites the one file in place: no lock is taken or
+// waited for, nothing but mox_flash.ini is left beside it, and its answer
+// only says whether the file could be opened.
+TEST_F(ParamFile, ThePlainWriteTakesNoLockAndLeavesOneFile)
+{
+    const int lock = ::open((path() + ".lock").c_str(), O_RDWR | O_CREAT, 0644);
+    ASSERT_EQ(::flock(lock, LOCK_EX), 0);
+    const auto start = std::chrono::steady_clock::now();
+    ASSERT_TRUE(write(MOXDEV_FLASH_INI_HPS_SPI, BYTES{1, 2}));
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5)) << "it waited for the lock";
+    ::close(lock);
+    std::filesystem::remove(path() + ".lock");
+    ASSERT_TRUE(write(MOXDEV_FLASH_INI_HPS_NAND, BYTES{3}));
+    EXPECT_EQ(files(), std::vector<std::string>{"mox_flash.ini"});
+
+    // A file the write can open in a directory it cannot create files in
+    // (a difference only where the tests do not run as root).
+    std::filesystem::permissions(dir.path(), std::filesystem::perms::owner_write,
+                                 std::filesystem::perm_options::remove);
+    const bool rewritten = write(MOXDEV_FLASH_INI_HPS_SPI, BYTES{9});
+    std::filesystem::permissions(dir.path(), std::filesystem::perms::owner_write, std::filesystem::perm_options::add);
+    EXPECT_TRUE(rewritten);
+    EXPECT_EQ(read(MOXDEV_FLASH_INI_HPS_SPI), BYTES{9});
+
+    // An unreadable file is replaced, not kept aside: its sets count as absent.
+    write_text(path(), "damaged");
+    ASSERT_TRUE(write(MOXDEV_FLASH_INI_HPS_NAND, BYTES{4}));
+    EXPECT_EQ(files(), std::vector<std::string>{"mox_flash.ini"});
+    EXPECT_TRUE(read(MOXDEV_FLASH_INI_HPS_SPI).empty());
+
+    // The disk fills up part way (a file size limit): the write still answers
+    // true, since its output could be opened.
+    struct rlimit saved {};
+    ::getrlimit(RLIMIT_FSIZE, &saved);
+    const auto saved_handler = std::signal(SIGXFSZ, SIG_IGN);
+    struct rlimit limited = saved;
+    limited.rlim_cur = 4096;
+    ::setrlimit(RLIMIT_FSIZE, &limited);
+    const bool opened = write(MOXDEV_FLASH_INI_HPS_SPI, BYTES(64 * 1024, 0x3C));
+    ::setrlimit(RLIMIT_FSIZE, &saved);
+    std::signal(SIGXFSZ, saved_handler);
+    EXPECT_TRUE(opened);
+
+    // A module directory that does not exist: the output cannot be opened.
+    const std::string missing = dir.file("no/such/dir");
+    SCOPED_ENV module_dir("MOXDEV_MODULE_DIR", missing.c_str());
+    EXPECT_FALSE(write(MOXDEV_FLASH_INI_HPS_SPI, BYTES(10)));
+    EXPECT_FALSE(std::filesystem::exists(missing));
+}
+
+// The disk fills up part way (a file size limit): the locked update keeps the
+// earlier file byte for byte and leaves no temporary file; it and the command
+// say what failed, the command with status 1.
 TEST_F(ParamFile, AFullDiskKeepsTheEarlierFile)
 {
     std::string error;
@@ -320,11 +379,9 @@ TEST_F(ParamFile, AFullDiskKeepsTheEarlierFile)
     struct rlimit limited = saved;
     limited.rlim_cur = 4096;
     ::setrlimit(RLIMIT_FSIZE, &limited);
-    const bool opened = write(MOXDEV_FLASH_INI_HPS_SPI, big);
     const bool written = update(big, error, MOXDEV_FLASH_INI_HPS_SPI);
     ::setrlimit(RLIMIT_FSIZE, &saved);
     std::signal(SIGXFSZ, saved_handler);
-    EXPECT_TRUE(opened);
     EXPECT_FALSE(written);
     EXPECT_NE(error.find("cannot write"), std::string::npos) << error;
     EXPECT_EQ(read_bytes(path()), earlier);
@@ -340,12 +397,6 @@ TEST_F(ParamFile, AFullDiskKeepsTheEarlierFile)
     EXPECT_NE(output.find("moxdev: cannot change " + path()), std::string::npos) << output;
     EXPECT_EQ(output.find("added:"), std::string::npos) << output;
     EXPECT_EQ(read_bytes(path()), earlier);
-
-    // A module directory that does not exist: the output cannot be opened.
-    const std::string missing = dir.file("no/such/dir");
-    SCOPED_ENV module_dir("MOXDEV_MODULE_DIR", missing.c_str());
-    EXPECT_FALSE(write(MOXDEV_FLASH_INI_HPS_SPI, BYTES(10)));
-    EXPECT_FALSE(std::filesystem::exists(missing));
 }
 
 // A damaged file is moved aside, never silently replaced; a directory in its
@@ -368,7 +419,17 @@ TEST_F(ParamFile, DamageDirectoriesAndLocksAreReported)
     const std::string kept = output.substr(at + 15, output.find('\n', at) - at - 15);
     EXPECT_EQ(kept.rfind(path() + ".damaged-", 0), 0u) << kept;
     EXPECT_EQ(read_bytes(kept), damaged);
-    EXPECT_EQ(MOXDEV_FLASH_INI::container_state(), MOXDEV_FLASH_INI_STATE::VALID);
+    EXPECT_EQ(moxdev::parameter_file_state(), moxdev::PARAMETER_FILE_STATE::VALID);
+
+    // The container the plain write leaves when every set is empty is the
+    // library's own: the update takes it as it is.
+    ASSERT_TRUE(write(MOXDEV_FLASH_INI_HPS_NAND, {}));
+    ASSERT_EQ(read_bytes(path()).size(), 44u);
+    EXPECT_EQ(moxdev::parameter_file_state(), moxdev::PARAMETER_FILE_STATE::VALID);
+    std::string moved = "stale";
+    ASSERT_TRUE(update(BYTES{5}, error, MOXDEV_FLASH_INI_HPS_NAND, moxdev::DEFAULT_LOCK_TIMEOUT_MS, &moved));
+    EXPECT_EQ(moved, "");
+    EXPECT_EQ(read(MOXDEV_FLASH_INI_HPS_NAND), BYTES{5});
 
     // Another writer holds the lock past the wait: nothing changes.
     const BYTES before = read_bytes(path());

@@ -214,7 +214,7 @@ TEST(FlashBinding, FirstMatchWinsInBothIdModes)
                   manager.sfl_get_device_name(2),
               "ANYTYPE EXACT SILICON1");
     // A counted ID that is too short for a record's index does not match it.
-    EXPECT_FALSE(manager.flash_id_database_mapping(false, 2, exact, 2));
+    EXPECT_FALSE(moxdev::bind_flash(manager, false, 2, exact, 2));
 
     manager.set_flash_mapping_index(0, 3);
     EXPECT_EQ(manager.sfl_get_device_name(0), "SILICON2");
@@ -318,15 +318,19 @@ TEST(FlashDatabase, RefusalsReportTheirCondition)
          [&] { load(table_of({{{"ini", "QUAL_OFF"}}})).flash_id_database_mapping(false, 0, id); },
          "m_flash_database != NULL && m_flash_count > 0"},
         {"a cut file", damaged([](BYTES& file) { file.resize(46); }), "file_size > (8 + 32 + 4 + 2)"},
-        // Sizes and counts the file cannot hold are refused before memory is set aside.
+        // Sizes and counts the file cannot hold are refused before memory is
+        // set aside, with the condition that reading them would fail.
         {"4 GiB announced", damaged([](BYTES& file) { std::fill(file.begin() + 40, file.begin() + 44, 0xFF); }),
-         "announced payload size exceeds what the compressed data can hold"},
+         "new_dcmp_size == original_count"},
         {"a huge record count", damaged([](BYTES& file) {
              BYTES payload = payload_of(file);
              std::fill(payload.begin() + 4, payload.begin() + 8, 0xFF);
              file = make_database_file("MOXIO_FM", MOXDEV_FLASH_INFO_CSV_MD5, payload);
          }),
-         "record count exceeds what the payload can hold"},
+         "type == MOXDEV_MANAGER_DEVID_STR || type == MOXDEV_MANAGER_STRING"},
+        {"a table that is not there", [&] {
+             MOXDEV_FLASH_MANAGER(false, 1, true, false).generate_flash_database(dir.file("none.csv"), pcf);
+         }, "status && device_count > 0"},
         {"another identifier", damaged([](BYTES& file) { file[8] ^= 1; }), "Mismatch ID between flash file and reader"},
         {"another version", damaged([](BYTES& file) {
              BYTES payload = payload_of(file);
@@ -354,7 +358,7 @@ TEST(FlashDatabase, RefusalsReportTheirCondition)
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
-        EXPECT_INTERNAL_ERROR(c.run(), c.condition);
+        EXPECT_INTERNAL_ERROR_IN(c.run(), c.condition, "moxdev_flash_manager");
     }
 }
 
@@ -424,39 +428,118 @@ TEST_F(UserFlash, ValuesAreCheckedBeforeUse)
     }
 }
 
-// A refused answer is explained and asked again; the dialogue then goes on
-// with the next answer and the value is made.
-TEST(UserFlashDialogue, EveryAnswerIsChecked)
+// The prompts of the definition dialogue, in order.
+const char* const PROMPTS[] = {
+    "Manufacture Name : ", "Device Name : ", "Memory ID (hex) [1 - FE] : ", "Memory ID Index [0/1/2] : ",
+    "Memory Type (hex) [0 - FF] : ", "Memory Type Index [-1/0/1/2] : ", "Manufacturer ID (hex) [1 - FE] : ",
+    "Manufacturer ID Index [0/1/2] : ", "Support Extended Mode [Y/N] : ", "Micron flow [Y/N] : ",
+    "Spansion flow [Y/N] : ", "Protected after power-up [Y/N] : ", "Is AAI mode [Y/N] : ",
+    "Read flag status [Y/N] : ", "Die count [1/2] : ", "Memory Density [1 - 2048 Mbit] : ",
+    "Sector Size [1 - 1024 Kbyte] : ", "Bulk Erase time [1 - 900 seconds] : ",
+    "Sector Erase Time [1 - 60 seconds] : ", "Page Program Time [1000 - 1000000 microseconds] : ",
+    "Protection Mask (hex) [0 - FF] : ", "Protection Value (hex) [0 - FF] : ", "Unprotect Value (hex) [0 - FF] : ",
+    "Protection Divisor (hex) [-1/3 - 20] : ", "Bottom Value (bit location) [-1/0 - 7] : ", "SDM Support [Y/N] : ",
+    "AS Configuration Voltage : "};
+
+// The first `count` prompts, as the dialogue prints them one after another.
+std::string prompts(std::size_t count)
 {
-    EXPECT_NE(dialogue("4", {}).find("Invalid input or too many flash to define"), std::string::npos);
-    EXPECT_NE(dialogue("zero", {}).find("Invalid input or too many"), std::string::npos);
+    std::string text;
+    for (std::size_t i = 0; i < count; ++i)
+        text += PROMPTS[i];
+    return text;
+}
+
+// The whole conversation, word for word: a refused answer ends the dialogue
+// at once, and "-1" is written back as "-1", which the loader then refuses.
+TEST_F(UserFlash, TheDialogueIsOneChancePerAnswer)
+{
+    const std::string count = "Number of 3rd party flash to define (max 3) : ";
+    EXPECT_EQ(dialogue("4", {}), count + "Invalid input or too many flash to define\n");
+    EXPECT_EQ(dialogue("", {}), count + "Invalid input or too many flash to define\n");
+    EXPECT_EQ(dialogue("1", {answers_with(3, "3")}), count + prompts(4) + "Invalid input\n");
+    EXPECT_EQ(dialogue("1", {answers_with(0, "")}), count + prompts(1) + "Empty name or name too long\n");
+    // The three ID positions are compared only after the last answer.
+    EXPECT_EQ(dialogue("1", {answers_with(5, "2")}),
+              count + prompts(27) + "Memory ID, Memory Type and Manufacturer ID index cannot be at the same location");
+
+    std::vector<std::string> answers = ANSWERS;
+    answers[5] = answers[23] = answers[24] = "-1";
+    const std::string definition =
+        "@ACME@CHIP1@0@25@2@186@-1@32@0@32@1@NONE@0@1@0@0@0@1@1@268435456@65536@0@1@400@3@1800@92@92@0@-1@-1@1@3.3V@";
+    const std::string text = definition + "#" + check_value(definition) + ";";
+    const std::string value = CODEC.encode_ini(text);
+    EXPECT_EQ(dialogue("1", {answers}), count + prompts(27) + "Prompt outcome: " + definition + "\nRaw: " + text +
+                                            "\nINI : " + value + "\n");
+    std::string output;
+    EXPECT_EQ(load(value, false, output)->get_flash_count(), 1u) << "the loader refuses -1";
+    load(value, true, output);
+    EXPECT_NE(output.find("Fail to check the validity of the INI\n"), std::string::npos) << output;
+
+    // A second chip that fails ends the dialogue: nothing is encoded.
+    const std::string two = dialogue("2", {ANSWERS, {"acme", "chip2", "0"}});
+    EXPECT_NE(two.find("Prompt outcome: @ACME@CHIP1@"), std::string::npos) << two;
+    EXPECT_EQ(two.substr(two.size() - 14), "Invalid input\n");
+    EXPECT_EQ(two.find("Raw: "), std::string::npos) << two;
+}
+
+// Each answer is judged as its prompt says, upper-cased first.
+TEST(UserFlashDialogue, EveryAnswerIsJudgedByItsRange)
+{
     const struct {
         std::size_t question;
         const char* answer;
-        const char* message; // null: accepted
+        const char* field; // the definition field it becomes, or null: refused
     } cases[] = {
-        {2, "0", "Invalid input"},    {2, "FE", nullptr},         {2, "FF", "Invalid input"},
-        {3, "3", "Invalid input"},    {15, "3", "Invalid input"}, {15, "2048", nullptr},
-        {15, "4096", "Invalid input"}, {16, "1024", nullptr},     {16, "2048", "Invalid input"},
-        {8, "yes", "Invalid input"},  {8, "Y", nullptr},          {17, "901", "Invalid input"},
-        {19, "999", "Invalid input"}, {23, "2", "Invalid input"}, {23, "20", nullptr},
-        {24, "8", "Invalid input"},   {14, "3", "Invalid input"}, {0, "", "Empty name or name too long"},
-        {1, "ABCDEFGHIJKLMNOPQRST", "Empty name or name too long"}, {1, "A@B", "Invalid input"},
-        {26, "", "Empty name or name too long"},
+        {2, "0", nullptr},    {2, "FE", "@254@"},         {2, "fe", "@254@"},       {2, "FF", nullptr},
+        {3, "3", nullptr},    {15, "3", nullptr},         {15, "2048", "@-2147483648@"}, {15, "4096", nullptr},
+        {16, "1024", "@1048576@"}, {16, "2048", nullptr}, {8, "yes", nullptr},      {8, "y", "@1@"},
+        {17, "901", nullptr}, {19, "999", nullptr},       {23, "2", nullptr},       {23, "20", "@32@"},
+        {24, "8", nullptr},   {14, "3", nullptr},         {1, "ABCDEFGHIJKLMNOPQRST", nullptr},
+        {26, "", nullptr},    {1, "A@B", "@A@B@"},        {1, " chip ", "@ CHIP @"}, {5, "-1", "@-1@"},
+        {4, "-1", nullptr},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(std::to_string(c.question) + " " + c.answer);
-        std::vector<std::string> answers = ANSWERS;
-        if (c.message == nullptr)
-            answers[c.question] = c.answer;
-        else // the refused answer, then the good one it is asked again for
-            answers.insert(answers.begin() + long(c.question), c.answer);
-        const std::string output = dialogue("1", {answers});
+        const std::string output = dialogue("1", {answers_with(c.question, c.answer)});
+        if (c.field == nullptr) {
+            EXPECT_EQ(output.find("Prompt outcome"), std::string::npos) << output;
+            continue;
+        }
+        const std::size_t outcome = output.find("Prompt outcome: ");
+        ASSERT_NE(outcome, std::string::npos) << output;
+        EXPECT_NE(output.find(c.field, outcome), std::string::npos) << output;
         EXPECT_NE(output.find("INI : "), std::string::npos) << output;
-        EXPECT_NE(output.find(c.message ? std::string(c.message) + ":" : "INI"), std::string::npos) << output;
     }
-    EXPECT_NE(dialogue("1", {answers_with(2, "fe")}).find("@254@"), std::string::npos);
-    EXPECT_NE(dialogue("1", {answers_with(15, "2048")}).find("@-2147483648@"), std::string::npos);
-    // Answers that end early end the dialogue without a value.
-    EXPECT_EQ(dialogue("1", {{"MAKER"}}).find("INI : "), std::string::npos);
+}
+
+// The project's dialogue explains a refused answer and asks again, takes
+// "none" for an unused field and makes a value the loader takes.
+TEST_F(UserFlash, TheForgivingDialogueMakesAUsableValue)
+{
+    std::vector<std::string> answers = ANSWERS;
+    answers[5] = "none";
+    answers[23] = "FF";
+    answers[24] = "-1";
+    std::string input = "7\n 1 \n";
+    for (std::size_t q = 0; q < answers.size(); ++q)
+        input += (q == 3 ? "3\n" : q == 7 ? "2\n" : "") + answers[q] + "\n";
+    std::istringstream in(input);
+    std::ostringstream out;
+    moxdev::USER_FLASH_DEFINITION definition;
+    std::string error;
+    ASSERT_TRUE(moxdev::define_user_flash(in, out, definition, error)) << error;
+    EXPECT_NE(out.str().find("Invalid input: a number from 0 to 2 is needed; try again\n"), std::string::npos);
+    EXPECT_NE(out.str().find("cannot be at the same location: another ID byte is read from there; try again\n"),
+              std::string::npos);
+    std::string output;
+    const auto manager = load(definition.value, false, output);
+    ASSERT_EQ(manager->get_flash_count(), 2u);
+    EXPECT_EQ(moxdev_flash_info_to_text(manager->get_flash_database()[0]),
+              moxdev_flash_info_to_text(definition.chips.at(0)));
+    EXPECT_EQ(manager->get_flash_database()[0].memory_type_index, 255);
+
+    std::istringstream cut("1\nacme\n");
+    EXPECT_FALSE(moxdev::define_user_flash(cut, out, definition, error));
+    EXPECT_EQ(error, "the answers ended before 'Device Name' was answered");
 }

@@ -114,7 +114,7 @@ TEST(FlashTable, AgreesWithThePublicReadIdTable)
     for (const auto& ref : reference) {
         const BYTE id[3] = {BYTE(std::stoul(ref[2], nullptr, 16)), BYTE(std::stoul(ref[3], nullptr, 16)),
                             BYTE(std::stoul(ref[4], nullptr, 16))};
-        EXPECT_NE(shipped(true).find_flash(false, id, 3), nullptr) << ref[1] << " " << ref[2] << ref[3] << ref[4];
+        EXPECT_NE(moxdev::find_flash(shipped(true), false, id, 3), nullptr) << ref[1] << " " << ref[2] << ref[3] << ref[4];
     }
 }
 
@@ -193,7 +193,7 @@ TEST(FlashTable, SharedIdsBindTheIntendedPartFirst)
             if (group.size() < 2)
                 continue;
             const BYTE bytes[3] = {group[0]->mfc_id, group[0]->memory_type, group[0]->memory_id};
-            const RECORD* first = shipped(switches).find_flash(false, bytes, 3);
+            const RECORD* first = moxdev::find_flash(shipped(switches), false, bytes, 3);
             ASSERT_EQ(first, group[0]) << id;
             shared[id] = first->device_name;
             for (const RECORD* other : group)

@@ -189,25 +189,25 @@ TEST_F(ShippedTable, AnUnknownChipBindsToItsSfdpRecord)
     const BYTES image = sfdp_image(bfpt(16, 0x80000000u | 28, 1));
     const BYTE unknown[3] = {0xEF, 0x40, 0x99};
     std::string error;
-    ASSERT_TRUE(manager.flash_sfdp_mapping(1, unknown, 3, image.data(), image.size(), &error)) << error;
+    ASSERT_TRUE(moxdev::bind_flash_by_sfdp(manager, 1, unknown, 3, image.data(), image.size(), &error)) << error;
     EXPECT_EQ(manager.get_flash_count(), before + 1);
     EXPECT_EQ(manager.sfl_get_manufacturer_name(1) + " " + manager.sfl_get_device_name(1), "WINBOND SFDP_EF4099");
     EXPECT_EQ(manager.sfl_get_device_bit_size(1), 1u << 28);
     EXPECT_TRUE(manager.sfl_get_byte4_addressing(1));
     EXPECT_EQ(manager.sfl_get_chain_longest_program_utime(), 5376u);
     // The derived record now answers the plain binding too.
-    EXPECT_TRUE(manager.flash_id_database_mapping(false, 0, unknown, 3));
+    EXPECT_TRUE(moxdev::bind_flash(manager, false, 0, unknown, 3));
     EXPECT_EQ(manager.get_flash_mapping_index(0, false), before);
 
     // A chip the table knows binds to the table's record, whatever its SFDP.
     const BYTE known[3] = {0x20, 0xBA, 0x19};
     const BYTES garbage(4, 0);
-    ASSERT_TRUE(manager.flash_sfdp_mapping(0, known, 3, garbage.data(), garbage.size(), &error));
+    ASSERT_TRUE(moxdev::bind_flash_by_sfdp(manager, 0, known, 3, garbage.data(), garbage.size(), &error));
     EXPECT_EQ(manager.sfl_get_device_name(0), "MT25QL256");
     EXPECT_EQ(manager.get_flash_count(), before + 1);
     // An unknown chip with a bad read binds nothing and says why.
     const BYTE other[3] = {0xEF, 0x40, 0x98};
-    EXPECT_FALSE(manager.flash_sfdp_mapping(0, other, 3, garbage.data(), garbage.size(), &error));
+    EXPECT_FALSE(moxdev::bind_flash_by_sfdp(manager, 0, other, 3, garbage.data(), garbage.size(), &error));
     EXPECT_EQ(error, "SFDP: no \"SFDP\" signature at address 0");
     EXPECT_EQ(manager.get_flash_mapping_index(0, true), INVALID_DWORD);
 }
@@ -215,7 +215,7 @@ TEST_F(ShippedTable, AnUnknownChipBindsToItsSfdpRecord)
 TEST_F(ShippedTable, ADerivedRecordBecomesTheUserFlash)
 {
     const MOXDEV_SFDP_RECORD derived = derive(decode(sfdp_image(bfpt(16, MBIT_8))), "MYCHIP");
-    const std::string value = MOXDEV_FLASH_MANAGER(false, 1, true, false).definition_value(derived.record);
+    const std::string value = moxdev::user_flash_value(derived.record);
     ASSERT_FALSE(value.empty());
     SCOPED_ENV definition("MOX_SUPPORT_EXT_SPI_DEV", value.c_str());
     MOXDEV_FLASH_MANAGER manager(false, 1, false, false);
@@ -223,12 +223,12 @@ TEST_F(ShippedTable, ADerivedRecordBecomesTheUserFlash)
     // It keeps its place ahead of the table, and ahead of an SFDP record.
     const BYTE id[3] = {0xEF, 0x40, 0x99};
     const BYTES image = sfdp_image(bfpt(16, 0x80000000u | 28));
-    ASSERT_TRUE(manager.flash_sfdp_mapping(0, id, 3, image.data(), image.size()));
+    ASSERT_TRUE(moxdev::bind_flash_by_sfdp(manager, 0, id, 3, image.data(), image.size()));
     EXPECT_EQ(manager.get_flash_mapping_index(0, false), 0u);
 
     MOXDEV_SFL_FLASH_INFO bad = derived.record;
     bad.device_name = "A@B";
-    EXPECT_EQ(MOXDEV_FLASH_MANAGER(false, 1, true, false).definition_value(bad), "");
+    EXPECT_EQ(moxdev::user_flash_value(bad), "");
 }
 
 TEST(DumpText, EveryFormGivesTheSameBytes)
@@ -295,7 +295,7 @@ TEST_F(ShippedTable, DatasheetReadsAgreeWithTheTable)
             << error;
         const MOXDEV_SFDP sfdp = decode(BYTES(bytes.begin(), bytes.end()));
         EXPECT_EQ(sfdp.bfpt_dwords, 9u);
-        const MOXDEV_SFL_FLASH_INFO* known = table.find_flash(false, read.id, 3);
+        const MOXDEV_SFL_FLASH_INFO* known = moxdev::find_flash(table, false, read.id, 3);
         ASSERT_NE(known, nullptr);
         MOXDEV_SFDP_RECORD derived;
         ASSERT_TRUE(moxdev_sfdp_record(sfdp, read.id, known->device_name, "", {}, derived, error)) << error;

@@ -26,6 +26,19 @@
         }                                                                                       \
     } while (0)
 
+// The same, and the error names the source unit `unit_name` (the class's).
+#define EXPECT_INTERNAL_ERROR_IN(statement, text, unit_name)                                    \
+    do {                                                                                        \
+        try {                                                                                   \
+            statement;                                                                          \
+            ADD_FAILURE() << "expected internal error: " << (text);                             \
+        } catch (const MSG_INTERNAL_ERROR& error) {                                             \
+            EXPECT_EQ(error.condition(), (text));                                               \
+            EXPECT_EQ(error.module(), "MOXDEV");                                                \
+            EXPECT_EQ(error.unit(), (unit_name));                                               \
+        }                                                                                       \
+    } while (0)
+
 namespace moxdev_test {
 
 using BYTES = std::vector<BYTE>;

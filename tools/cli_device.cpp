@@ -529,11 +529,14 @@ void device_generate(const std::string& csv, const std::string& out)
     if (!std::filesystem::is_regular_file(part_list, error))
         throw USER_ERROR{"no part list '" + part_list + "' (MOXDEV_INSTALL_DIR names the directory that holds "
                          "h/mox_parts.txt)"};
-    MOXDEV_DEV_INFO_MANAGER manager(true, 0);
-    manager.generate_device_database(csv, out);
+    // Written beside `out` and renamed over it: an earlier file survives.
+    unsigned records = 0;
+    std::string reason;
+    if (!moxdev::generate_device_database(csv, out, records, reason))
+        throw USER_ERROR{"cannot write '" + out + "': " + reason};
     FIO_STAT info;
     FIO_FILE_SYSTEM::status(out.c_str(), &info);
-    fmt::print("wrote {} ({} records, {} bytes)\n", out, manager.get_device_count(), info.size);
+    fmt::print("wrote {} ({} records, {} bytes)\n", out, records, info.size);
 }
 
 } // namespace

@@ -23,7 +23,6 @@
 #include <fstream>
 #include <iostream>
 #include <set>
-#include <streambuf>
 #include <type_traits>
 
 namespace moxdev_cli {
@@ -75,43 +74,17 @@ std::vector<BYTE> parse_id_bytes(const std::vector<std::string>& words)
 
 namespace {
 
-// The flash manager with the parts a command needs beyond its public face.
-class FLASH_TOOL : public MOXDEV_FLASH_MANAGER {
-public:
-    // Loads the database for a one-device chain; with `every_record` the
-    // records behind a switch that is off are kept too.
-    explicit FLASH_TOOL(bool every_record) : MOXDEV_FLASH_MANAGER(false, 1, true, false)
-    {
-        m_enable_all = every_record;
-        const std::string file = gen_get_device_db_fullpath() + "/programmer/mox_flash.pcf";
-        if (!FIO_FILE_SYSTEM::exists(file.c_str()))
-            throw USER_ERROR{"the flash database " + full_path(file) +
-                             " does not exist; MOXDEV_DEVICE_DB_DIR names the directory that holds "
-                             "programmer/mox_flash.pcf"};
-        initialize_flash_database(file);
-        m_device_count = 1;
-        m_device_to_flash_map = std::make_shared<std::vector<DWORD>>(1, INVALID_DWORD);
-    }
-
-    // An empty manager, for decoding values only.
-    FLASH_TOOL() : MOXDEV_FLASH_MANAGER(false, 1, true, false) {}
-
-    bool has_user_record() const { return !m_ini_database.device_name.empty(); }
-
-    // The fields of a definition text into `record`; false when one is invalid.
-    bool read_definition(const std::string& definition, MOXDEV_SFL_FLASH_INFO& record)
-    {
-        std::string fields[TOTAL_DATABASE_MEMBER];
-        std::size_t position = 0;
-        for (std::string& field : fields) {
-            if (!get_string_from_ini(definition, &field, position))
-                break;
-        }
-        const bool valid = assign_ini(fields);
-        record = m_ini_database;
-        return valid;
-    }
-};
+// The flash database of the database directory for a one-device chain; with
+// `every_record` the records behind a switch that is off are kept too.
+MOXDEV_FLASH_MANAGER load_table(bool every_record)
+{
+    const std::string file = gen_get_device_db_fullpath() + "/programmer/mox_flash.pcf";
+    if (!FIO_FILE_SYSTEM::exists(file.c_str()))
+        throw USER_ERROR{"the flash database " + full_path(file) +
+                         " does not exist; MOXDEV_DEVICE_DB_DIR names the directory that holds "
+                         "programmer/mox_flash.pcf"};
+    return moxdev::load_flash_database(every_record ? moxdev::FLASH_RECORDS::EVERY : moxdev::FLASH_RECORDS::USABLE);
+}
 
 std::string upper_text(std::string text)
 {
@@ -135,11 +108,11 @@ struct RECORD_STATE {
     bool usable = true;
 };
 
-RECORD_STATE record_state(const FLASH_TOOL& manager, DWORD index)
+RECORD_STATE record_state(const MOXDEV_FLASH_MANAGER& manager, DWORD index)
 {
     const MOXDEV_SFL_FLASH_INFO& record = manager.get_flash_database()[index];
     RECORD_STATE state;
-    state.user = index == 0 && manager.has_user_record();
+    state.user = index == 0 && moxdev::user_flash(manager) != nullptr;
     if (!state.user && gen_stricmp(record.ini, "NONE") != 0) {
         state.switch_name = "MOX_ALLOW_" + record.ini;
         state.usable = cfg_is_on(state.switch_name, false);
@@ -147,7 +120,7 @@ RECORD_STATE record_state(const FLASH_TOOL& manager, DWORD index)
     return state;
 }
 
-JSON entry_json(const FLASH_TOOL& manager, DWORD index, const JSON& shown_index)
+JSON entry_json(const MOXDEV_FLASH_MANAGER& manager, DWORD index, const JSON& shown_index)
 {
     const RECORD_STATE state = record_state(manager, index);
     return {{"index", shown_index},
@@ -229,7 +202,7 @@ struct LIST_FILTER {
 
 void flash_list(bool every_record, bool full, const LIST_FILTER& filter)
 {
-    FLASH_TOOL manager(every_record);
+    const MOXDEV_FLASH_MANAGER manager = load_table(every_record);
     const MOXDEV_SFL_FLASH_INFO* records = manager.get_flash_database();
     const DWORD bits = filter.size.empty() ? 0 : parse_density(filter.size);
     const std::string voltage = filter.voltage.empty() ? "" : parse_voltage(filter.voltage);
@@ -329,7 +302,7 @@ void flash_list(bool every_record, bool full, const LIST_FILTER& filter)
 // "not usable") while the record's switch is off.
 void flash_show(const std::string& name)
 {
-    FLASH_TOOL manager(true);
+    const MOXDEV_FLASH_MANAGER manager = load_table(true);
     const MOXDEV_SFL_FLASH_INFO* records = manager.get_flash_database();
     std::vector<std::string> names;
     std::vector<DWORD> found;
@@ -383,9 +356,9 @@ std::string no_match_message(const std::vector<BYTE>& bytes, bool silicon_id)
 {
     std::string line = "no known flash matches " + bytes_text(bytes) +
                        (silicon_id ? " (silicon ID)" : " (device ID: manufacturer, type, capacity)");
-    FLASH_TOOL every(true);
+    const MOXDEV_FLASH_MANAGER every = load_table(true);
     const DWORD count = DWORD(bytes.size());
-    if (const MOXDEV_SFL_FLASH_INFO* record = every.find_flash(silicon_id, bytes.data(), count))
+    if (const MOXDEV_SFL_FLASH_INFO* record = moxdev::find_flash(every, silicon_id, bytes.data(), count))
         return "no usable flash matches " + bytes_text(bytes) + ": " + record->manufacturer_name + " " +
                record->device_name + " needs MOX_ALLOW_" + record->ini + "=1";
 
@@ -399,7 +372,7 @@ std::string no_match_message(const std::vector<BYTE>& bytes, bool silicon_id)
         return line;
 
     const std::vector<BYTE> reversed(bytes.rbegin(), bytes.rend());
-    if (const MOXDEV_SFL_FLASH_INFO* record = every.find_flash(false, reversed.data(), count))
+    if (const MOXDEV_SFL_FLASH_INFO* record = moxdev::find_flash(every, false, reversed.data(), count))
         return line + "\nhint: in the other byte order, " + bytes_text(reversed) + ", they are " +
                record->manufacturer_name + " " + record->device_name +
                ": give the bytes in read order (manufacturer, type, capacity)";
@@ -431,20 +404,21 @@ std::string no_match_message(const std::vector<BYTE>& bytes, bool silicon_id)
 void flash_identify(const std::vector<std::string>& words, bool silicon_id, const std::string& sfdp_file)
 {
     const std::vector<BYTE> bytes = parse_id_bytes(words);
-    FLASH_TOOL manager(false);
+    MOXDEV_FLASH_MANAGER manager = load_table(false);
     const DWORD table_count = manager.get_flash_count();
     if (!sfdp_file.empty()) {
         if (silicon_id)
             throw USER_ERROR{"--sfdp binds by the device ID, not by a silicon ID"};
         const std::vector<BYTE> sfdp = read_sfdp_file(sfdp_file);
         std::string error;
-        if (!manager.flash_sfdp_mapping(0, bytes.data(), DWORD(bytes.size()), sfdp.data(), sfdp.size(), &error))
+        if (!moxdev::bind_flash_by_sfdp(manager, 0, bytes.data(), DWORD(bytes.size()), sfdp.data(), sfdp.size(),
+                                        &error))
             throw USER_ERROR{error};
-    } else if (!manager.flash_id_database_mapping(silicon_id, 0, bytes.data(), DWORD(bytes.size()))) {
+    } else if (!moxdev::bind_flash(manager, silicon_id, 0, bytes.data(), DWORD(bytes.size()))) {
         throw USER_ERROR{no_match_message(bytes, silicon_id)};
     }
     const DWORD index = manager.get_flash_mapping_index(0, false);
-    const bool user = index == 0 && manager.has_user_record();
+    const bool user = index == 0 && moxdev::user_flash(manager) != nullptr;
     const bool derived = index >= table_count;
     if (json_output) {
         print_json({{"id_bytes", bytes},
@@ -461,95 +435,60 @@ void flash_identify(const std::vector<std::string>& words, bool silicon_id, cons
     print_record(manager.get_flash_database()[index]);
 }
 
-// Passes output through to another stream buffer, remembering what went by.
-class RECORDING_BUFFER : public std::streambuf {
-public:
-    explicit RECORDING_BUFFER(std::streambuf* target) : m_target(target) {}
-    const std::string& text() const { return m_text; }
-
-protected:
-    int overflow(int c) override
-    {
-        if (c != traits_type::eof())
-            m_text += char(c);
-        return m_target->sputc(char(c));
-    }
-    std::streamsize xsputn(const char* s, std::streamsize n) override
-    {
-        m_text.append(s, std::size_t(n));
-        return m_target->sputn(s, n);
-    }
-    int sync() override { return m_target->pubsync(); }
-
-private:
-    std::streambuf* m_target;
-    std::string m_text;
-};
-
 void flash_define(const std::string& input_file)
 {
     ANSWER_SOURCE source(input_file);
-    std::istream& in = source.stream();
-    RECORDING_BUFFER buffer(std::cout.rdbuf());
-    std::ostream out(&buffer);
-    FLASH_TOOL().gen_flash_ini(in, out);
-    out.flush();
-    const std::string& text = buffer.text();
-    if (!text.empty() && text.back() != '\n')
-        std::cout << "\n";
-    const std::size_t ini = text.rfind("INI : ");
-    if (ini == std::string::npos)
-        throw USER_ERROR{"no flash was defined"};
-    const std::string value = text.substr(ini + 6, text.find('\n', ini) - ini - 6);
-    // The dialogue only lets usable answers through; check the first
-    // definition (the only one the loader reads) as the loader will.
-    FLASH_TOOL tool;
-    const std::string decoded = tool.decode_ini(value);
-    MOXDEV_SFL_FLASH_INFO record;
-    if (!tool.read_definition(decoded.substr(0, decoded.find('#')), record))
-        throw USER_ERROR{"the flash manager would ignore this value: a field of the definition is out of range"};
-    std::cout << "\nTo use it, set the configuration value, e.g.\n  export "
-              << "MOX_SUPPORT_EXT_SPI_DEV='" << value << "'\n";
+    moxdev::USER_FLASH_DEFINITION definition;
+    std::string error;
+    const bool defined = moxdev::define_user_flash(source.stream(), std::cout, definition, error);
+    std::cout << std::endl;
+    if (!defined)
+        throw USER_ERROR{error};
+    for (std::size_t n = 0; n < definition.chips.size(); ++n) {
+        const MOXDEV_SFL_FLASH_INFO& chip = definition.chips[n];
+        fmt::print("{}{} {}: {}\n", n == 0 ? "" : "\n", chip.manufacturer_name, chip.device_name,
+                   n == 0 ? "defined" : "defined (carried, but the flash manager uses only the first chip)");
+        print_record(chip);
+    }
+    // The check the flash manager makes when it loads the value.
+    moxdev::USER_FLASH_CONTENT content;
+    if (!moxdev::read_user_flash_value(definition.value, content, error) || !content.accepted())
+        throw USER_ERROR{"the flash manager would ignore this value: " +
+                         (error.empty() ? std::string("a field of the definition is out of range") : error)};
+    std::cout << "\nValue: " << definition.value << "\n"
+              << "\nTo use it, set the configuration value, e.g.\n  export "
+              << "MOX_SUPPORT_EXT_SPI_DEV='" << definition.value << "'\n";
 }
 
 void flash_decode(const std::string& value)
 {
-    FLASH_TOOL tool;
-    const std::string decoded = tool.decode_ini(value);
-    if (decoded.empty())
-        throw USER_ERROR{"not a user flash value"};
+    moxdev::USER_FLASH_CONTENT content;
+    std::string error;
+    const bool decoded = moxdev::read_user_flash_value(value, content, error);
+    if (!decoded && content.decoded.empty())
+        throw USER_ERROR{error};
     if (!json_output)
-        fmt::print("decoded: {}\n", decoded);
-    const std::size_t hash = decoded.find('#');
-    const std::size_t semicolon = decoded.find(';');
-    if (hash == std::string::npos || semicolon == std::string::npos || semicolon < hash)
-        throw USER_ERROR{"the value has no check value (definition#check;)"};
-    const std::string definition = decoded.substr(0, hash);
-    const std::string password = decoded.substr(hash + 1, semicolon - hash - 1);
-    if (definition.empty() || password.empty())
-        throw USER_ERROR{"the value's definition or check value is empty"};
-
-    MOXDEV_SFL_FLASH_INFO record;
-    const bool valid = tool.read_definition(definition, record);
-    const bool matches = tool.cmp_ini_password(password, definition);
-    const bool more = decoded.size() > semicolon + 1;
+        fmt::print("decoded: {}\n", content.decoded);
+    if (!decoded)
+        throw USER_ERROR{error};
     if (json_output) {
-        print_json({{"decoded", decoded},
-                    {"record", record_json(record)},
-                    {"fields_valid", valid},
-                    {"check_value", password},
-                    {"check_value_matches", matches},
-                    {"further_definitions_ignored", more},
-                    {"accepted", valid && matches}});
+        print_json({{"decoded", content.decoded},
+                    {"record", record_json(content.record)},
+                    {"fields_valid", content.fields_valid},
+                    {"check_value", content.check_value},
+                    {"check_value_matches", content.check_matches},
+                    {"further_definitions_ignored", content.more_chips},
+                    {"accepted", content.accepted()}});
     } else {
-        print_record(record);
-        fmt::print("fields: {}\ncheck value {}: {}\n", valid ? "valid" : "INVALID (the loader ignores it)",
-                   password,
-                   matches ? "matches this version" : "does NOT match this version (the loader ignores it)");
-        if (more)
+        print_record(content.record);
+        fmt::print("fields: {}\ncheck value {}: {}\n",
+                   content.fields_valid ? "valid" : "INVALID (the loader ignores it)", content.check_value,
+                   content.check_matches ? "matches this version"
+                                         : "does NOT match this version (the loader ignores it)");
+        if (content.more_chips)
             fmt::print("note: only the first definition of the value is used\n");
     }
-    if (!valid || !matches)
+    if (!content.accepted())
         throw USER_ERROR{"the flash manager will not use this value"};
 }
 
@@ -672,7 +611,9 @@ void flash_generate(const std::string& csv, const std::string& out)
     if (!can_create_file_in(directory, reason))
         throw USER_ERROR{"cannot write '" + out + "': " + reason};
     check_flash_table(csv);
-    MOXDEV_FLASH_MANAGER(false, 1, true, false).generate_flash_database(csv, out);
+    // Written beside `out` and renamed over it: an earlier file survives.
+    if (!moxdev::generate_flash_database(csv, out, reason))
+        throw USER_ERROR{"cannot write '" + out + "': " + reason};
     FIO_FILE_SYSTEM::status(out.c_str(), &info);
     fmt::print("wrote {} ({} bytes)\n", out, info.size);
 }
@@ -728,7 +669,8 @@ void add_flash_commands(CLI::App& app)
         "define", "Define a flash chip interactively and print the value for MOX_SUPPORT_EXT_SPI_DEV");
     define->add_option("--input", define_input, "Read the answers from this file, one per line");
     define->footer("The answers may also come from standard input, one per line. A refused answer is "
-                   "explained and asked again. The flash manager uses only the first chip of a value.");
+                   "explained and asked again; an index, divisor or bottom value that is not used is answered "
+                   "with none. The flash manager uses only the first chip of a value.");
     define->callback([] { flash_define(define_input); });
 
     static std::string value;

@@ -110,12 +110,12 @@ template <class RECORD>
 void update_set(const KIND<RECORD>& kind, const std::function<bool(std::vector<BYTE>&, std::string&)>& change)
 {
     std::string error, moved_aside;
-    const bool written = MOXDEV_FLASH_INI::update_flash_ini_data(kind.set, change, error, &moved_aside);
+    const bool written = moxdev::update_parameter_set(kind.set, change, error, &moved_aside);
     if (!moved_aside.empty())
-        std::cerr << "moxdev: " << MOXDEV_FLASH_INI::container_file() << " could not be read; it was kept as "
+        std::cerr << "moxdev: " << moxdev::parameter_file_path() << " could not be read; it was kept as "
                   << moved_aside << "\n";
     if (!written)
-        throw USER_ERROR{"cannot change " + MOXDEV_FLASH_INI::container_file() + ": " + error};
+        throw USER_ERROR{"cannot change " + moxdev::parameter_file_path() + ": " + error};
 }
 
 // Changes the user records of `kind`: `change` edits the records as they are
@@ -143,10 +143,10 @@ void change_user_records(const KIND<RECORD>& kind, CHANGE change)
 // then not listed, and the next change keeps it under another name.
 void warn_if_damaged()
 {
-    if (MOXDEV_FLASH_INI::container_state() == MOXDEV_FLASH_INI_STATE::DAMAGED)
-        std::cerr << "moxdev: warning: " << MOXDEV_FLASH_INI::container_file()
+    if (moxdev::parameter_file_state() == moxdev::PARAMETER_FILE_STATE::DAMAGED)
+        std::cerr << "moxdev: warning: " << moxdev::parameter_file_path()
                   << " cannot be read, so no user part of it is listed; the next change keeps it as "
-                  << MOXDEV_FLASH_INI::container_file() << ".damaged-<time>\n";
+                  << moxdev::parameter_file_path() << ".damaged-<time>\n";
 }
 
 template <class RECORD>

@@ -112,11 +112,11 @@ void flash_sfdp(const std::string& file, const std::vector<std::string>& id_word
         throw USER_ERROR{"--define needs --id: a definition binds by the chip's Read-ID bytes"};
     std::copy_n(id_bytes.begin(), std::min<std::size_t>(3, id_bytes.size()), id);
     const MOXDEV_FLASH_MANAGER table(false, 1, false, false);
-    const MOXDEV_SFL_FLASH_INFO* known = id_words.empty() ? nullptr : table.find_flash(false, id, 3);
+    const MOXDEV_SFL_FLASH_INFO* known = id_words.empty() ? nullptr : moxdev::find_flash(table, false, id, 3);
 
     MOXDEV_SFDP_RECORD derived;
     const std::string record_name = known != nullptr ? known->device_name : name;
-    if (!moxdev_sfdp_record(sfdp, id, record_name, table.maker_name(id[0], id[1]), MOXDEV_SFDP_ASSUMPTIONS{},
+    if (!moxdev_sfdp_record(sfdp, id, record_name, moxdev::maker_name(table, id[0], id[1]), MOXDEV_SFDP_ASSUMPTIONS{},
                             derived, error))
         throw USER_ERROR{"SFDP: " + error};
     std::vector<std::string> warnings = sfdp.warnings;
@@ -138,9 +138,9 @@ void flash_sfdp(const std::string& file, const std::vector<std::string>& id_word
     }
     std::string definition;
     if (define) {
-        definition = MOXDEV_FLASH_MANAGER(false, 1, true, false).definition_value(derived.record);
+        definition = moxdev::user_flash_value(derived.record, &error);
         if (definition.empty())
-            throw USER_ERROR{"the derived record cannot be written as a definition value"};
+            throw USER_ERROR{"the derived record cannot be written as a definition value: " + error};
     }
 
     if (json_output) {
