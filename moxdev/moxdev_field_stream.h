@@ -10,8 +10,8 @@
 // and the source unit under which it reports faults. Every read checks the
 // length first, so a damaged payload ends in an internal error and never in a
 // read past its end. A reader made with unbounded() is told no length: it
-// serves the described primitives, which trust the caller's buffer the way
-// the caller trusts it.
+// serves the buffer-and-position primitives, which trust the caller's buffer
+// the way the caller trusts it.
 //
 // A MOXDEV_FIELD_WRITER appends, so nothing has to be counted in advance.
 #pragma once

@@ -27,7 +27,7 @@ std::string reverse_lookup(MOXDEV_DDB_GRAMMAR_ENUM type, std::string name)
 {
     name = normalised(name);
     for (const auto& [key, contents] : tables()[DWORD(type)]) {
-        // (The described lookup also copies each visited list; that changes no
+        // (The literal lookup also copies each visited list; that changes no
         // answer, only the time.)
         if (std::find(contents.begin(), contents.end(), name) != contents.end())
             return key;

@@ -1,4 +1,4 @@
-// The naming queries as plain linear algorithms, exactly as they are described:
+// The naming queries as plain linear algorithms, step by step as they are defined:
 // the reference the library's indexed answers are compared with (tests) and
 // measured against (benchmark).
 #pragma once

@@ -1,6 +1,6 @@
 // The field stream and the container: exact bytes, every rejection, no read
-// past the end of a bounded stream, and the described primitives and parse
-// steps working for a derived class on buffers of its own.
+// past the end of a bounded stream, and the buffer-and-position primitives
+// and parse steps working for a derived class on buffers of its own.
 #include "test_support.h"
 
 #include <functional>
