@@ -58,6 +58,22 @@ protected:
             set, [&](std::vector<BYTE>& old, std::string&) { return old = data, true; }, error, moved_aside,
             wait_ms);
     }
+    // What `write` answers while files cannot grow beyond 4 KiB, as on a disk
+    // that fills up part way.
+    template <class WRITE>
+    static bool with_full_disk(WRITE write)
+    {
+        struct rlimit saved {};
+        ::getrlimit(RLIMIT_FSIZE, &saved);
+        const auto saved_handler = std::signal(SIGXFSZ, SIG_IGN);
+        struct rlimit limited = saved;
+        limited.rlim_cur = 4096;
+        ::setrlimit(RLIMIT_FSIZE, &limited);
+        const bool answer = write();
+        ::setrlimit(RLIMIT_FSIZE, &saved);
+        std::signal(SIGXFSZ, saved_handler);
+        return answer;
+    }
     // The names in the module directory.
     std::vector<std::string> files() const
     {
@@ -347,16 +363,7 @@ TEST_F(ParamFile, ThePlainWriteTakesNoLockAndLeavesOneFile)
 
     // The disk fills up part way (a file size limit): the write still answers
     // true, since its output could be opened.
-    struct rlimit saved {};
-    ::getrlimit(RLIMIT_FSIZE, &saved);
-    const auto saved_handler = std::signal(SIGXFSZ, SIG_IGN);
-    struct rlimit limited = saved;
-    limited.rlim_cur = 4096;
-    ::setrlimit(RLIMIT_FSIZE, &limited);
-    const bool opened = write(MOXDEV_FLASH_INI_HPS_SPI, BYTES(64 * 1024, 0x3C));
-    ::setrlimit(RLIMIT_FSIZE, &saved);
-    std::signal(SIGXFSZ, saved_handler);
-    EXPECT_TRUE(opened);
+    EXPECT_TRUE(with_full_disk([] { return write(MOXDEV_FLASH_INI_HPS_SPI, BYTES(64 * 1024, 0x3C)); }));
 
     // A module directory that does not exist: the output cannot be opened.
     const std::string missing = dir.file("no/such/dir");
@@ -373,16 +380,7 @@ TEST_F(ParamFile, AFullDiskKeepsTheEarlierFile)
     std::string error;
     ASSERT_TRUE(update(BYTES(100, 7), error));
     const BYTES earlier = read_bytes(path()), big(64 * 1024, 0x3C);
-    struct rlimit saved {};
-    ::getrlimit(RLIMIT_FSIZE, &saved);
-    const auto saved_handler = std::signal(SIGXFSZ, SIG_IGN);
-    struct rlimit limited = saved;
-    limited.rlim_cur = 4096;
-    ::setrlimit(RLIMIT_FSIZE, &limited);
-    const bool written = update(big, error, MOXDEV_FLASH_INI_HPS_SPI);
-    ::setrlimit(RLIMIT_FSIZE, &saved);
-    std::signal(SIGXFSZ, saved_handler);
-    EXPECT_FALSE(written);
+    EXPECT_FALSE(with_full_disk([&] { return update(big, error, MOXDEV_FLASH_INI_HPS_SPI); }));
     EXPECT_NE(error.find("cannot write"), std::string::npos) << error;
     EXPECT_EQ(read_bytes(path()), earlier);
     EXPECT_EQ(temporary_files(), 0u);
