@@ -7,10 +7,10 @@
 #include "naming_oracles.h"
 
 #include "moxdev/moxdev.h"
-#include "moxdev/moxdev_ddb_internal.h"
+#include "moxdev/naming/moxdev_ddb_internal.h"
 
 #include <absl/container/flat_hash_map.h>
-#include "tools/dump_text.h"
+#include "tools/cli/dump_text.h"
 
 #include <benchmark/benchmark.h>
 #include <zlib.h>

@@ -4,7 +4,7 @@
 // of the image targets (see image_input.h).
 //   fuzz_seed_maker DATA_DIR OUT_DIR
 #include "moxdev/moxdev.h"
-#include "tools/naming_images.h"
+#include "tools/generators/naming_images.h"
 
 #include <zlib.h>
 

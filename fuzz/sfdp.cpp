@@ -7,7 +7,7 @@
 // bytes reached go through the decoder and, if it accepts them, the record.
 #include "fuzz_support.h"
 
-#include "tools/dump_text.h"
+#include "tools/cli/dump_text.h"
 
 #include <cstdlib>
 

@@ -13,16 +13,7 @@
 // moxdev/parameter_file.h and moxdev/generate.h.
 #pragma once
 
-#include "host/cfg.h"
-#include "host/dev_catalogue.h"
-#include "host/fio.h"
-#include "host/gen_path.h"
-#include "host/gen_string.h"
-#include "host/host_types.h"
-#include "host/mox_common.h"
-#include "host/msg.h"
-#include "host/ver.h"
-#include "host/zlib_wrapper.h"
+#include "host/host.h"
 
 #include "moxdev/moxdev_database_codec.h"
 #include "moxdev/moxdev_ddb_mgr.h"

@@ -3,7 +3,7 @@
 // install. Most cases are command lines run by the shell, as a user types them.
 #include "test_support.h"
 
-#include "tools/dump_text.h"
+#include "tools/cli/dump_text.h"
 
 #include <nlohmann/json.hpp>
 

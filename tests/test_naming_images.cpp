@@ -3,7 +3,7 @@
 #include "test_support.h"
 
 #include "host/dev_catalogue_naming.h"
-#include "tools/naming_images.h"
+#include "tools/generators/naming_images.h"
 
 #include <algorithm>
 #include <functional>

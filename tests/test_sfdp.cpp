@@ -2,7 +2,7 @@
 // the table does not know, and reading the dump forms people post.
 #include "flash_test_support.h"
 
-#include "tools/dump_text.h"
+#include "tools/cli/dump_text.h"
 
 #include <memory>
 

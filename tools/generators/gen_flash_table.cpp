@@ -1,0 +1,620 @@
+// Writes the serial flash table (data/mox_flash.csv) from the per-maker
+// sources in data/flash/ (format: data/flash/README.md).
+//
+//   gen_flash_table INDEX OUTPUT
+//
+// INDEX lists the maker files in table order, relative to its own folder. The
+// output is written only when it changes. A mistake in a source is reported
+// with its file and line, and nothing is written.
+#include "tools/generators/generated_file.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <map>
+#include <set>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace {
+
+// ---------------------------------------------------------------- columns
+
+// The database generator's column types and names, in column order.
+struct COLUMN_TYPE {
+    const char* name;
+    const char* type;
+};
+constexpr const char* type_name_STRING = "STL_STRING";
+constexpr const char* type_name_BOOL = "bool";
+constexpr const char* type_name_BYTE = "BYTE";
+constexpr const char* type_name_DWORD = "DWORD";
+const COLUMN_TYPE COLUMNS[] = {
+#define MOXDEV_FLASH_FIELD(name, stream_type, type) {#name, type_name_##stream_type},
+#include "moxdev/moxdev_flash_info_fields.def"
+};
+constexpr std::size_t COLUMN_COUNT = sizeof COLUMNS / sizeof COLUMNS[0];
+
+// Lines 2 to 6 of the table describe each column: allowed values, unit,
+// meaning and where its values come from. Line 7 states the rule behind the
+// column's values; an empty rule is computed from the data.
+struct COLUMN_TEXT {
+    const char* values;
+    const char* unit;
+    const char* meaning;
+    const char* source;
+    const char* rule;
+};
+const COLUMN_TEXT COLUMN_TEXTS[COLUMN_COUNT] = {
+    {"upper_case_text", "text", "maker_shown_to_the_user", "maker_ID_code", ""},
+    {"upper_case_text", "text", "chip_name_(records_sharing_a_name_are_ID_variants)", "maker_part_name", ""},
+    {"TRUE|FALSE", "flag", "matched_by_one_silicon-ID_byte", "ID_method", "TRUE_only_for_the_Velmar_VCS_devices"},
+    {"0xNN", "hex_byte", "expected_ID_byte_(capacity_code_or_silicon_ID)", "reference_ID_table_(byte_2)",
+     "silicon-ID_records_hold_their_silicon_ID_here"},
+    {"0|1|2", "byte_position", "position_of_memory_id_in_the_ID_bytes", "Read-ID_order",
+     "Read-ID_(9Fh)_byte_order:_0=maker_1=type_2=capacity;_silicon_ID_at_0"},
+    {"0xNN", "hex_byte", "expected_memory-type_byte", "reference_ID_table_(byte_1)", "0x00_on_silicon-ID_records"},
+    {"0|1|2|255", "byte_position", "position_of_memory_type_(255=not_compared)", "Read-ID_order",
+     "255_on_silicon-ID_records_only"},
+    {"0xNN", "hex_byte", "expected_manufacturer_ID", "reference_ID_table_(byte_0)", "0x00_on_silicon-ID_records"},
+    {"0|1|2", "byte_position", "position_of_mfc_id", "Read-ID_order", "always_0"},
+    {"1-254", "number", "our_code_number_for_the_chip's_family", "own_numbering", "one_number_per_family_(block_of_data/flash/)_in_table_order"},
+    {"TRUE|FALSE", "flag", "default_record_of_its_name", "own_choice",
+     "the_first_record_of_a_name_is_its_default;_later_ones_are_ID_variants"},
+    {"NONE|switch_name", "switch", "enabling_switch_(MOX_ALLOW_+text)_or_NONE", "qualification_status", ""},
+    {"TRUE|FALSE", "flag", "quad_(x4)_I/O_capable", "datasheet", "FALSE_for_single/dual-I/O_parts"},
+    {"TRUE|FALSE", "flag", "Micron_flow", "datasheet", "N25Q_and_MT25Q_only"},
+    {"TRUE|FALSE", "flag", "Spansion_flow", "datasheet", "Spansion/Infineon_records"},
+    {"TRUE|FALSE", "flag", "block_protection_set_at_power-up", "datasheet", "AT25DF_(global_protect_at_power-up)"},
+    {"TRUE|FALSE", "flag", "auto-address-increment_programming", "datasheet", "FALSE_throughout"},
+    {"TRUE|FALSE", "flag", "flag_status_register_polled", "datasheet", "N25Q_and_MT25Q_only"},
+    {"1|2|4", "dies", "stacked_dies", "reference_ID_table_(dies)_and_datasheet", "1_where_no_source_states_a_count"},
+    {"power_of_two", "bits", "density", "reference_ID_table_(size)", "2_Gbit_at_most_(32-bit_field)"},
+    {"power_of_two", "bytes", "uniform_erase_sector", "reference_ID_table_(sector)",
+     "the_D8h/DCh_block_erase_size"},
+    {"TRUE|FALSE", "flag", "half-size_flag", "fixed", "FALSE_throughout"},
+    {"TRUE|FALSE", "flag", "needs_4-byte_addresses", "derived_from_density", "TRUE_exactly_above_128_Mbit"},
+    {"decimal", "seconds", "whole-device_erase_maximum_(all_dies)", "datasheet_maximum",
+     "rounded_up;_a_record_carries_the_longest_time_of_itself_and_every_later_record_with_its_ID"},
+    {"decimal", "seconds", "sector_erase_maximum_rounded_up", "datasheet_maximum", "see_bulk_erase_time_note"},
+    {"decimal", "microseconds", "page_program_maximum", "datasheet_maximum", "see_bulk_erase_time_note"},
+    {"0xNN", "hex_mask", "block-protect_bits_of_status_register_1", "datasheet_status_register",
+     "BP_bits_(and_TB/SEC_where_they_sit_in_status_register_1)"},
+    {"0xNN", "hex_value", "value_that_protects_the_whole_chip", "datasheet_status_register", "BP_bits_all_set"},
+    {"0xNN", "hex_value", "value_that_unprotects", "datasheet_status_register", "0x00_throughout"},
+    {"255=none|3-32", "divisor", "protection_divisor", "not_used", "255_throughout"},
+    {"255=none|0-7", "bit_number", "bit_of_the_top/bottom_protect_bit", "datasheet_status_register",
+     "255_where_status_register_1_has_none"},
+    {"TRUE|FALSE", "flag", "qualified_for_the_secure_device_manager_flow", "qualification_status",
+     "MT25QU_and_MX25U/MX66U_of_128_Mbit_and_up"},
+    {"3.3V|1.8V", "volts", "active-serial_configuration_voltage", "reference_voltage_or_family_letter",
+     "from_the_reference_voltage_or_the_family_letter"},
+};
+
+// ---------------------------------------------------------------- sources
+
+struct SOURCE_ERROR : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+struct PLACE {
+    std::string file;
+    int line = 0;
+    std::string text() const { return file + ":" + std::to_string(line); }
+};
+
+[[noreturn]] void fail(const PLACE& place, const std::string& message)
+{
+    throw SOURCE_ERROR(place.text() + ": " + message);
+}
+
+// The properties a family or chip may set, with the place each was set.
+const std::set<std::string> PROPERTIES = {
+    "id",         "silicon_id", "size",      "sector",     "dies",      "quad",       "flow",
+    "flag_status", "startup_protected", "sdm", "protect",  "voltage",   "switch",     "page_program",
+    "sector_erase", "chip_erase", "times_from", "datasheet", "revision", "at",         "conditions",
+    "note"};
+// Properties that describe one chip only: a family may not set them.
+const std::set<std::string> CHIP_ONLY = {"id", "silicon_id", "size", "times_from", "datasheet", "revision",
+                                         "at", "conditions", "switch"};
+
+struct VALUE {
+    std::string text;
+    PLACE place;
+};
+using PROPERTY_MAP = std::map<std::string, VALUE>;
+
+struct CHIP {
+    std::string maker;
+    unsigned code = 0;
+    std::string name;
+    PLACE place;
+    PROPERTY_MAP properties;
+    bool is_default = true;
+    unsigned family = 0; // number of its family block in table order, from 1
+};
+
+std::string trim(const std::string& text)
+{
+    const auto first = text.find_first_not_of(" \t\r");
+    if (first == std::string::npos)
+        return "";
+    return text.substr(first, text.find_last_not_of(" \t\r") - first + 1);
+}
+
+unsigned hex_byte(const VALUE& value, const std::string& text)
+{
+    std::size_t used = 0;
+    unsigned long number = 0;
+    try {
+        number = std::stoul(text, &used, 16);
+    } catch (const std::exception&) {
+        used = 0;
+    }
+    if (used != text.size() || text.empty() || number > 0xFF)
+        fail(value.place, "not a hex byte: \"" + text + "\"");
+    return unsigned(number);
+}
+
+class SOURCES {
+public:
+    void read_index(const std::filesystem::path& index)
+    {
+        std::ifstream in(index);
+        if (!in)
+            throw SOURCE_ERROR("cannot read " + index.string());
+        PLACE place{index.string(), 0};
+        for (std::string line; std::getline(in, line);) {
+            ++place.line;
+            const std::string file = trim(line.substr(0, line.find('#')));
+            if (!file.empty())
+                read_maker_file(index.parent_path() / file);
+        }
+        if (m_chips.empty())
+            fail(place, "no chips");
+    }
+
+    std::vector<CHIP>& chips() { return m_chips; }
+
+private:
+    void read_maker_file(const std::filesystem::path& path)
+    {
+        std::ifstream in(path);
+        PLACE place{path.filename().string(), 0};
+        if (!in)
+            fail(place, "cannot read " + path.string());
+        m_maker.clear();
+        m_family.clear();
+        m_chip = nullptr;
+        for (std::string line; std::getline(in, line);) {
+            ++place.line;
+            line = trim(line.substr(0, line.find('#')));
+            if (line.empty())
+                continue;
+            const auto blank = line.find_first_of(" \t");
+            const std::string key = line.substr(0, blank);
+            const std::string value = blank == std::string::npos ? "" : trim(line.substr(blank));
+            if (value.empty())
+                fail(place, "\"" + key + "\" needs a value");
+            take(key, value, place);
+        }
+    }
+
+    void take(const std::string& key, const std::string& value, const PLACE& place)
+    {
+        if (key == "maker") {
+            std::istringstream words(value);
+            std::string name, code;
+            words >> name >> code;
+            if (code.rfind("0x", 0) != 0)
+                fail(place, "maker needs a name and a 0x code");
+            m_maker = name;
+            m_code = hex_byte(VALUE{value, place}, code.substr(2));
+            m_family.clear();
+            m_chip = nullptr;
+            ++m_family_number;
+        } else if (m_maker.empty()) {
+            fail(place, "\"" + key + "\" before the first maker line");
+        } else if (key == "family") {
+            m_family.clear();
+            m_chip = nullptr;
+            ++m_family_number;
+        } else if (key == "chip") {
+            open_chip(value, place);
+        } else if (PROPERTIES.count(key) == 0) {
+            fail(place, "unknown key \"" + key + "\"");
+        } else if (m_chip == nullptr) {
+            if (CHIP_ONLY.count(key))
+                fail(place, "\"" + key + "\" belongs to a chip, not to a family");
+            set(m_family, key, value, place);
+        } else {
+            set(m_chip->properties, key, value, place);
+        }
+    }
+
+    static void set(PROPERTY_MAP& properties, const std::string& key, const std::string& value, const PLACE& place)
+    {
+        if (key == "note")
+            return; // for the reader of the source only
+        properties[key] = VALUE{value, place};
+    }
+
+    void open_chip(const std::string& name, const PLACE& place)
+    {
+        if (name.find_first_of(" \t,") != std::string::npos || name.size() > 255)
+            fail(place, "a chip name is one word of at most 255 characters");
+        CHIP chip;
+        chip.maker = m_maker;
+        chip.code = m_code;
+        chip.name = name;
+        chip.place = place;
+        chip.properties = m_family;
+        chip.family = m_family_number;
+        // An ID variant takes what its name's first record has.
+        for (const CHIP& earlier : m_chips) {
+            if (earlier.name == name) {
+                if (earlier.maker != m_maker)
+                    fail(place, name + " is a chip of " + earlier.maker);
+                chip.properties = earlier.properties;
+                chip.family = earlier.family;
+                chip.is_default = false;
+                break;
+            }
+        }
+        m_chips.push_back(std::move(chip));
+        m_chip = &m_chips.back();
+    }
+
+    std::vector<CHIP> m_chips;
+    std::string m_maker;
+    unsigned m_code = 0;
+    unsigned m_family_number = 0;
+    PROPERTY_MAP m_family;
+    CHIP* m_chip = nullptr;
+};
+
+// ---------------------------------------------------------------- values
+
+const VALUE& required(const CHIP& chip, const std::string& key)
+{
+    const auto found = chip.properties.find(key);
+    if (found == chip.properties.end())
+        fail(chip.place, chip.name + " has no " + key);
+    return found->second;
+}
+
+std::string optional(const CHIP& chip, const std::string& key, const std::string& fallback)
+{
+    const auto found = chip.properties.find(key);
+    return found == chip.properties.end() ? fallback : found->second.text;
+}
+
+bool yes_no(const CHIP& chip, const std::string& key)
+{
+    const std::string text = optional(chip, key, "no");
+    if (text != "yes" && text != "no")
+        fail(chip.properties.at(key).place, key + " is yes or no");
+    return text == "yes";
+}
+
+// "64K", "128M", "1G": a power of two times 1024^n.
+std::uint64_t size_value(const VALUE& value)
+{
+    const std::string& text = value.text;
+    std::size_t used = 0;
+    std::uint64_t number = 0;
+    try {
+        number = std::stoull(text, &used);
+    } catch (const std::exception&) {
+        used = 0;
+    }
+    const std::string suffix = used == 0 ? "?" : text.substr(used);
+    const std::map<std::string, unsigned> shifts = {{"", 0}, {"K", 10}, {"M", 20}, {"G", 30}};
+    if (used == 0 || shifts.count(suffix) == 0)
+        fail(value.place, "not a size: \"" + text + "\" (write 64K, 128M, 1G)");
+    number <<= shifts.at(suffix);
+    if (number == 0 || (number & (number - 1)) != 0)
+        fail(value.place, "not a power of two: \"" + text + "\"");
+    return number;
+}
+
+// "1.8 ms", "700 us", "2 s": a time in nanoseconds, exactly.
+std::uint64_t time_value(const VALUE& value)
+{
+    std::istringstream words(value.text);
+    std::string number, unit, rest;
+    words >> number >> unit >> rest;
+    const std::map<std::string, std::uint64_t> units = {{"us", 1000}, {"ms", 1000000}, {"s", 1000000000}};
+    const auto point = number.find('.');
+    const std::string digits = point == std::string::npos ? number : number.substr(0, point) + number.substr(point + 1);
+    const std::size_t decimals = point == std::string::npos ? 0 : number.size() - point - 1;
+    const bool is_number = !digits.empty() && digits.size() <= 12 &&
+                           digits.find_first_not_of("0123456789") == std::string::npos;
+    if (!is_number || units.count(unit) == 0 || !rest.empty() || decimals > 6)
+        fail(value.place, "not a time: \"" + value.text + "\" (write 3 ms, 700 us, 2 s)");
+    std::uint64_t nanoseconds = std::stoull(digits) * units.at(unit);
+    for (std::size_t i = 0; i < decimals; ++i)
+        nanoseconds /= 10; // exact: the unit has at least six zeros
+    if (nanoseconds == 0)
+        fail(value.place, "a maximum time is not zero");
+    return nanoseconds;
+}
+
+std::uint64_t round_up(std::uint64_t value, std::uint64_t step)
+{
+    return (value + step - 1) / step;
+}
+
+struct TIMES {
+    std::uint64_t chip_erase = 0, sector_erase = 0, page_program = 0; // nanoseconds
+};
+
+struct RECORD {
+    const CHIP* chip;
+    std::vector<std::string> cells;
+    std::string id_key; // what the Read-ID bytes compare against
+    TIMES times;
+};
+
+std::string hex(unsigned value)
+{
+    char text[8];
+    std::snprintf(text, sizeof text, "0x%02X", value);
+    return text;
+}
+
+std::string flag(bool value)
+{
+    return value ? "TRUE" : "FALSE";
+}
+
+TIMES own_times(const CHIP& chip)
+{
+    TIMES times;
+    times.chip_erase = time_value(required(chip, "chip_erase"));
+    times.sector_erase = time_value(required(chip, "sector_erase"));
+    times.page_program = time_value(required(chip, "page_program"));
+    return times;
+}
+
+TIMES times_of(const CHIP& chip, const std::vector<CHIP>& chips)
+{
+    const auto from = chip.properties.find("times_from");
+    if (from == chip.properties.end())
+        return own_times(chip);
+    for (const char* own : {"page_program", "sector_erase", "chip_erase"}) {
+        if (chip.properties.count(own))
+            fail(chip.properties.at(own).place, chip.name + " has its own " + own + " and times_from");
+    }
+    for (const CHIP& other : chips) {
+        if (other.name == from->second.text && other.is_default) {
+            if (other.properties.count("times_from"))
+                fail(from->second.place, other.name + " takes its times from another chip itself");
+            // Erase times grow with what is erased: a larger chip or sector
+            // than the sibling's scales its maximum up, never down.
+            TIMES times = own_times(other);
+            const std::uint64_t bits = size_value(required(chip, "size"));
+            const std::uint64_t other_bits = size_value(required(other, "size"));
+            const std::uint64_t sector = size_value(required(chip, "sector"));
+            const std::uint64_t other_sector = size_value(required(other, "sector"));
+            if (bits > other_bits)
+                times.chip_erase *= bits / other_bits;
+            if (sector > other_sector)
+                times.sector_erase *= sector / other_sector;
+            return times;
+        }
+    }
+    fail(from->second.place, "times_from names no chip: " + from->second.text);
+}
+
+RECORD make_record(const CHIP& chip, const std::vector<CHIP>& chips, unsigned number)
+{
+    RECORD record{&chip, {}, {}, times_of(chip, chips)};
+    const bool silicon = chip.properties.count("silicon_id") > 0;
+    unsigned memory_id = 0, memory_type = 0;
+    if (silicon) {
+        const VALUE& value = chip.properties.at("silicon_id");
+        memory_id = hex_byte(value, value.text.rfind("0x", 0) == 0 ? value.text.substr(2) : value.text);
+        record.id_key = "silicon " + hex(memory_id);
+    } else {
+        const VALUE& value = required(chip, "id");
+        std::istringstream words(value.text);
+        std::string type, capacity, rest;
+        words >> type >> capacity >> rest;
+        if (capacity.empty() || !rest.empty())
+            fail(value.place, "id is the type and capacity bytes, e.g. \"BA 18\"");
+        memory_type = hex_byte(value, type);
+        memory_id = hex_byte(value, capacity);
+        char key[16];
+        std::snprintf(key, sizeof key, "%02X-%02X-%02X", chip.code, memory_type, memory_id);
+        record.id_key = key;
+    }
+    const VALUE& size = required(chip, "size");
+    const std::uint64_t bits = size_value(size);
+    if (bits > 0x80000000ull)
+        fail(size.place, "at most 2G fit the density field");
+    const std::uint64_t sector = size_value(required(chip, "sector"));
+    if (sector * 8 > bits)
+        fail(required(chip, "sector").place, "the sector is larger than the chip");
+    const std::string dies = optional(chip, "dies", "1");
+    if (dies != "1" && dies != "2" && dies != "4")
+        fail(chip.properties.at("dies").place, "dies is 1, 2 or 4");
+    const std::string flow = optional(chip, "flow", "none");
+    if (flow != "none" && flow != "micron" && flow != "spansion")
+        fail(chip.properties.at("flow").place, "flow is micron, spansion or none");
+    const VALUE& protect = required(chip, "protect");
+    std::istringstream protect_words(protect.text);
+    std::string mask, protected_value, bottom, rest;
+    protect_words >> mask >> protected_value >> bottom >> rest;
+    if (bottom.empty() || !rest.empty() || mask.rfind("0x", 0) != 0 || protected_value.rfind("0x", 0) != 0 ||
+        (bottom != "none" && (bottom.size() != 1 || bottom[0] < '0' || bottom[0] > '7')))
+        fail(protect.place, "protect is MASK VALUE BOTTOM, e.g. \"0x7C 0x5C 5\" or \"0x3C 0x3C none\"");
+    const VALUE& voltage = required(chip, "voltage");
+    if (voltage.text != "3.3V" && voltage.text != "1.8V")
+        fail(voltage.place, "voltage is 3.3V or 1.8V");
+    const VALUE& datasheet = required(chip, "datasheet");
+    if (datasheet.text == "none" && !chip.properties.count("times_from"))
+        fail(datasheet.place, chip.name + " has no datasheet: name the chip whose maxima it takes (times_from)");
+
+    auto to_upper = [](std::string text) {
+        std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) { return char(std::toupper(c)); });
+        return text;
+    };
+    std::vector<std::string>& c = record.cells;
+    c.push_back(chip.maker);
+    c.push_back(to_upper(chip.name));
+    c.push_back(flag(silicon));
+    c.push_back(hex(memory_id));
+    c.push_back(silicon ? "0" : "2");
+    c.push_back(hex(memory_type));
+    c.push_back(silicon ? "255" : "1");
+    c.push_back(hex(silicon ? 0 : chip.code));
+    c.push_back("0");
+    c.push_back(std::to_string(number));
+    c.push_back(flag(chip.is_default));
+    c.push_back(optional(chip, "switch", "NONE"));
+    c.push_back(flag(yes_no(chip, "quad")));
+    c.push_back(flag(flow == "micron"));
+    c.push_back(flag(flow == "spansion"));
+    c.push_back(flag(yes_no(chip, "startup_protected")));
+    c.push_back(flag(false)); // aai_mode
+    c.push_back(flag(yes_no(chip, "flag_status")));
+    c.push_back(dies);
+    c.push_back(std::to_string(bits));
+    c.push_back(std::to_string(sector));
+    c.push_back(flag(false)); // half_size
+    c.push_back(flag(bits > (std::uint64_t(128) << 20)));
+    c.push_back(""); // the three times are filled in once the shared IDs are known
+    c.push_back("");
+    c.push_back("");
+    c.push_back(hex(hex_byte(protect, mask.substr(2))));
+    c.push_back(hex(hex_byte(protect, protected_value.substr(2))));
+    c.push_back(hex(0));
+    c.push_back("255");
+    c.push_back(bottom == "none" ? "255" : bottom);
+    c.push_back(flag(yes_no(chip, "sdm")));
+    c.push_back(voltage.text);
+    return record;
+}
+
+// ---------------------------------------------------------------- table
+
+std::string cell_text(std::string text)
+{
+    std::replace(text.begin(), text.end(), ' ', '_');
+    std::replace(text.begin(), text.end(), ',', ';');
+    return text;
+}
+
+std::string table_text(std::vector<CHIP>& chips)
+{
+    std::vector<RECORD> records;
+    for (const CHIP& chip : chips) {
+        if (chip.family > 254)
+            fail(chip.place, "more than 254 families");
+        records.push_back(make_record(chip, chips, chip.family));
+    }
+
+    // Each record carries the longest times of itself and of every later
+    // record with the same ID bytes.
+    for (std::size_t i = records.size(); i-- > 0;) {
+        for (std::size_t j = i + 1; j < records.size(); ++j) {
+            if (records[j].id_key == records[i].id_key) {
+                TIMES& mine = records[i].times;
+                const TIMES& later = records[j].times;
+                mine.chip_erase = std::max(mine.chip_erase, later.chip_erase);
+                mine.sector_erase = std::max(mine.sector_erase, later.sector_erase);
+                mine.page_program = std::max(mine.page_program, later.page_program);
+                break; // record j already carries the longest of those after it
+            }
+        }
+        std::vector<std::string>& c = records[i].cells;
+        c[23] = std::to_string(round_up(records[i].times.chip_erase, 1000000000));
+        c[24] = std::to_string(round_up(records[i].times.sector_erase, 1000000000));
+        c[25] = std::to_string(round_up(records[i].times.page_program, 1000));
+    }
+
+    // Line 7's computed notes: the makers, the shared IDs, the switches.
+    std::string makers = "Makers_in_table_order:";
+    std::string switches;
+    std::vector<std::string> shared_order;
+    std::map<std::string, std::vector<std::string>> shared;
+    for (const RECORD& record : records) {
+        const CHIP& chip = *record.chip;
+        if (makers.find("_" + chip.maker + "=") == std::string::npos)
+            makers += "_" + chip.maker + "=" + hex(record.cells[7] == "0x00" ? 0 : chip.code);
+        if (!shared.count(record.id_key))
+            shared_order.push_back(record.id_key);
+        shared[record.id_key].push_back(record.cells[1] + (record.cells[11] != "NONE" ? "(" + record.cells[11] + ")" : ""));
+        if (record.cells[11] != "NONE")
+            switches += (switches.empty() ? "" : "_") + record.cells[11] + ":" + record.cells[1];
+    }
+    std::string shared_text = "Shared_Read-IDs_(first_match_wins;_later_records_stay_reachable_by_name):";
+    for (const std::string& key : shared_order) {
+        const auto& names = shared[key];
+        if (names.size() < 2)
+            continue;
+        shared_text += "_" + key + "=";
+        for (std::size_t i = 0; i < names.size(); ++i)
+            shared_text += (i ? ">" : "") + names[i];
+        shared_text += ";";
+    }
+
+    std::ostringstream out;
+    auto line = [&](auto cell_of) {
+        for (std::size_t i = 0; i < COLUMN_COUNT; ++i)
+            out << (i ? "," : "") << cell_text(cell_of(i));
+        out << "\n";
+    };
+    line([](std::size_t i) { return std::string(COLUMNS[i].type); });
+    line([](std::size_t i) { return std::string(COLUMNS[i].name); });
+    line([](std::size_t i) {
+        char number[8];
+        std::snprintf(number, sizeof number, "#%02zu", i + 1);
+        return i == 0 ? std::string(number) + ":Serial_configuration_flash_table_generated_from_data/flash/;"
+                                               "_one_record_per_Read-ID_variant;_lines_2-7_describe_each_column"
+                      : std::string(number);
+    });
+    line([](std::size_t i) { return std::string(COLUMN_TEXTS[i].values); });
+    line([](std::size_t i) { return std::string(COLUMN_TEXTS[i].unit); });
+    line([](std::size_t i) { return std::string(COLUMN_TEXTS[i].meaning); });
+    line([](std::size_t i) { return std::string(COLUMN_TEXTS[i].source); });
+    line([&](std::size_t i) {
+        if (i == 0)
+            return makers;
+        if (i == 1)
+            return shared_text;
+        if (i == 11)
+            return "Switches:_" + (switches.empty() ? std::string("none") : switches);
+        return std::string(COLUMN_TEXTS[i].rule);
+    });
+    for (const RECORD& record : records)
+        line([&](std::size_t i) { return record.cells[i]; });
+    return out.str();
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    if (argc != 3) {
+        std::cerr << "usage: gen_flash_table INDEX OUTPUT\n";
+        return 2;
+    }
+    try {
+        SOURCES sources;
+        sources.read_index(argv[1]);
+        const std::string text = table_text(sources.chips());
+        if (moxdev_tools::store_if_changed(argv[2], text))
+            std::cout << "wrote " << argv[2] << " (" << sources.chips().size() << " records)\n";
+        return 0;
+    } catch (const std::exception& error) {
+        std::cerr << "gen_flash_table: " << error.what() << "\n";
+        return 1;
+    }
+}
