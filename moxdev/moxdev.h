@@ -10,7 +10,7 @@
 // this project adds for people and scripts (forgiving dialogues, locked
 // updates, lookups by a count of ID bytes, SFDP binding) lives in namespace
 // moxdev, in headers of its own: moxdev/flash.h, moxdev/user_flash.h,
-// moxdev/parameter_file.h and moxdev/generate.h.
+// moxdev/parameter_file.h, moxdev/generate.h and moxdev/hps.h.
 #pragma once
 
 #include "host/host.h"
@@ -26,5 +26,6 @@
 
 #include "moxdev/flash.h"
 #include "moxdev/generate.h"
+#include "moxdev/hps.h"
 #include "moxdev/parameter_file.h"
 #include "moxdev/user_flash.h"

@@ -29,61 +29,58 @@ struct MOXDEV_HPS_STRUCTURE {
 // The descriptors of the HPSs the library knows, in selection order.
 extern const MOXDEV_HPS_STRUCTURE MOXDEV_HPS_DESCRIPTORS[2];
 
-// One NAND flash part an HPS can boot from.
+// One NAND flash part an HPS can boot from; its fields are listed in
+// moxdev_hps_nand_fields.def.
 struct MOXDEV_HPS_NAND_STRUCTURE {
-    static constexpr DWORD PARAMS = 3;
+#define MOXDEV_HPS_FIELD(name, type, ...) +1
+    static constexpr DWORD PARAMS = 0
+#include "moxdev/moxdev_hps_nand_fields.def"
+        ;
     static const MOXDEV_PARAM_TYPE TYPES[PARAMS];
 
-    MOXDEV_HPS_NAND_STRUCTURE(DWORD manufacturer_id = 0, DWORD device_id = 0, QWORD flash_byte_size = 0);
+    // Zero numbers.
+    MOXDEV_HPS_NAND_STRUCTURE();
+    // Every field, in order.
+#define MOXDEV_HPS_FIELD(name, type, ...) type name,
+#define MOXDEV_HPS_LAST_FIELD(name, type, ...) type name
+    MOXDEV_HPS_NAND_STRUCTURE(
+#include "moxdev/moxdev_hps_nand_fields.def"
+    );
+    // A copy points its parameters at its own fields.
     MOXDEV_HPS_NAND_STRUCTURE(const MOXDEV_HPS_NAND_STRUCTURE& other);
     MOXDEV_HPS_NAND_STRUCTURE& operator=(const MOXDEV_HPS_NAND_STRUCTURE& other);
 
-    DWORD manufacturer_id;
-    DWORD device_id;
-    QWORD flash_byte_size;
-    // The three fields above, in order, for packing and unpacking.
+#define MOXDEV_HPS_FIELD(name, type, ...) type name{};
+#include "moxdev/moxdev_hps_nand_fields.def"
+    // The fields above, in order, for packing and unpacking.
     void* param[PARAMS];
 };
 
-// One serial NOR flash part an HPS can boot from.
+// One serial NOR flash part an HPS can boot from; its fields are listed in
+// moxdev_hps_spi_fields.def.
 struct MOXDEV_HPS_SPI_STRUCTURE {
-    static constexpr DWORD PARAMS = 19;
+#define MOXDEV_HPS_FIELD(name, type, ...) +1
+    static constexpr DWORD PARAMS = 0
+#include "moxdev/moxdev_hps_spi_fields.def"
+        ;
     static const MOXDEV_PARAM_TYPE TYPES[PARAMS];
 
+    // Zero numbers and empty texts.
     MOXDEV_HPS_SPI_STRUCTURE();
-    MOXDEV_HPS_SPI_STRUCTURE(DWORD siid, DWORD mask, DWORD ext_siid, DWORD ext_mask, std::string manufacturer,
-                             std::string name, QWORD flash_bit_size, DWORD sector_byte_size,
-                             DWORD page_byte_size, DWORD bulk_erase_time, DWORD bulk_erase_interval_wait_time,
-                             DWORD sector_erase_time, DWORD page_program_time, DWORD program_time,
-                             DWORD die_size, bool speed_mode, DWORD byte4_se_opcode, DWORD byte4_pp_opcode,
-                             DWORD byte4_read_opcode);
+    // Every field, in order (the texts by value).
+#define MOXDEV_HPS_FIELD(name, type, ...) type name,
+#define MOXDEV_HPS_LAST_FIELD(name, type, ...) type name
+    MOXDEV_HPS_SPI_STRUCTURE(
+#include "moxdev/moxdev_hps_spi_fields.def"
+    );
+    // A copy points its parameters at its own fields.
     MOXDEV_HPS_SPI_STRUCTURE(const MOXDEV_HPS_SPI_STRUCTURE& other);
     MOXDEV_HPS_SPI_STRUCTURE& operator=(const MOXDEV_HPS_SPI_STRUCTURE& other);
 
-    DWORD siid;       // JEDEC ID bytes, manufacturer in the low 8 bits
-    DWORD mask;       // bits of siid that must match
-    DWORD ext_siid;   // a further identification byte
-    DWORD ext_mask;
-    std::string manufacturer;
-    std::string name; // part class, e.g. QSPI_128
-    QWORD flash_bit_size;
-    DWORD sector_byte_size;
-    DWORD page_byte_size;
-    DWORD bulk_erase_time;               // seconds
-    DWORD bulk_erase_interval_wait_time; // seconds
-    DWORD sector_erase_time;             // seconds
-    DWORD page_program_time;             // microseconds
-    DWORD program_time;                  // polling time, seconds
-    DWORD die_size;
-    bool speed_mode;
-    DWORD byte4_se_opcode;
-    DWORD byte4_pp_opcode;
-    DWORD byte4_read_opcode;
-    // The nineteen fields above, in order, for packing and unpacking.
+#define MOXDEV_HPS_FIELD(name, type, ...) type name{};
+#include "moxdev/moxdev_hps_spi_fields.def"
+    // The fields above, in order, for packing and unpacking.
     void* param[PARAMS];
-
-private:
-    void bind();
 };
 
 // Parameter names and the prompts a client shows when a user adds a part.
@@ -95,16 +92,6 @@ extern const char* const MOXDEV_HPS_SPI_PROMPTS[MOXDEV_HPS_SPI_STRUCTURE::PARAMS
 // Signatures that open the user data sets.
 extern const char MOXDEV_HPS_NAND_SIGNATURE[33];
 extern const char MOXDEV_HPS_SPI_SIGNATURE[33];
-
-// The user records held by the bytes of a data set that opens with
-// `signature` (the 32 characters), in order; a damaged record ends them.
-// `foreign` tells a set that opens with another signature (it has none).
-template <class RECORD>
-std::vector<RECORD> moxdev_hps_unpack_user_set(const std::vector<BYTE>& set, const char* signature,
-                                               bool* foreign = nullptr);
-// The bytes of a user data set holding `records`; no bytes for none.
-template <class RECORD>
-std::vector<BYTE> moxdev_hps_pack_user_set(const std::vector<RECORD>& records, const char* signature);
 
 class MOXDEV_HPS_MGR {
 public:
@@ -139,9 +126,9 @@ protected:
     MOXDEV_HPS_FLASH_LIST(const MOXDEV_HPS_FLASH_LIST&) = delete;
     MOXDEV_HPS_FLASH_LIST& operator=(const MOXDEV_HPS_FLASH_LIST&) = delete;
 
-    // Appends the user's records of data set `set` (which opens with
-    // `signature`); a damaged record ends the reading, keeping those before it.
-    void read_user_records(MOXDEV_FLASH_INI_ENUM set, const char* signature);
+    // Appends the user's records of this kind from the parameter file; a
+    // damaged record ends the reading, keeping those before it.
+    void read_user_records();
     void append_built_in(const RECORD* rows, std::size_t count);
 
     std::vector<RECORD*> m_list;      // owns every record

@@ -6,14 +6,11 @@
 
 #include <fmt/format.h>
 
-#include <cctype>
 #include <cstring>
 #include <fstream>
 #include <functional>
 #include <iostream>
-#include <limits>
 #include <memory>
-#include <regex>
 
 #ifdef _WIN32
 #include <io.h>
@@ -27,81 +24,21 @@ namespace moxdev_cli {
 
 namespace {
 
-// How one answer is checked and scaled; the rules are those the prompt texts
-// state.
-struct ANSWER_RULE {
-    bool hex = false;
-    bool power_of_2 = false;
-    std::vector<DWORD> ranges; // count, then (low, high) pairs
-    std::vector<DWORD> hits;   // count, then (mask, pattern) pairs that are refused
-    DWORD multiple = 1;
-    const char* hit_reason = ""; // why a value the hits refuse is refused
-};
-
-const std::vector<DWORD> NOT_ALL_ZEROS_OR_ONES_BYTE = {2, 0xFF, 0x00, 0xFF, 0xFF};
-const std::vector<DWORD> NOT_ALL_ZEROS_OR_ONES_ID = {2, 0xFFFFFF, 0x000000, 0xFFFFFF, 0xFFFFFF};
-const std::vector<DWORD> OPCODE = {1, 1, 0xFE};
-const char* const NOT_ALL_ZEROS_OR_ONES = "an ID cannot be all 0's or all 1's";
-
-const ANSWER_RULE NAND_RULES[MOXDEV_HPS_NAND_STRUCTURE::PARAMS] = {
-    {true, false, {}, NOT_ALL_ZEROS_OR_ONES_BYTE, 1, NOT_ALL_ZEROS_OR_ONES},
-    {true, false, {}, NOT_ALL_ZEROS_OR_ONES_BYTE, 1, NOT_ALL_ZEROS_OR_ONES},
-    {false, false, {1, 1, 65536}, {}, 1u << 20}, // MByte -> bytes
-};
-
-const ANSWER_RULE SPI_RULES[MOXDEV_HPS_SPI_STRUCTURE::PARAMS] = {
-    {true, false, {}, NOT_ALL_ZEROS_OR_ONES_ID, 1, NOT_ALL_ZEROS_OR_ONES},
-    {true, false, {2, 0xFFFFFF, 0xFFFFFF, 0xFFFFFFFF, 0xFFFFFFFF}, {}, 1},
-    {true, false, {}, {}, 1},
-    {true, false, {2, 0, 0, 0xFF, 0xFF}, {}, 1},
-    {}, // manufacturer
-    {}, // device name
-    {false, true, {1, 1, 2048}, {}, 1u << 20}, // Mbit -> bits
-    {false, true, {1, 1, 1024}, {}, 1u << 10}, // Kbyte -> bytes
-    {false, true, {1, 1, 65536}, {}, 1},
-    {false, false, {1, 1, 900}, {}, 1},
-    {false, false, {1, 2, 10}, {}, 1},
-    {false, false, {1, 1, 60}, {}, 1},
-    {false, false, {1, 1000, 1000000}, {}, 1},
-    {false, false, {1, 1, 5}, {}, 1},
-    {false, false, {3, 1, 1, 2, 2, 4, 4}, {}, 1},
-    {}, // speed mode
-    {true, false, OPCODE, {}, 1},
-    {true, false, OPCODE, {}, 1},
-    {true, false, OPCODE, {}, 1},
-};
-
 // The two flash kinds, with what the commands need to know of each.
 template <class RECORD>
-struct KIND {
-    const char* label;
-    MOXDEV_FLASH_INI_ENUM set;
-    const char* signature;
-    const char* const* names;
-    const char* const* prompts;
-    const ANSWER_RULE* rules;
-};
+using KIND = moxdev::HPS_KIND<RECORD>;
+const KIND<MOXDEV_HPS_NAND_STRUCTURE> NAND{};
+const KIND<MOXDEV_HPS_SPI_STRUCTURE> SPI{};
 
-const KIND<MOXDEV_HPS_NAND_STRUCTURE> NAND = {"nand", MOXDEV_FLASH_INI_HPS_NAND, MOXDEV_HPS_NAND_SIGNATURE,
-                                              MOXDEV_HPS_NAND_PARAM_NAMES, MOXDEV_HPS_NAND_PROMPTS, NAND_RULES};
-const KIND<MOXDEV_HPS_SPI_STRUCTURE> SPI = {"spi", MOXDEV_FLASH_INI_HPS_SPI, MOXDEV_HPS_SPI_SIGNATURE,
-                                            MOXDEV_HPS_SPI_PARAM_NAMES, MOXDEV_HPS_SPI_PROMPTS, SPI_RULES};
-
-const std::vector<MOXDEV_HPS_NAND_STRUCTURE*>& user_records(const KIND<MOXDEV_HPS_NAND_STRUCTURE>&)
+template <class RECORD>
+const std::vector<RECORD*>& user_records(const KIND<RECORD>& kind)
 {
-    return MOXDEV_HPS_NAND_MGR::get_mgr()->get_user_list();
+    return kind.manager()->get_user_list();
 }
-const std::vector<MOXDEV_HPS_SPI_STRUCTURE*>& user_records(const KIND<MOXDEV_HPS_SPI_STRUCTURE>&)
+template <class RECORD>
+const std::vector<RECORD*>& all_records(const KIND<RECORD>& kind)
 {
-    return MOXDEV_HPS_SPI_MGR::get_mgr()->get_user_list();
-}
-const std::vector<MOXDEV_HPS_NAND_STRUCTURE*>& all_records(const KIND<MOXDEV_HPS_NAND_STRUCTURE>&)
-{
-    return MOXDEV_HPS_NAND_MGR::get_mgr()->get_list();
-}
-const std::vector<MOXDEV_HPS_SPI_STRUCTURE*>& all_records(const KIND<MOXDEV_HPS_SPI_STRUCTURE>&)
-{
-    return MOXDEV_HPS_SPI_MGR::get_mgr()->get_list();
+    return kind.manager()->get_list();
 }
 
 // Changes the data set of `kind` in the parameter file under the writers'
@@ -126,7 +63,7 @@ void change_user_records(const KIND<RECORD>& kind, CHANGE change)
 {
     update_set(kind, [&](std::vector<BYTE>& set, std::string& refusal) {
         bool foreign = false;
-        std::vector<RECORD> records = moxdev_hps_unpack_user_set<RECORD>(set, kind.signature, &foreign);
+        std::vector<RECORD> records = moxdev::unpack_hps_user_set<RECORD>(set, &foreign);
         if (foreign) {
             refusal = std::string("its ") + kind.label + " set was written by another program (other signature); "
                       "'moxdev hps clear " + kind.label + "' removes it";
@@ -134,7 +71,7 @@ void change_user_records(const KIND<RECORD>& kind, CHANGE change)
         }
         if (!change(records, refusal))
             return false;
-        set = moxdev_hps_pack_user_set(records, kind.signature);
+        set = moxdev::pack_hps_user_set(records);
         return true;
     });
 }
@@ -169,13 +106,14 @@ JSON record_json(const KIND<RECORD>& kind, const RECORD& record)
     JSON fields = JSON::object();
     for (DWORD p = 0; p < RECORD::PARAMS; ++p) {
         const void* value = record.param[p];
+        JSON& field = fields[kind.parameters()[p].name];
         switch (RECORD::TYPES[p]) {
-        case MOXDEV_PARAM_STRING: fields[kind.names[p]] = *static_cast<const std::string*>(value); break;
-        case MOXDEV_PARAM_BOOL: fields[kind.names[p]] = *static_cast<const bool*>(value); break;
-        case MOXDEV_PARAM_BYTE: fields[kind.names[p]] = unsigned(*static_cast<const BYTE*>(value)); break;
-        case MOXDEV_PARAM_WORD: fields[kind.names[p]] = *static_cast<const WORD*>(value); break;
-        case MOXDEV_PARAM_DWORD: fields[kind.names[p]] = *static_cast<const DWORD*>(value); break;
-        case MOXDEV_PARAM_QWORD: fields[kind.names[p]] = *static_cast<const QWORD*>(value); break;
+        case MOXDEV_PARAM_STRING: field = *static_cast<const std::string*>(value); break;
+        case MOXDEV_PARAM_BOOL: field = *static_cast<const bool*>(value); break;
+        case MOXDEV_PARAM_BYTE: field = unsigned(*static_cast<const BYTE*>(value)); break;
+        case MOXDEV_PARAM_WORD: field = *static_cast<const WORD*>(value); break;
+        case MOXDEV_PARAM_DWORD: field = *static_cast<const DWORD*>(value); break;
+        case MOXDEV_PARAM_QWORD: field = *static_cast<const QWORD*>(value); break;
         }
     }
     return fields;
@@ -196,7 +134,7 @@ void list(const KIND<RECORD>& kind)
     }
     fmt::print("{:>5}  {:<8} ", "index", "source");
     for (DWORD p = 0; p < RECORD::PARAMS; ++p)
-        fmt::print("{}{}", p ? " " : "", kind.names[p]);
+        fmt::print("{}{}", p ? " " : "", kind.parameters()[p].name);
     fmt::print("\n");
     for (std::size_t i = 0; i < records.size(); ++i)
         fmt::print("{:>5}  {:<8} {}\n", i, i < users ? "user" : "built-in", record_text(*records[i]));
@@ -212,123 +150,6 @@ bool next_answer(std::istream& in, std::string& answer)
     return true;
 }
 
-// The largest value a parameter of `type` holds.
-QWORD largest_value(MOXDEV_PARAM_TYPE type)
-{
-    switch (type) {
-    case MOXDEV_PARAM_BYTE: return 0xFF;
-    case MOXDEV_PARAM_WORD: return 0xFFFF;
-    case MOXDEV_PARAM_DWORD: return 0xFFFFFFFFu;
-    default: return std::numeric_limits<QWORD>::max();
-    }
-}
-
-std::string number_text(QWORD value, bool hex)
-{
-    return hex ? fmt::format("{:X}", value) : std::to_string(value);
-}
-
-// The ranges of `rule` as a person reads them: "1 to 2048", "1, 2 or 4".
-std::string ranges_text(const ANSWER_RULE& rule)
-{
-    std::string text;
-    const DWORD pairs = rule.ranges[0];
-    for (DWORD pair = 0; pair < pairs; ++pair) {
-        const DWORD low = rule.ranges[1 + 2 * pair], high = rule.ranges[2 + 2 * pair];
-        text += (pair == 0 ? "" : pair + 1 == pairs ? " or " : ", ") + number_text(low, rule.hex) +
-                (low == high ? "" : " to " + number_text(high, rule.hex));
-    }
-    return text;
-}
-
-// Whether `prompt` writes a number with a k suffix ("[1 - 64k MByte]"): its
-// answers may then be written the same way.
-bool prompt_takes_k(const char* prompt)
-{
-    static const std::regex k_number("[0-9][kK]\\b");
-    return std::regex_search(prompt, k_number);
-}
-
-// Reads `text` as a whole number (hexadecimal digits with an optional 0x when
-// `hex`, else decimal digits with an optional k or K for 1024 when `k`);
-// false when it is none or does not fit 64 bits.
-bool read_number(std::string text, bool hex, bool k, QWORD& value, bool& too_large)
-{
-    too_large = false;
-    QWORD scale = 1;
-    if (hex && (text.rfind("0x", 0) == 0 || text.rfind("0X", 0) == 0))
-        text.erase(0, 2);
-    if (!hex && k && !text.empty() && std::toupper(static_cast<unsigned char>(text.back())) == 'K') {
-        text.pop_back();
-        scale = 1024;
-    }
-    if (text.empty())
-        return false;
-    value = 0;
-    const QWORD base = hex ? 16 : 10;
-    for (const char c : text) {
-        const int digit = std::isdigit(static_cast<unsigned char>(c)) ? c - '0'
-                          : hex && std::isxdigit(static_cast<unsigned char>(c))
-                              ? std::toupper(static_cast<unsigned char>(c)) - 'A' + 10
-                              : -1;
-        if (digit < 0)
-            return false;
-        if (value > (std::numeric_limits<QWORD>::max() - QWORD(digit)) / base)
-            too_large = true;
-        else
-            value = value * base + QWORD(digit);
-    }
-    if (value > std::numeric_limits<QWORD>::max() / scale)
-        too_large = true;
-    value *= scale;
-    return true;
-}
-
-// Checks and converts the numeric `answer` of parameter `p` into `value`;
-// returns why it is refused, in the words of the prompt, or "".
-template <class RECORD>
-std::string numeric_answer(const KIND<RECORD>& kind, DWORD p, const std::string& answer, QWORD& value)
-{
-    const ANSWER_RULE& rule = kind.rules[p];
-    const MOXDEV_PARAM_TYPE type = RECORD::TYPES[p];
-    const QWORD largest = largest_value(type);
-    const std::string quoted = "'" + answer + "'";
-    // -1 stands for the largest value the parameter holds.
-    std::string text = answer;
-    if (answer != "-1") {
-        const bool k = prompt_takes_k(kind.prompts[p]);
-        bool too_large = false;
-        if (!read_number(answer, rule.hex, k, value, too_large))
-            return quoted + (rule.hex ? " is not a hexadecimal number"
-                                      : k ? " is not a number (digits, or digits and k for 1024)" : " is not a number");
-        // The library weighs the low 32 bits against the ranges only.
-        if (!rule.ranges.empty() && (too_large || value > 0xFFFFFFFFu))
-            return "Input is out of range: answer " + ranges_text(rule);
-        if (too_large || value > largest)
-            return quoted + " is too large: at most " + number_text(largest, rule.hex);
-        text = rule.hex ? "0x" + number_text(value, true) : std::to_string(value);
-    }
-    std::string refusal;
-    if (MOXDEV_FLASH_INI::convert_string_to_qword(type, value, rule.hex, text, rule.power_of_2,
-                                                  rule.ranges.empty() ? nullptr : rule.ranges.data(),
-                                                  rule.hits.empty() ? nullptr : rule.hits.data(), false,
-                                                  rule.multiple, refusal))
-        return "";
-    // The library's refusals, said plainly (the two that name the rule keep
-    // its words and add the rule itself).
-    if (refusal == "Input must be power of 2")
-        return quoted + " is not a power of 2 (1, 2, 4, 8, ...)";
-    if (refusal == "Input is out of range")
-        return refusal + ": answer " + ranges_text(rule);
-    if (refusal == "Input is invalid (hit)")
-        return refusal + ": " + rule.hit_reason;
-    if (refusal == "Calculation overflow compare to type" || refusal == "Conversion overflow compare to type")
-        return quoted + " is too large for this parameter";
-    if (refusal == "Invalid QWORD conversion")
-        return quoted + " is not a number";
-    return refusal;
-}
-
 template <class RECORD>
 void add(const KIND<RECORD>& kind, const std::string& input_file)
 {
@@ -341,41 +162,20 @@ void add(const KIND<RECORD>& kind, const std::string& input_file)
 
     RECORD record;
     for (DWORD p = 0; p < RECORD::PARAMS; ++p) {
+        const moxdev::HPS_PARAMETER& parameter = kind.parameters()[p];
         for (;;) {
-            fmt::print("{} : ", kind.prompts[p]);
+            fmt::print("{} : ", parameter.prompt);
             std::fflush(stdout);
             std::string answer;
             if (!next_answer(in, answer)) {
                 if (echo)
                     fmt::print("\n");
                 std::fflush(stdout);
-                throw USER_ERROR{std::string("the input ended before '") + kind.names[p] + "' was answered"};
+                throw USER_ERROR{std::string("the input ended before '") + parameter.name + "' was answered"};
             }
             if (echo)
                 fmt::print("{}\n", answer);
-            const MOXDEV_PARAM_TYPE type = RECORD::TYPES[p];
-            std::string error;
-            if (type == MOXDEV_PARAM_STRING) {
-                if (answer.empty()) {
-                    error = "an answer is needed";
-                } else {
-                    stl_toupper(answer);
-                    *static_cast<std::string*>(record.param[p]) = answer;
-                }
-            } else if (type == MOXDEV_PARAM_BOOL) {
-                stl_toupper(answer);
-                if (answer == "Y" || answer == "N")
-                    *static_cast<bool*>(record.param[p]) = answer == "Y";
-                else
-                    error = "answer Y or N";
-            } else {
-                QWORD value = 0;
-                error = numeric_answer(kind, p, answer, value);
-                if (error.empty() && type == MOXDEV_PARAM_QWORD)
-                    *static_cast<QWORD*>(record.param[p]) = value;
-                else if (error.empty())
-                    *static_cast<DWORD*>(record.param[p]) = DWORD(value);
-            }
+            const std::string error = moxdev::read_hps_answer(parameter, answer, record.param[p]);
             if (error.empty())
                 break;
             fmt::print("{}\n", error);
