@@ -102,6 +102,50 @@ TEST_F(Hps, BuiltInListsWithoutAContainer)
     EXPECT_EQ(spi[26]->manufacturer, "GIGADEVICE");
     for (const MOXDEV_HPS_SPI_STRUCTURE* part : spi)
         EXPECT_EQ(part->param[4], &part->manufacturer);
+    // Rows that differ from their neighbours in one field or two, as shipped:
+    // number, ID, extended ID and mask, sector, page, dies, speed, erase and
+    // program opcodes, bulk erase time.
+    const std::tuple<std::size_t, DWORD, DWORD, DWORD, DWORD, DWORD, DWORD, bool, DWORD, DWORD, DWORD> rows[] = {
+        {3, 0x20BA20, 68, 255, 0x10000, 256, 1, true, 0xD8, 0x02, 460},
+        {4, 0x20BA20, 0, 0, 0x10000, 256, 2, false, 0xD8, 0x02, 480},
+        {17, 0x182001, 0, 255, 0x40000, 256, 1, true, 0xD8, 0x02, 256},
+        {18, 0x190201, 1, 255, 0x10000, 256, 1, true, 0xDC, 0x12, 330},
+        {20, 0x200201, 0, 255, 0x40000, 512, 1, true, 0xDC, 0x12, 460},
+        {24, 0x3A25C2, 0, 0, 0x10000, 256, 1, true, 0xDC, 0x12, 320},
+    };
+    for (const auto& [row, siid, ext, ext_mask, sector, page, dies, speed, erase, program, bulk] : rows) {
+        const MOXDEV_HPS_SPI_STRUCTURE& part = *spi.at(row);
+        EXPECT_EQ(std::tuple(part.siid, part.ext_siid, part.ext_mask, part.sector_byte_size, part.page_byte_size,
+                             part.die_size, part.speed_mode, part.byte4_se_opcode, part.byte4_pp_opcode,
+                             part.bulk_erase_time),
+                  std::tuple(siid, ext, ext_mask, sector, page, dies, speed, erase, program, bulk))
+            << "row " << row;
+        EXPECT_EQ(part.mask, 0xFFFFFFu);
+    }
+}
+
+// The part list is checked before a table is written: a part without a
+// field, an unknown field or a value of the wrong kind names its line.
+TEST(HpsParts, TheGeneratorRefusesAnIncompletePartList)
+{
+    const TEMP_DIR dir;
+    const std::pair<const char*, const char*> cases[] = {
+        {"nand\n  manufacturer_id 0x2C\n  device_id 0x68\n", ":1: error: nand part without flash_byte_size"},
+        {"nand\n  colour blue\n", ":2: error: 'colour' is no field of a nand part"},
+        {"spi\n  speed_mode maybe\n", ":2: error: 'maybe' is not a value for speed_mode (bool)"},
+        {"nand\n  device_id 0x1FFFFFFFF\n", ":2: error: '0x1FFFFFFFF' is not a value for device_id (DWORD)"},
+        {"  siid 0x17BA20\n", ":1: error: 'siid' before any 'nand', 'spi' or 'defaults' line"},
+    };
+    for (const auto& [text, message] : cases) {
+        write_text(dir.file("parts.txt"), text);
+        std::string output;
+        EXPECT_EQ(run_command(std::string(MOXDEV_GEN_HPS_PARTS) + " '" + dir.file("parts.txt") + "' '" +
+                                  dir.file("out.cpp") + "'",
+                              output, true),
+                  1);
+        EXPECT_NE(output.find(message), std::string::npos) << output;
+        EXPECT_FALSE(std::filesystem::exists(dir.file("out.cpp")));
+    }
 }
 
 TEST_F(Hps, UserRecordsComeFirstAndAreReadWhenTheManagerIsMade)

@@ -2,6 +2,7 @@
 
 #include "moxdev/hps.h"
 #include "moxdev/hps/moxdev_hps_fields.h"
+#include "moxdev/hps/moxdev_hps_parts.h"
 
 #include <cstring>
 #include <memory>
@@ -22,88 +23,6 @@
 
 const char MOXDEV_HPS_NAND_SIGNATURE[33] = "0123456789abcdef0123456789abcdef";
 const char MOXDEV_HPS_SPI_SIGNATURE[33] = "fedcba9876543210fedcba9876543210";
-
-namespace {
-
-// ---------------------------------------------------------------- built-in parts
-//
-// NAND: manufacturer, device, bytes. The 0xF1 part of Micron-code 0x2C is
-// eight times the size of the code-0x01 0xF1 part; both are as shipped.
-const MOXDEV_HPS_NAND_STRUCTURE NAND_PARTS[] = {
-    {0x2C, 0x68, 0x100000000ull},
-    {0x2C, 0x48, 0x80000000ull},
-    {0x2C, 0xA1, 0x40000000ull},
-    {0x2C, 0xF1, 0x40000000ull},
-    {0x01, 0xF1, 0x8000000ull},
-    {0x01, 0xDA, 0x10000000ull},
-    {0x01, 0xDC, 0x20000000ull},
-    {0x01, 0xC1, 0x8000000ull},
-    {0x01, 0xCA, 0x10000000ull},
-    {0x01, 0xCC, 0x20000000ull},
-};
-
-// SPI NOR: where one ID has two rows (4/5, 10/11, 12/13, 17/18, 19/20), the
-// extended ID tells them apart and both are kept in this order.
-//   siid      mask      ext ext_mask maker        class        bits         sector   page
-//   bulk int sector program poll dies speed  SE    PP    read
-const MOXDEV_HPS_SPI_STRUCTURE SPI_PARTS[] = {
-    {0x17BA20, 0xFFFFFF, 0, 0, "MICRON", "QSPI_64", 0x4000000, 0x10000, 256,
-     120, 2, 3, 1000, 1, 1, true, 0xD8, 0x02, 0x03},
-    {0x18BA20, 0xFFFFFF, 0, 0, "MICRON", "QSPI_128", 0x8000000, 0x10000, 256,
-     250, 2, 3, 1000, 1, 1, true, 0xD8, 0x02, 0x03},
-    {0x19BA20, 0xFFFFFF, 0, 0, "MICRON", "QSPI_256", 0x10000000, 0x10000, 256,
-     480, 3, 3, 1000, 1, 1, true, 0xD8, 0x02, 0x03},
-    {0x20BA20, 0xFFFFFF, 68, 255, "MICRON", "QSPI_512", 0x20000000, 0x10000, 256,
-     460, 3, 1, 1000, 1, 1, true, 0xD8, 0x02, 0x03},
-    {0x20BA20, 0xFFFFFF, 0, 0, "MICRON", "QSPI_512", 0x20000000, 0x10000, 256,
-     480, 3, 3, 1000, 1, 2, false, 0xD8, 0x02, 0x03},
-    {0x21BA20, 0xFFFFFF, 0, 0, "MICRON", "QSPI_1024", 0x40000000, 0x10000, 256,
-     480, 3, 3, 1000, 1, 4, false, 0xD8, 0x02, 0x03},
-    {0x22BA20, 0xFFFFFF, 0, 0, "MICRON", "QSPI_2048", 0x80000000, 0x10000, 256,
-     460, 3, 1, 1000, 1, 4, true, 0xD8, 0x02, 0x03},
-    {0x18BB20, 0xFFFFFF, 0, 0, "MICRON", "QSPI_128", 0x8000000, 0x10000, 256,
-     250, 2, 3, 1000, 1, 1, true, 0xD8, 0x02, 0x03},
-    {0x19BB20, 0xFFFFFF, 0, 0, "MICRON", "QSPI_256", 0x10000000, 0x10000, 256,
-     480, 3, 3, 1000, 1, 1, true, 0xD8, 0x02, 0x03},
-    {0x20BB20, 0xFFFFFF, 68, 255, "MICRON", "QSPI_512", 0x20000000, 0x10000, 256,
-     460, 3, 1, 1000, 1, 1, true, 0xD8, 0x02, 0x03},
-    {0x20BB20, 0xFFFFFF, 0, 0, "MICRON", "QSPI_512", 0x20000000, 0x10000, 256,
-     480, 3, 3, 1000, 1, 2, false, 0xD8, 0x02, 0x03},
-    {0x21BB20, 0xFFFFFF, 68, 255, "MICRON", "QSPI_1024", 0x40000000, 0x10000, 256,
-     460, 3, 1, 1000, 1, 2, true, 0xD8, 0x02, 0x03},
-    {0x21BB20, 0xFFFFFF, 0, 0, "MICRON", "QSPI_1024", 0x40000000, 0x10000, 256,
-     480, 3, 3, 1000, 1, 4, false, 0xD8, 0x02, 0x03},
-    {0x22BB20, 0xFFFFFF, 0, 0, "MICRON", "QSPI_2048", 0x80000000, 0x10000, 256,
-     460, 3, 1, 1000, 1, 4, true, 0xD8, 0x02, 0x03},
-    {0x132020, 0xFFFFFF, 0, 0, "MICRON", "SPI_4", 0x400000, 0x10000, 256,
-     10, 2, 3, 3000, 1, 1, true, 0xD8, 0x02, 0x03},
-    {0x152020, 0xFFFFFF, 0, 0, "MICRON", "SPI_16", 0x1000000, 0x10000, 256,
-     40, 2, 3, 3000, 1, 1, true, 0xD8, 0x02, 0x03},
-    {0x182001, 0xFFFFFF, 1, 255, "SPANSION", "QSPI_128", 0x8000000, 0x10000, 256,
-     256, 2, 11, 2200, 1, 1, true, 0xD8, 0x02, 0x03},
-    {0x182001, 0xFFFFFF, 0, 255, "SPANSION", "QSPI_128", 0x8000000, 0x40000, 256,
-     256, 2, 11, 2200, 1, 1, true, 0xD8, 0x02, 0x03},
-    {0x190201, 0xFFFFFF, 1, 255, "SPANSION", "QSPI_256", 0x10000000, 0x10000, 256,
-     330, 3, 11, 2200, 1, 1, true, 0xDC, 0x12, 0x13},
-    {0x190201, 0xFFFFFF, 0, 255, "SPANSION", "QSPI_256", 0x10000000, 0x40000, 256,
-     330, 3, 11, 2200, 1, 1, true, 0xDC, 0x12, 0x13},
-    {0x200201, 0xFFFFFF, 0, 255, "SPANSION", "QSPI_512", 0x20000000, 0x40000, 512,
-     460, 3, 3, 2200, 1, 1, true, 0xDC, 0x12, 0x13},
-    {0x1820C2, 0xFFFFFF, 0, 0, "MACRONIX", "QSPI_128", 0x8000000, 0x10000, 256,
-     80, 3, 1, 1500, 1, 1, true, 0xDC, 0x12, 0x13},
-    {0x1920C2, 0xFFFFFF, 0, 0, "MACRONIX", "QSPI_256", 0x10000000, 0x10000, 256,
-     300, 3, 2, 3000, 1, 1, true, 0xDC, 0x12, 0x13},
-    {0x1A20C2, 0xFFFFFF, 0, 0, "MACRONIX", "QSPI_512", 0x20000000, 0x10000, 256,
-     300, 3, 3, 1500, 1, 1, true, 0xDC, 0x12, 0x13},
-    {0x3A25C2, 0xFFFFFF, 0, 0, "MACRONIX", "QSPI_512", 0x20000000, 0x10000, 256,
-     320, 3, 3, 3000, 1, 1, true, 0xDC, 0x12, 0x13},
-    {0x1B20C2, 0xFFFFFF, 0, 0, "MACRONIX", "QSPI_1024", 0x40000000, 0x10000, 256,
-     600, 3, 2, 1000, 1, 1, true, 0xDC, 0x12, 0x13},
-    {0x1840C8, 0xFFFFFF, 0, 0, "GIGADEVICE", "QSPI_128", 0x8000000, 0x10000, 256,
-     300, 3, 3, 3000, 1, 1, true, 0xDC, 0x12, 0x13},
-};
-
-} // namespace
 
 // ---------------------------------------------------------------- lists
 
@@ -181,7 +100,7 @@ const MOXDEV_HPS_STRUCTURE* MOXDEV_HPS_MGR::get_current_hps() const
 MOXDEV_HPS_NAND_MGR::MOXDEV_HPS_NAND_MGR()
 {
     initialize_ini_file();
-    append_built_in(NAND_PARTS, sizeof NAND_PARTS / sizeof NAND_PARTS[0]);
+    append_built_in(MOXDEV_HPS_NAND_PARTS, MOXDEV_HPS_NAND_PARTS_COUNT);
 }
 
 void MOXDEV_HPS_NAND_MGR::initialize_ini_file()
@@ -205,7 +124,7 @@ void MOXDEV_HPS_NAND_MGR::delete_mgr()
 MOXDEV_HPS_SPI_MGR::MOXDEV_HPS_SPI_MGR()
 {
     initialize_ini_file();
-    append_built_in(SPI_PARTS, sizeof SPI_PARTS / sizeof SPI_PARTS[0]);
+    append_built_in(MOXDEV_HPS_SPI_PARTS, MOXDEV_HPS_SPI_PARTS_COUNT);
 }
 
 void MOXDEV_HPS_SPI_MGR::initialize_ini_file()
