@@ -10,7 +10,8 @@
 // this project adds for people and scripts (forgiving dialogues, locked
 // updates, lookups by a count of ID bytes, SFDP binding) lives in namespace
 // moxdev, in headers of its own: moxdev/flash.h, moxdev/user_flash.h,
-// moxdev/parameter_file.h, moxdev/generate.h and moxdev/hps.h.
+// moxdev/parameter_file.h, moxdev/generate.h, moxdev/hps.h and
+// moxdev/table.h.
 #pragma once
 
 #include "host/host.h"
@@ -28,4 +29,5 @@
 #include "moxdev/generate.h"
 #include "moxdev/hps.h"
 #include "moxdev/parameter_file.h"
+#include "moxdev/table.h"
 #include "moxdev/user_flash.h"

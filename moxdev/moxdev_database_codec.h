@@ -34,25 +34,6 @@ constexpr DWORD MOXDEV_DB_VERSION = 1;
 constexpr const char* MOXDEV_DEVICE_DB_MAGIC = "MOXIO_DM";
 constexpr const char* MOXDEV_FLASH_DB_MAGIC = "MOXIO_FM";
 
-// Reads a generator's CSV table: non-blank lines, trimmed, split into cells at
-// blanks, tabs and commas (empty cells are dropped, so a cell may hold none of
-// them).
-class MOXDEV_TABLE_READER {
-public:
-    explicit MOXDEV_TABLE_READER(const std::string& path);
-    ~MOXDEV_TABLE_READER();
-    MOXDEV_TABLE_READER(const MOXDEV_TABLE_READER&) = delete;
-    MOXDEV_TABLE_READER& operator=(const MOXDEV_TABLE_READER&) = delete;
-
-    bool good() const;
-    // The next line's cells; false at the end of the table.
-    bool next(std::vector<std::string>& cells);
-
-private:
-    struct STATE;
-    std::unique_ptr<STATE> m_state;
-};
-
 // Zlib inflates at most about 1032 bytes from one compressed byte: an
 // announced size beyond that cannot be honest and is refused before any memory
 // is set aside for it.

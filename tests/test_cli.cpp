@@ -185,14 +185,14 @@ TEST(CliDevice, ShowListAndGenerateAnswerOrRefuseInPlainWords)
         // A damaged device table names the file, line and column, and writes nothing.
         {"awk -F, -v OFS=, 'NR==3{$2=$2\",extra\"}1' data/mox_dev_info.csv > bad.csv; "
          "moxdev device generate bad.csv bad.pcf",
-         1, "moxdev: bad.csv, line 3: 87 cells, a device table line has 86\n"},
+         1, "moxdev: bad.csv:3: 87 cells, a device table line has 86\n"},
         {"awk -F, -v OFS=, 'NR==3{$34=\"256\"}1' data/mox_dev_info.csv > bad.csv; "
          "moxdev device generate bad.csv bad.pcf",
-         1, "moxdev: bad.csv, line 3, column 34 (ps_cmp_dclk_ratio): '256' is not a number of 0 to 255 "
+         1, "moxdev: bad.csv:3: column 34 (ps_cmp_dclk_ratio): '256' is not a number of 0 to 255 "
             "(a BYTE field)\n"},
         {"awk -F, -v OFS=, 'NR==3{$1=\"WREN_1\"}1' data/mox_dev_info.csv > bad.csv; "
          "moxdev device generate bad.csv bad.pcf",
-         1, "moxdev: bad.csv, line 3, column 1 (family): 'WREN_1' is no family the table may name (did you mean"},
+         1, "moxdev: bad.csv:3: column 1 (family): 'WREN_1' is no family the table may name (did you mean"},
         {"test -e bad.pcf || echo none", 0, "none\n"},
     });
     // One line per family, device or part value (the invalid one left out).
@@ -426,7 +426,7 @@ TEST(CliFlash, IdentifyListShowAndGenerateAnswerOrRefuse)
          "moxdev: bad.csv:9: column 4 (memory_id): 0x1FF does not fit a BYTE (0 to 255)"},
         {bad_table("awk -F, -v OFS=, 'NR==9{$20=\"3000000\"}1'"), 1,
          "moxdev: bad.csv:9: column 20 (device_bit_size): the density 3000000 is not a power of two"},
-        {bad_table("sed '9s/,[^,]*//5'"), 1, "moxdev: bad.csv:9: 32 cells; a flash record line has 33"},
+        {bad_table("sed '9s/,[^,]*//5'"), 1, "moxdev: bad.csv:9: 32 cells; a flash table line has 33"},
         {bad_table("awk -F, -v OFS=, 'NR==9{$13=\"yes\"}1'"), 1,
          "moxdev: bad.csv:9: column 13 (extended_mode): 'yes' is not TRUE or FALSE"},
         {bad_table("awk -F, -v OFS=, 'NR==9{$11=\"TRUE\"; d=$0} 1; END{print d}'"), 1,

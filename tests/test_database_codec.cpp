@@ -30,7 +30,7 @@ protected:
 template <class DUMP>
 DWORD write_records(BYTE* data, const std::string& csv, DWORD skip, DUMP dump)
 {
-    MOXDEV_TABLE_READER table(csv);
+    moxdev::TABLE_READER table(csv);
     std::vector<std::vector<std::string>> rows;
     std::vector<std::string> cells;
     for (DWORD line = 0; table.next(cells); ++line) {

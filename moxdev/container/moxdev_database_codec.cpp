@@ -26,34 +26,6 @@
             fail((message), __LINE__);                                                          \
     } while (0)
 
-// ---------------------------------------------------------------- tables
-
-struct MOXDEV_TABLE_READER::STATE {
-    std::ifstream input;
-};
-
-MOXDEV_TABLE_READER::MOXDEV_TABLE_READER(const std::string& path) : m_state(new STATE{std::ifstream(path)}) {}
-
-MOXDEV_TABLE_READER::~MOXDEV_TABLE_READER() = default;
-
-bool MOXDEV_TABLE_READER::good() const
-{
-    return m_state->input.good();
-}
-
-bool MOXDEV_TABLE_READER::next(std::vector<std::string>& cells)
-{
-    std::string line;
-    while (std::getline(m_state->input, line)) {
-        gen_remove_leading_and_trailing_white_spaces(line);
-        if (line.empty())
-            continue;
-        cells = STRING_TOKENIZER(line, " \t\n,", true).tokens();
-        return true;
-    }
-    return false;
-}
-
 // ---------------------------------------------------------------- checks
 
 void MOXDEV_DATABASE_CODEC::fail(const std::string& condition, int line) const

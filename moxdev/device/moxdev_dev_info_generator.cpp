@@ -5,6 +5,8 @@
 #include "moxdev/internal/moxdev_assert.h"
 #include "moxdev/moxdev_dev_info_manager_auto_export.h"
 
+#include "moxdev/table.h"
+
 #include "host/gen_string.h"
 #include "host/mox_common.h"
 
@@ -40,42 +42,23 @@ DWORD encoded_cell_size(MOXDEV_MANAGER_TYPE type, const std::string& cell)
 
 DWORD MOXDEV_DEV_INFO_MANAGER::check_device_file(FIO_PATH csv_file, DWORD& device_count)
 {
-    // A table that cannot be opened reads as one without rows, which the row
-    // count below refuses.
-    MOXDEV_TABLE_READER reader(csv_file.fullpath());
+    // A table that cannot be opened reads as one without rows, which the
+    // row count below refuses.
+    moxdev::TABLE_READER reader(csv_file.fullpath());
 
     device_count = 0;
     QWORD size = MOXDEV_DB_PAYLOAD_HEADER_SIZE;
     std::vector<std::string> svec;
+    moxdev::TABLE_PROBLEM problem;
     for (DWORD row = 0; reader.next(svec); ++row) {
-        if (row == 0) {
-            MOXDEV_ASSERT(svec.size() == TOTAL_DEVICE_DATABASE_MEMBER);
-            for (DWORD i = 0; i < TOTAL_DEVICE_DATABASE_MEMBER; ++i) {
-                switch (MOXDEV_DEVICE_FIELD_TYPES[i]) {
-                case MOXDEV_MANAGER_DEVID_ENUM: MOXDEV_ASSERT(svec.at(i) == "DEVID_ENUM"); break;
-                case MOXDEV_MANAGER_DEVID_STR: MOXDEV_ASSERT(svec.at(i) == "DEVID_STR"); break;
-                case MOXDEV_MANAGER_STRING: MOXDEV_ASSERT(svec.at(i) == "STL_STRING"); break;
-                case MOXDEV_MANAGER_BOOL: MOXDEV_ASSERT(svec.at(i) == "bool"); break;
-                case MOXDEV_MANAGER_BYTE: MOXDEV_ASSERT(svec.at(i) == "BYTE"); break;
-                case MOXDEV_MANAGER_WORD: MOXDEV_ASSERT(svec.at(i) == "WORD"); break;
-                case MOXDEV_MANAGER_DWORD: MOXDEV_ASSERT(svec.at(i) == "DWORD"); break;
-                case MOXDEV_MANAGER_ENUM: MOXDEV_ASSERT(svec.at(i) == "ENUM"); break;
-                default: MOXDEV_FAIL("Unsupported type");
-                }
-            }
-        } else if (row == 1) {
-            MOXDEV_ASSERT(svec.size() == TOTAL_DEVICE_DATABASE_MEMBER);
-            for (DWORD i = 0; i < TOTAL_DEVICE_DATABASE_MEMBER; ++i) {
-                const std::string& temp = svec[i];
-                MOXDEV_ASSERT_MSG(temp == MOXDEV_DEVICE_FIELD_NAMES[i], "temp == m_db_name_list[i]");
-            }
-        } else {
-            MOXDEV_ASSERT(DWORD(svec.size()) == TOTAL_DEVICE_DATABASE_MEMBER);
-            for (DWORD i = 0; i < TOTAL_DEVICE_DATABASE_MEMBER; ++i)
-                size += encoded_cell_size(MOXDEV_DEVICE_FIELD_TYPES[i], svec[i]);
-            size += 4; // "END1"
-            ++device_count;
-        }
+        if (!moxdev::check_device_table_layout(row, svec, problem))
+            MOXDEV_FAIL(problem.condition);
+        if (row < 2)
+            continue;
+        for (DWORD i = 0; i < TOTAL_DEVICE_DATABASE_MEMBER; ++i)
+            size += encoded_cell_size(MOXDEV_DEVICE_FIELD_TYPES[i], svec[i]);
+        size += 4; // "END1"
+        ++device_count;
     }
     MOXDEV_ASSERT(device_count == TOTAL_DATABASE_DEVICE);
     size += 4; // "END2"
@@ -272,7 +255,7 @@ void MOXDEV_DEV_INFO_MANAGER::build_database_file(const FIO_PATH& csv_file, cons
     MOXDEV_ASSERT(MOXDEV_DEV_INFO_CSV_MD5.size() == 32);
     MOXDEV_FIELD_WRITER image = start_database_image(MOXDEV_DEVICE_DB_MAGIC, MOXDEV_DEV_INFO_CSV_MD5, device_count,
                                                      TOTAL_DEVICE_DATABASE_MEMBER, memory_size);
-    MOXDEV_TABLE_READER table(csv_file.fullpath());
+    moxdev::TABLE_READER table(csv_file.fullpath());
     std::vector<std::string> cells;
     for (DWORD row = 0; table.next(cells); ++row) {
         if (row < 2)

@@ -3,70 +3,38 @@
 
 #include "moxdev/internal/moxdev_assert.h"
 
+#include "moxdev/table.h"
+
 #include "host/gen_string.h"
 
 // Internal errors of this file are the class's own.
 static constexpr const char* MOXDEV_UNIT = "moxdev_flash_manager";
 
-namespace {
-
-// The flash CSV's record lines start after the type row, the name row and six
-// description lines.
-constexpr DWORD FIRST_RECORD_LINE = 8;
-
-// Lines 2, 3 and 7 are free text; every other line has one cell per field.
-bool line_has_fixed_columns(DWORD line)
-{
-    return line != 2 && line != 3 && line != 7;
-}
-
-} // namespace
-
 DWORD MOXDEV_FLASH_MANAGER::check_flash_file(FIO_PATH csv, DWORD& record_count)
 {
     // A table that cannot be opened reads as one without records, which the
     // record count below refuses.
-    MOXDEV_TABLE_READER reader(csv.fullpath());
+    moxdev::TABLE_READER reader(csv.fullpath());
     record_count = 0;
     QWORD size = MOXDEV_DB_PAYLOAD_HEADER_SIZE;
-    DWORD type_counts[MOXDEV_MANAGER_ENUM + 1] = {};
     std::vector<std::string> svec;
+    moxdev::TABLE_PROBLEM problem;
     for (DWORD line = 0; reader.next(svec); ++line) {
-        if (line_has_fixed_columns(line))
-            MOXDEV_ASSERT(DWORD(svec.size()) == TOTAL_DATABASE_MEMBER);
-        if (line == 0) {
-            MOXDEV_ASSERT(svec.size() == TOTAL_DATABASE_MEMBER);
-            for (DWORD i = 0; i < TOTAL_DATABASE_MEMBER; ++i) {
-                switch (MOXDEV_FLASH_FIELD_TYPES[i]) {
-                case MOXDEV_MANAGER_STRING: MOXDEV_ASSERT(svec.at(i) == "STL_STRING"); break;
-                case MOXDEV_MANAGER_BOOL: MOXDEV_ASSERT(svec.at(i) == "bool"); break;
-                case MOXDEV_MANAGER_BYTE: MOXDEV_ASSERT(svec.at(i) == "BYTE"); break;
-                case MOXDEV_MANAGER_WORD: MOXDEV_ASSERT(svec.at(i) == "WORD"); break;
-                case MOXDEV_MANAGER_DWORD: MOXDEV_ASSERT(svec.at(i) == "DWORD"); break;
-                default: MOXDEV_FAIL("Unsupported type");
-                }
-                ++type_counts[MOXDEV_FLASH_FIELD_TYPES[i]];
+        if (!moxdev::check_flash_table_layout(line, svec, problem))
+            MOXDEV_FAIL(problem.condition);
+        if (line < moxdev::FLASH_TABLE_FIRST_RECORD)
+            continue;
+        size += TOTAL_DATABASE_MEMBER; // one tag per field
+        for (DWORD i = 0; i < TOTAL_DATABASE_MEMBER; ++i) {
+            switch (MOXDEV_FLASH_FIELD_TYPES[i]) {
+            case MOXDEV_MANAGER_STRING: size += 1 + svec[i].size(); break;
+            case MOXDEV_MANAGER_WORD: size += 2; break;
+            case MOXDEV_MANAGER_DWORD: size += 4; break;
+            default: size += 1; break;
             }
-        } else if (line == 1) {
-            MOXDEV_ASSERT(svec.size() == TOTAL_DATABASE_MEMBER);
-            for (DWORD i = 0; i < TOTAL_DATABASE_MEMBER; ++i) {
-                std::string temp = svec[i];
-                stl_tolower(temp);
-                MOXDEV_ASSERT_MSG(temp == MOXDEV_FLASH_FIELD_NAMES[i], "temp == m_name_list[i]");
-            }
-        } else if (line >= FIRST_RECORD_LINE) {
-            size += TOTAL_DATABASE_MEMBER; // one tag per field
-            for (DWORD i = 0; i < TOTAL_DATABASE_MEMBER; ++i) {
-                switch (MOXDEV_FLASH_FIELD_TYPES[i]) {
-                case MOXDEV_MANAGER_STRING: size += 1 + svec[i].size(); break;
-                case MOXDEV_MANAGER_WORD: size += 2; break;
-                case MOXDEV_MANAGER_DWORD: size += 4; break;
-                default: size += 1; break;
-                }
-            }
-            size += 4; // "END1"
-            ++record_count;
         }
+        size += 4; // "END1"
+        ++record_count;
     }
     size += 4; // "END2"
     const bool status = size > 0 && size < 0x80000000ull;
@@ -113,10 +81,10 @@ void MOXDEV_FLASH_MANAGER::generate_flash_database(FIO_PATH csv, FIO_PATH out)
     MOXDEV_FIELD_WRITER image = start_database_image(MOXDEV_FLASH_DB_MAGIC, MOXDEV_FLASH_INFO_CSV_MD5, record_count,
                                                      TOTAL_DATABASE_MEMBER, pure_memory_size);
 
-    MOXDEV_TABLE_READER table(csv.fullpath());
+    moxdev::TABLE_READER table(csv.fullpath());
     std::vector<std::string> cells;
     for (DWORD line = 0; table.next(cells); ++line) {
-        if (line < FIRST_RECORD_LINE)
+        if (line < moxdev::FLASH_TABLE_FIRST_RECORD)
             continue;
         write_record(image, cells);
         image.marker("END1");

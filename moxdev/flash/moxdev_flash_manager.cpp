@@ -1,6 +1,7 @@
 #include "moxdev/moxdev_flash_manager.h"
 
 #include "moxdev/internal/moxdev_assert.h"
+#include "moxdev/flash/moxdev_default_rule.h"
 #include "moxdev/flash/moxdev_user_value_codec.h"
 
 #include "host/cfg.h"
@@ -22,7 +23,6 @@
 #include <string_view>
 #include <type_traits>
 
-#include <absl/container/flat_hash_map.h>
 
 // Internal errors of this file are the class's own.
 static constexpr const char* MOXDEV_UNIT = "moxdev_flash_manager";
@@ -190,66 +190,18 @@ void MOXDEV_FLASH_MANAGER::null_info_database(MOXDEV_SFL_FLASH_INFO* record)
     *record = MOXDEV_SFL_FLASH_INFO{};
 }
 
-namespace {
-
-// Names compared and hashed with ASCII letter case folded, as gen_stricmp
-// compares them, without copies.
-char folded(char c)
-{
-    return c >= 'a' && c <= 'z' ? char(c - 'a' + 'A') : c;
-}
-struct FOLDED_HASH {
-    std::size_t operator()(std::string_view name) const
-    {
-        // Names are short: fold them into a buffer and hash that.
-        char buffer[64];
-        if (name.size() > sizeof buffer) {
-            std::string long_name(name);
-            for (char& c : long_name)
-                c = folded(c);
-            return absl::Hash<std::string>{}(long_name);
-        }
-        for (std::size_t i = 0; i < name.size(); ++i)
-            buffer[i] = folded(name[i]);
-        return absl::Hash<std::string_view>{}(std::string_view(buffer, name.size()));
-    }
-};
-struct FOLDED_EQUAL {
-    bool operator()(std::string_view a, std::string_view b) const
-    {
-        if (a.size() != b.size())
-            return false;
-        for (std::size_t i = 0; i < a.size(); ++i) {
-            if (folded(a[i]) != folded(b[i]))
-                return false;
-        }
-        return true;
-    }
-};
-
-} // namespace
-
 void MOXDEV_FLASH_MANAGER::confirm_default_value(DWORD first)
 {
     const std::vector<MOXDEV_SFL_FLASH_INFO>& records = *m_flash_database;
-    const DWORD end = first + m_flash_count;
-    // The default records per name, letter case ignored, the names in the
-    // order of their first records.
-    absl::flat_hash_map<std::string_view, DWORD, FOLDED_HASH, FOLDED_EQUAL> defaults;
-    defaults.reserve(m_flash_count);
-    std::vector<std::string_view> order;
-    for (DWORD i = first; i < end; ++i) {
-        const auto [entry, added] = defaults.try_emplace(records[i].device_name, 0);
-        if (added)
-            order.push_back(entry->first);
-        entry->second += records[i].default_dev ? 1 : 0;
-    }
-    for (std::string_view name : order) {
-        const DWORD count = defaults[name];
-        if (count > 1)
-            MOXDEV_FAIL("!one_default");
-        MOXDEV_ASSERT_MSG(count == 1, "one_default");
-    }
+    moxdev::detail::DEFAULTS_PER_NAME defaults(m_flash_count);
+    for (DWORD i = first; i < first + m_flash_count; ++i)
+        defaults.add(records[i].device_name, records[i].default_dev, i);
+    // The names in the order of their first records: the first that breaks
+    // the rule names the failure.
+    const auto violation = defaults.first_violation();
+    if (violation.kind == violation.SECOND_DEFAULT)
+        MOXDEV_FAIL("!one_default");
+    MOXDEV_ASSERT_MSG(violation.kind != violation.NO_DEFAULT, "one_default");
 }
 
 void MOXDEV_FLASH_MANAGER::copy_ini_database()

@@ -418,86 +418,14 @@ void device_list(bool full, const std::string& by_text, const std::string& famil
         fmt::print("{} records\n", manager.get_device_count());
 }
 
-const char* type_row_name(MOXDEV_MANAGER_TYPE type)
-{
-    switch (type) {
-    case MOXDEV_MANAGER_DEVID_ENUM: return "DEVID_ENUM";
-    case MOXDEV_MANAGER_DEVID_STR: return "DEVID_STR";
-    case MOXDEV_MANAGER_STRING: return "STL_STRING";
-    case MOXDEV_MANAGER_BOOL: return "bool";
-    case MOXDEV_MANAGER_BYTE: return "BYTE";
-    case MOXDEV_MANAGER_WORD: return "WORD";
-    case MOXDEV_MANAGER_DWORD: return "DWORD";
-    default: return "ENUM";
-    }
-}
-
-// What is wrong with a record's cell, "" when the generator takes it.
-std::string cell_problem(std::size_t column, const std::string& cell)
-{
-    const MOXDEV_MANAGER_TYPE type = MOXDEV_DEVICE_FIELD_TYPES[column];
-    const std::string field = MOXDEV_DEVICE_FIELD_NAMES[column];
-    if (type == MOXDEV_MANAGER_DEVID_ENUM || type == MOXDEV_MANAGER_ENUM) {
-        const MOXDEV_NAME_TABLE& table = type == MOXDEV_MANAGER_ENUM ? MOXDEV_OPTION_ID_TABLE
-                                         : field == "family"         ? MOXDEV_FAMILY_ID_TABLE
-                                         : field == "device"         ? MOXDEV_DEVICE_ID_TABLE
-                                                                     : MOXDEV_PART_ID_TABLE;
-        std::vector<std::string> known;
-        for (std::size_t i = 0; i < table.count; ++i) {
-            if (cell == table.entries[i].name)
-                return "";
-            known.push_back(table.entries[i].name);
-        }
-        const char* what = type == MOXDEV_MANAGER_ENUM ? "option family" : field == "part" ? "part" : field.c_str();
-        return fmt::format("'{}' is no {} the table may name{}", cell, what, did_you_mean(cell, known));
-    }
-    if (type == MOXDEV_MANAGER_DEVID_STR || type == MOXDEV_MANAGER_STRING)
-        return cell.size() < 256 ? "" : fmt::format("a text of {} characters (at most 255)", cell.size());
-    if (type == MOXDEV_MANAGER_BOOL)
-        return cell == "TRUE" || cell == "FALSE" ? "" : fmt::format("'{}' is not TRUE or FALSE", cell);
-    const DWORD most = type == MOXDEV_MANAGER_BYTE ? 0xFF : type == MOXDEV_MANAGER_WORD ? 0xFFFF : 0xFFFFFFFF;
-    DWORD value = 0;
-    if (!MOX_COMMON::convert_string_to_dword(cell, value) || value > most)
-        return fmt::format("'{}' is not a number of 0 to {} (a {} field)", cell, most, type_row_name(type));
-    return "";
-}
-
-// Reads the device table line by line as the generator does (blank lines
-// skipped, cells split at blanks and commas) and refuses the first line the
-// generator would stop at, naming file, line and column.
+// Reads the device table as the generator does and refuses the first line
+// the generator would stop at, as "file:line: column N (field): reason".
 void check_device_table(const std::string& csv)
 {
-    std::ifstream in(csv);
-    std::string line;
-    std::size_t line_number = 0, row = 0;
-    while (std::getline(in, line)) {
-        ++line_number;
-        gen_remove_leading_and_trailing_white_spaces(line);
-        if (line.empty())
-            continue;
-        const std::vector<std::string> cells = STRING_TOKENIZER(line, " \t\n,", true).tokens();
-        const std::string where = fmt::format("{}, line {}", csv, line_number);
-        if (cells.size() != TOTAL_DEVICE_DATABASE_MEMBER)
-            throw USER_ERROR{fmt::format("{}: {} cells, a device table line has {}", where, cells.size(),
-                                         TOTAL_DEVICE_DATABASE_MEMBER)};
-        for (std::size_t column = 0; column < cells.size(); ++column) {
-            const std::string& cell = cells[column];
-            std::string problem;
-            if (row == 0 && cell != type_row_name(MOXDEV_DEVICE_FIELD_TYPES[column]))
-                problem = fmt::format("type '{}', expected {}", cell, type_row_name(MOXDEV_DEVICE_FIELD_TYPES[column]));
-            else if (row == 1 && cell != MOXDEV_DEVICE_FIELD_NAMES[column])
-                problem = fmt::format("name '{}', expected {}", cell, MOXDEV_DEVICE_FIELD_NAMES[column]);
-            else if (row > 1)
-                problem = cell_problem(column, cell);
-            if (!problem.empty())
-                throw USER_ERROR{fmt::format("{}, column {} ({}): {}", where, column + 1,
-                                             MOXDEV_DEVICE_FIELD_NAMES[column], problem)};
-        }
-        ++row;
-    }
-    if (row != TOTAL_DATABASE_DEVICE + 2)
-        throw USER_ERROR{fmt::format("{}: {} records, a device table has {} (after its type and name lines)", csv,
-                                     row < 2 ? 0 : row - 2, TOTAL_DATABASE_DEVICE)};
+    moxdev::TABLE_PROBLEM problem;
+    if (!moxdev::check_device_table(csv, problem))
+        throw USER_ERROR{moxdev::table_problem_text(csv, problem, MOXDEV_DEVICE_FIELD_NAMES) +
+                         (problem.known.empty() ? "" : did_you_mean(problem.cell, problem.known))};
 }
 
 // The file to write must be a file in an existing directory.

@@ -8,6 +8,8 @@
 // with its file and line, and nothing is written.
 #include "tools/generators/generated_file.h"
 
+#include "moxdev/table.h"
+
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
@@ -30,12 +32,8 @@ struct COLUMN_TYPE {
     const char* name;
     const char* type;
 };
-constexpr const char* type_name_STRING = "STL_STRING";
-constexpr const char* type_name_BOOL = "bool";
-constexpr const char* type_name_BYTE = "BYTE";
-constexpr const char* type_name_DWORD = "DWORD";
 const COLUMN_TYPE COLUMNS[] = {
-#define MOXDEV_FLASH_FIELD(name, stream_type, type) {#name, type_name_##stream_type},
+#define MOXDEV_FLASH_FIELD(name, stream_type, type) {#name, moxdev::table_type_name(MOXDEV_MANAGER_##stream_type)},
 #include "moxdev/moxdev_flash_info_fields.def"
 };
 constexpr std::size_t COLUMN_COUNT = sizeof COLUMNS / sizeof COLUMNS[0];
@@ -593,6 +591,10 @@ std::string table_text(std::vector<CHIP>& chips)
             return "Switches:_" + (switches.empty() ? std::string("none") : switches);
         return std::string(COLUMN_TEXTS[i].rule);
     });
+    // The heading lines end where the database generator reads the first record.
+    const std::string heading = out.str();
+    if (std::size_t(std::count(heading.begin(), heading.end(), '\n')) != moxdev::FLASH_TABLE_FIRST_RECORD)
+        throw std::logic_error("the heading lines do not end where the records begin");
     for (const RECORD& record : records)
         line([&](std::size_t i) { return record.cells[i]; });
     return out.str();
