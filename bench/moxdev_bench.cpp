@@ -4,6 +4,7 @@
 // Google Benchmark's own flags are accepted; by default each benchmark is
 // repeated five times and the median is kept.
 #include "bench_report.h"
+#include "moxdev/internal/moxdev_bytes.h"
 #include "naming_oracles.h"
 
 #include "moxdev/moxdev.h"
@@ -165,7 +166,7 @@ std::unique_ptr<BYTE[]> read_and_inflate(const std::string& path)
     if (std::fread(bytes.data(), 1, bytes.size(), file.get()) != bytes.size())
         fail("cannot read " + path);
     const BYTE* header = &bytes[MOXDEV_DB_MAGIC_SIZE + MOXDEV_DB_ID_SIZE];
-    uLongf payload_size = uLongf(header[0]) | uLongf(header[1]) << 8 | uLongf(header[2]) << 16 | uLongf(header[3]) << 24;
+    uLongf payload_size = moxdev::bytes::load_le32(header);
     std::unique_ptr<BYTE[]> payload(new BYTE[payload_size]);
     if (::uncompress(payload.get(), &payload_size, &bytes[MOXDEV_DB_HEADER_SIZE],
                      uLong(bytes.size() - MOXDEV_DB_HEADER_SIZE - MOXDEV_DB_TRAILER_SIZE)) != Z_OK)

@@ -8,6 +8,7 @@
 #pragma once
 
 #include "fuzz_support.h"
+#include "moxdev/internal/moxdev_bytes.h"
 
 namespace moxdev_fuzz {
 
@@ -35,7 +36,7 @@ inline bool image_input(const uint8_t* data, size_t size, IMAGE_INPUT& image)
     }
     if (size < 4)
         return false;
-    image.length = DWORD(data[0]) | DWORD(data[1]) << 8 | DWORD(data[2]) << 16 | DWORD(data[3]) << 24;
+    image.length = moxdev::bytes::load_le32(data);
     image.compressed.assign(data + 4, data + size);
     return true;
 }

@@ -4,6 +4,7 @@
 // of the image targets (see image_input.h).
 //   fuzz_seed_maker DATA_DIR OUT_DIR
 #include "moxdev/moxdev.h"
+#include "moxdev/internal/moxdev_bytes.h"
 #include "tools/generators/naming_images.h"
 
 #include <zlib.h>
@@ -42,8 +43,7 @@ void write_seed(const std::string& dir, const std::string& name, BYTE mode, cons
 // The inflated payload of a database file.
 BYTES payload_of(const BYTES& file)
 {
-    const DWORD size = DWORD(file.at(40)) | DWORD(file.at(41)) << 8 | DWORD(file.at(42)) << 16 |
-                       DWORD(file.at(43)) << 24;
+    const DWORD size = moxdev::bytes::load_le32(&file.at(40));
     BYTES payload(size);
     uLongf length = size;
     if (::uncompress(payload.data(), &length, &file[44], uLong(file.size() - 46)) != Z_OK || length != size)

@@ -5,7 +5,9 @@
 #include "host/dev_catalogue_data.h"
 #include "host/dev_catalogue_naming.h"
 
-#include <cctype>
+#include <absl/strings/ascii.h>
+#include <absl/strings/match.h>
+
 #include <cstddef>
 #include <string>
 #include <unordered_map>
@@ -16,20 +18,11 @@ using namespace dev_catalogue_data;
 namespace {
 
 std::string to_upper(const char* text) {
-    std::string s(text);
-    for (char& c : s) c = char(std::toupper(static_cast<unsigned char>(c)));
-    return s;
+    return absl::AsciiStrToUpper(text);
 }
 
 bool equals_ignoring_case(const std::string& a, const char* b) {
-    std::size_t i = 0;
-    for (; i < a.size(); ++i) {
-        if (b[i] == '\0' ||
-            std::toupper(static_cast<unsigned char>(a[i])) != std::toupper(static_cast<unsigned char>(b[i]))) {
-            return false;
-        }
-    }
-    return b[i] == '\0';
+    return absl::EqualsIgnoreCase(a, b);
 }
 
 bool is_any(const std::string& filter) { return equals_ignoring_case(filter, "ANY"); }

@@ -1,33 +1,16 @@
 #include "host/gen_string.h"
 
-namespace {
+#include <absl/strings/ascii.h>
 
 // ASCII only, whatever the process locale: names and keys are ASCII, and a
-// locale must not change how they compare.
-unsigned char fold(char c)
-{
-    const unsigned char u = static_cast<unsigned char>(c);
-    return u >= 'A' && u <= 'Z' ? static_cast<unsigned char>(u + ('a' - 'A')) : u;
-}
-
-char upper(char c)
-{
-    return c >= 'a' && c <= 'z' ? static_cast<char>(c - ('a' - 'A')) : c;
-}
-
-bool is_white_space(char c)
-{
-    return c == ' ' || c == '\t' || c == '\r' || c == '\n' || c == '\v' || c == '\f';
-}
-
-} // namespace
+// locale must not change how they compare (Abseil's ASCII helpers ignore it).
 
 int gen_stricmp(const std::string& a, const std::string& b)
 {
     const std::size_t n = a.size() < b.size() ? a.size() : b.size();
     for (std::size_t i = 0; i < n; ++i) {
-        const unsigned char ca = fold(a[i]);
-        const unsigned char cb = fold(b[i]);
+        const unsigned char ca = absl::ascii_tolower(static_cast<unsigned char>(a[i]));
+        const unsigned char cb = absl::ascii_tolower(static_cast<unsigned char>(b[i]));
         if (ca != cb)
             return ca < cb ? -1 : 1;
     }
@@ -38,30 +21,20 @@ int gen_stricmp(const std::string& a, const std::string& b)
 
 void gen_remove_leading_and_trailing_white_spaces(std::string& text)
 {
-    std::size_t end = text.size();
-    while (end > 0 && is_white_space(text[end - 1]))
-        --end;
-    std::size_t begin = 0;
-    while (begin < end && is_white_space(text[begin]))
-        ++begin;
     // In place, and not at all when there is nothing to remove: names are
     // trimmed on every lookup.
-    if (end < text.size())
-        text.erase(end);
-    if (begin > 0)
-        text.erase(0, begin);
+    absl::StripTrailingAsciiWhitespace(&text);
+    absl::StripLeadingAsciiWhitespace(&text);
 }
 
 void stl_toupper(std::string& text)
 {
-    for (char& c : text)
-        c = upper(c);
+    absl::AsciiStrToUpper(&text);
 }
 
 void stl_tolower(std::string& text)
 {
-    for (char& c : text)
-        c = static_cast<char>(fold(c));
+    absl::AsciiStrToLower(&text);
 }
 
 STRING_TOKENIZER::STRING_TOKENIZER(const std::string& text, const std::string& delimiters, bool)

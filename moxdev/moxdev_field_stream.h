@@ -16,6 +16,8 @@
 // A MOXDEV_FIELD_WRITER appends, so nothing has to be counted in advance.
 #pragma once
 
+#include "moxdev/internal/moxdev_bytes.h"
+
 #include "host/host_types.h"
 
 #include <cstring>
@@ -90,7 +92,7 @@ public:
         if (tag(__LINE__) != MOXDEV_MANAGER_WORD)
             fail("type == MOXDEV_MANAGER_WORD", __LINE__);
         require(2, __LINE__);
-        const WORD value = WORD(m_data[m_position] | m_data[m_position + 1] << 8);
+        const WORD value = moxdev::bytes::load_le16(m_data + m_position);
         m_position += 2;
         return value;
     }
@@ -140,7 +142,7 @@ public:
 
     static DWORD little_endian(const BYTE* bytes)
     {
-        return DWORD(bytes[0]) | DWORD(bytes[1]) << 8 | DWORD(bytes[2]) << 16 | DWORD(bytes[3]) << 24;
+        return moxdev::bytes::load_le32(bytes);
     }
 
 private:
@@ -176,8 +178,7 @@ public:
     void put_byte(BYTE value) { m_bytes.push_back(value); }
     void put_dword(DWORD value)
     {
-        const BYTE bytes[4] = {BYTE(value), BYTE(value >> 8), BYTE(value >> 16), BYTE(value >> 24)};
-        put_bytes(bytes, 4);
+        moxdev::bytes::append_le(m_bytes, value, 4);
     }
     void put_bytes(const void* data, std::size_t count)
     {

@@ -1,4 +1,5 @@
 #include "naming_oracles.h"
+#include "moxdev/internal/moxdev_bytes.h"
 
 #include <algorithm>
 #include <memory>
@@ -59,9 +60,8 @@ std::string opn_from_hash(QWORD hash)
         stl_toupper(name);
         std::unique_ptr<BYTE[]> digest(MOX_COMMON::get_block_sha(
             reinterpret_cast<const BYTE*>(name.data()), DWORD(name.size()), 32));
-        const DWORD low = DWORD(digest[0]) | DWORD(digest[1]) << 8 | DWORD(digest[2]) << 16 |
-                          DWORD(digest[3]) << 24;
-        const WORD high = WORD(digest[4] | digest[5] << 8);
+        const DWORD low = moxdev::bytes::load_le32(digest.get());
+        const WORD high = moxdev::bytes::load_le16(digest.get() + 4);
         if (low == DWORD(hash) && high == WORD(hash >> 32))
             return name;
     }

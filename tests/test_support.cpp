@@ -1,4 +1,5 @@
 #include "test_support.h"
+#include "moxdev/internal/moxdev_bytes.h"
 
 #include <zlib.h>
 
@@ -61,7 +62,7 @@ BYTES make_database_file(const std::string& magic, const std::string& identifier
 
 BYTES payload_of(const BYTES& file)
 {
-    const DWORD size = DWORD(file.at(40)) | DWORD(file.at(41)) << 8 | DWORD(file.at(42)) << 16 | DWORD(file.at(43)) << 24;
+    const DWORD size = moxdev::bytes::load_le32(&file.at(40));
     BYTES payload(size);
     uLongf length = size;
     if (::uncompress(payload.data(), &length, &file[44], uLong(file.size() - 46)) != Z_OK ||

@@ -1,5 +1,7 @@
 #include "moxdev/moxdev_database_codec.h"
 
+#include "moxdev/internal/moxdev_bytes.h"
+
 #include "moxdev/internal/moxdev_assert.h"
 
 #include "host/gen_string.h"
@@ -217,8 +219,7 @@ MOXDEV_DATABASE_CODEC::read_database_file(const FIO_PATH& path, const char* file
                     "Mismatch ID between flash file and reader");
 
     DWORD index = MOXDEV_DB_MAGIC_SIZE + MOXDEV_DB_ID_SIZE;
-    const DWORD memory_size = DWORD(file[index]) | (DWORD(file[index + 1]) << 8) |
-                              (DWORD(file[index + 2]) << 16) | (DWORD(file[index + 3]) << 24);
+    const DWORD memory_size = moxdev::bytes::load_le32(&file[index]);
     PAYLOAD payload;
     payload.data.reset(decompress_data(&file[MOXDEV_DB_HEADER_SIZE],
                                        DWORD(file_size) - MOXDEV_DB_HEADER_SIZE -

@@ -10,6 +10,7 @@
 #include "host/mox_common.h"
 #include "host/msg.h"
 
+#include <absl/strings/match.h>
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -58,17 +59,10 @@ std::string upper(std::string text)
     return text;
 }
 
-// gen_stricmp(text, "NONE") == 0 without a call: ASCII letters only.
+// gen_stricmp(text, "NONE") == 0, without copies.
 bool is_none(const std::string& text)
 {
-    if (text.size() != 4)
-        return false;
-    for (std::size_t i = 0; i < 4; ++i) {
-        const unsigned char u = static_cast<unsigned char>(text[i]);
-        if ((u >= 'a' && u <= 'z' ? u - ('a' - 'A') : u) != static_cast<unsigned char>("NONE"[i]))
-            return false;
-    }
-    return true;
+    return absl::EqualsIgnoreCase(text, "NONE");
 }
 
 } // namespace

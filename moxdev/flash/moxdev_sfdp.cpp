@@ -1,5 +1,7 @@
 #include "moxdev/moxdev_sfdp.h"
 
+#include "moxdev/internal/moxdev_bytes.h"
+
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -19,7 +21,7 @@ struct BYTES {
     bool has(std::size_t at, std::size_t count) const { return at <= size && count <= size - at; }
     DWORD dword(std::size_t at) const
     {
-        return DWORD(data[at]) | DWORD(data[at + 1]) << 8 | DWORD(data[at + 2]) << 16 | DWORD(data[at + 3]) << 24;
+        return moxdev::bytes::load_le32(data + at);
     }
 };
 
@@ -141,7 +143,7 @@ bool moxdev_decode_sfdp(const BYTE* data, std::size_t size, MOXDEV_SFDP& sfdp, s
         table.minor = header[1];
         table.major = header[2];
         table.length = header[3];
-        table.pointer = DWORD(header[4]) | DWORD(header[5]) << 8 | DWORD(header[6]) << 16;
+        table.pointer = moxdev::bytes::load_le24(header + 4);
         sfdp.tables.push_back(table);
     }
 

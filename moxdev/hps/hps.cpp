@@ -4,6 +4,7 @@
 
 #include "host/gen_string.h"
 
+#include <absl/strings/ascii.h>
 #include <fmt/format.h>
 
 #include <cctype>
@@ -92,7 +93,7 @@ bool read_number(std::string text, bool hex, bool k, QWORD& value, bool& too_lar
     QWORD scale = 1;
     if (hex && (text.rfind("0x", 0) == 0 || text.rfind("0X", 0) == 0))
         text.erase(0, 2);
-    if (!hex && k && !text.empty() && std::toupper(static_cast<unsigned char>(text.back())) == 'K') {
+    if (!hex && k && !text.empty() && absl::ascii_toupper(static_cast<unsigned char>(text.back())) == 'K') {
         text.pop_back();
         scale = 1024;
     }
@@ -103,7 +104,7 @@ bool read_number(std::string text, bool hex, bool k, QWORD& value, bool& too_lar
     for (const char c : text) {
         const int digit = std::isdigit(static_cast<unsigned char>(c)) ? c - '0'
                           : hex && std::isxdigit(static_cast<unsigned char>(c))
-                              ? std::toupper(static_cast<unsigned char>(c)) - 'A' + 10
+                              ? absl::ascii_toupper(static_cast<unsigned char>(c)) - 'A' + 10
                               : -1;
         if (digit < 0)
             return false;

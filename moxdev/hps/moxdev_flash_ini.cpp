@@ -1,6 +1,7 @@
 #include "moxdev/moxdev_flash_ini.h"
 
 #include "moxdev/internal/moxdev_assert.h"
+#include "moxdev/internal/moxdev_bytes.h"
 #include "moxdev/hps/moxdev_parameter_container.h"
 
 #include "host/gen_string.h"
@@ -37,11 +38,11 @@ bool numeric_limits_of(MOXDEV_PARAM_TYPE type, TYPE_LIMITS& limits)
     }
 }
 
-// Little-endian bytes of an unsigned value of `width` bytes.
+// Little-endian bytes of an unsigned value of `width` bytes, at data[index].
 void store(BYTE* data, DWORD& index, QWORD value, DWORD width)
 {
-    for (DWORD i = 0; i < width; ++i)
-        data[index++] = BYTE(value >> (8 * i));
+    moxdev::bytes::store_le(data + index, value, width);
+    index += width;
 }
 
 } // namespace
@@ -300,9 +301,7 @@ bool MOXDEV_FLASH_INI::assign_flash_ini_data(const BYTE* data, DWORD& index, DWO
         return true;
     // The `width` bytes of a number, little-endian, from the caller's buffer.
     auto number = [&](DWORD width) {
-        QWORD value = 0;
-        for (DWORD i = 0; i < width; ++i)
-            value |= QWORD(data[index + i]) << (8 * i);
+        const QWORD value = moxdev::bytes::load_le(data + index, width);
         index += width;
         return value;
     };

@@ -1,5 +1,7 @@
 #include "moxdev/hps/moxdev_parameter_container.h"
 
+#include "moxdev/internal/moxdev_bytes.h"
+
 #include "moxdev/internal/moxdev_assert.h"
 
 #include "host/fio.h"
@@ -17,7 +19,7 @@ namespace {
 
 DWORD dword_at(const BYTE* data)
 {
-    return DWORD(data[0]) | DWORD(data[1]) << 8 | DWORD(data[2]) << 16 | DWORD(data[3]) << 24;
+    return bytes::load_le32(data);
 }
 
 } // namespace
@@ -80,10 +82,7 @@ bool parse_parameter_container(const std::vector<BYTE>& file, std::vector<std::p
 std::vector<BYTE> parameter_container_bytes(const std::vector<std::vector<BYTE>>& sets)
 {
     std::vector<BYTE> buffer(PARAMETER_FILE_MAGIC, PARAMETER_FILE_MAGIC + sizeof PARAMETER_FILE_MAGIC);
-    auto put_dword = [&](DWORD value) {
-        for (int shift = 0; shift < 32; shift += 8)
-            buffer.push_back(BYTE(value >> shift));
-    };
+    auto put_dword = [&](DWORD value) { bytes::append_le(buffer, value, 4); };
     put_dword(PARAMETER_SET_COUNT);
     QWORD offset = PARAMETER_DATA_START;
     for (const std::vector<BYTE>& set : sets) {

@@ -1,5 +1,7 @@
 #include "moxdev/moxdev_ddb_mgr.h"
 
+#include "moxdev/internal/moxdev_bytes.h"
+
 #include "moxdev/internal/moxdev_assert.h"
 #include "moxdev/moxdev_database_codec.h"
 #include "moxdev/naming/moxdev_ddb_internal.h"
@@ -279,8 +281,7 @@ std::vector<DWORD> parse_opn(const BYTE* compressed, DWORD cmp_length, DWORD len
     const DWORD data_size = image.size;
     MOXDEV_ASSERT_MSG(data_size >= MAGIC_SIZE + 4 + CRC_SIZE, "data_size >= 18");
     DWORD index = MAGIC_SIZE;
-    const DWORD enum_count = DWORD(data[index]) | DWORD(data[index + 1]) << 8 |
-                             DWORD(data[index + 2]) << 16 | DWORD(data[index + 3]) << 24;
+    const DWORD enum_count = moxdev::bytes::load_le32(&data[index]);
     index += 4;
     MOXDEV_ASSERT(enum_count > 0);
     // Every number takes at least one byte.

@@ -10,6 +10,7 @@
 
 #include "host/mox_common.h"
 
+#include <absl/strings/ascii.h>
 #include <algorithm>
 #include <fmt/format.h>
 
@@ -171,7 +172,7 @@ bool wildcard_match(const std::string& pattern, const std::string& name)
 {
     std::size_t p = 0, n = 0, star = std::string::npos, resume = 0;
     auto same = [](char a, char b) {
-        return std::toupper(static_cast<unsigned char>(a)) == std::toupper(static_cast<unsigned char>(b));
+        return absl::ascii_toupper(static_cast<unsigned char>(a)) == absl::ascii_toupper(static_cast<unsigned char>(b));
     };
     while (n < name.size()) {
         if (p < pattern.size() && (pattern[p] == '?' || (pattern[p] != '*' && same(pattern[p], name[n])))) {

@@ -1,6 +1,7 @@
 // "Did you mean": the known names closest to what a person typed.
 #pragma once
 
+#include <absl/strings/ascii.h>
 #include <algorithm>
 #include <cctype>
 #include <string>
@@ -19,8 +20,8 @@ inline std::size_t edit_distance(const std::string& a, const std::string& b)
         row[0] = i;
         for (std::size_t j = 1; j <= b.size(); ++j) {
             const std::size_t above = row[j];
-            const bool same = std::toupper(static_cast<unsigned char>(a[i - 1])) ==
-                              std::toupper(static_cast<unsigned char>(b[j - 1]));
+            const bool same = absl::ascii_toupper(static_cast<unsigned char>(a[i - 1])) ==
+                              absl::ascii_toupper(static_cast<unsigned char>(b[j - 1]));
             row[j] = std::min({row[j] + 1, row[j - 1] + 1, diagonal + (same ? 0 : 1)});
             diagonal = above;
         }
@@ -34,11 +35,7 @@ inline std::size_t edit_distance(const std::string& a, const std::string& b)
 inline std::vector<std::string> closest_names(const std::string& typed, const std::vector<std::string>& known,
                                               std::size_t most = 5)
 {
-    auto upper = [](std::string text) {
-        for (char& c : text)
-            c = char(std::toupper(static_cast<unsigned char>(c)));
-        return text;
-    };
+    auto upper = [](const std::string& text) { return absl::AsciiStrToUpper(text); };
     const std::string wanted = upper(typed);
     if (wanted.empty())
         return {};

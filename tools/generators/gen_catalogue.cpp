@@ -20,6 +20,7 @@
 
 #include "generated_file.h"
 
+#include <absl/strings/ascii.h>
 #include <algorithm>
 #include <cctype>
 #include <cstdio>
@@ -174,12 +175,12 @@ bool is_pcf_name(const std::string& s) {
 }
 
 std::string to_upper(std::string s) {
-    for (char& c : s) c = char(std::toupper(static_cast<unsigned char>(c)));
+    absl::AsciiStrToUpper(&s);
     return s;
 }
 
 std::string to_lower(std::string s) {
-    for (char& c : s) c = char(std::tolower(static_cast<unsigned char>(c)));
+    absl::AsciiStrToLower(&s);
     return s;
 }
 

@@ -10,6 +10,7 @@
 
 #include "moxdev/table.h"
 
+#include <absl/strings/ascii.h>
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
@@ -460,7 +461,7 @@ RECORD make_record(const CHIP& chip, const std::vector<CHIP>& chips, unsigned nu
         fail(datasheet.place, chip.name + " has no datasheet: name the chip whose maxima it takes (times_from)");
 
     auto to_upper = [](std::string text) {
-        std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) { return char(std::toupper(c)); });
+        absl::AsciiStrToUpper(&text);
         return text;
     };
     std::vector<std::string>& c = record.cells;

@@ -16,6 +16,7 @@
 
 #include "generated_file.h"
 
+#include <absl/strings/ascii.h>
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
@@ -213,9 +214,7 @@ public:
     }
 
     static std::string enumerator(const std::string& name) {
-        std::string upper = ENUMERATOR_PREFIX;
-        for (char c : name) upper += (c >= 'a' && c <= 'z') ? char(c - 'a' + 'A') : c;
-        return upper;
+        return ENUMERATOR_PREFIX + absl::AsciiStrToUpper(name);
     }
 
 private:
