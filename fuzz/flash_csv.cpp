@@ -23,7 +23,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     write_file(csv, data, size);
     std::remove(out.c_str());
 
-    MOXDEV_FLASH_MANAGER generator(false, 0, true, false);
+    MOXDEV_FLASH_MANAGER generator = moxdev::empty_flash_manager();
     if (refused_cleanly([&] { generator.generate_flash_database(csv, out); }))
         return 0;
     refused_cleanly([&] {

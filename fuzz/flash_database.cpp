@@ -20,7 +20,7 @@ std::string user_flash_value()
         const std::string definition =
             "@ACME@CHIP1@0@25@2@186@1@32@0@32@1@NONE@0@1@0@0@0@1@1@268435456@65536@0@1@400@3@1800@"
             "92@92@0@4@5@1@3.3V@";
-        const MOXDEV_FLASH_MANAGER codec(false, 0, true, false);
+        const MOXDEV_FLASH_MANAGER codec = moxdev::empty_flash_manager();
         return codec.encode_ini(definition + "#" + codec.gen_ini_password(definition) + ";");
     }();
     return value;
@@ -86,7 +86,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
             MOXDEV_FLASH_MANAGER manager = moxdev::load_flash_database(moxdev::FLASH_RECORDS::EVERY, 2);
             query(manager);
         } else {
-            MOXDEV_FLASH_MANAGER manager(false, 2, false, false);
+            MOXDEV_FLASH_MANAGER manager = moxdev::load_flash_database(moxdev::FLASH_RECORDS::USABLE, 2);
             query(manager);
         }
     });

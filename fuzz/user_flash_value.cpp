@@ -41,7 +41,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     std::string text(reinterpret_cast<const char*>(data + 1),
                      strnlen(reinterpret_cast<const char*>(data + 1), size - 1));
 
-    const MOXDEV_FLASH_MANAGER codec(false, 0, true, false);
+    const MOXDEV_FLASH_MANAGER codec = moxdev::empty_flash_manager();
     std::string plain; // what the value encodes, when the target encoded it
     std::string value;
     switch ((mode & 0x7F) % 3) {
@@ -75,7 +75,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     require(readable == !decoded.empty() || !error.empty(), "a refused value says why");
 
     refused_cleanly([&] {
-        MOXDEV_FLASH_MANAGER manager(false, 1, false, false);
+        MOXDEV_FLASH_MANAGER manager = moxdev::load_flash_database();
         const MOXDEV_SFL_FLASH_INFO* accepted = moxdev::user_flash(manager);
         require((accepted != nullptr) == (readable && content.accepted()), "the reader agrees with the loader");
         if (accepted == nullptr)

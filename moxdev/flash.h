@@ -22,7 +22,11 @@ enum class FLASH_RECORDS {
 // `device_count` devices, as MOXDEV_FLASH_MANAGER(false, device_count, false,
 // false) loads it, but keeping the records `which` says. Record 0 is the user
 // flash when the configuration defines one. Internal errors as the manager's.
-MOXDEV_FLASH_MANAGER load_flash_database(FLASH_RECORDS which, DWORD device_count = 1);
+MOXDEV_FLASH_MANAGER load_flash_database(FLASH_RECORDS which = FLASH_RECORDS::USABLE, DWORD device_count = 1);
+
+// A manager that loads nothing (MOXDEV_FLASH_MANAGER(false, 1, true,
+// false)): for the generator, the dialogue and the user value's codec.
+MOXDEV_FLASH_MANAGER empty_flash_manager();
 
 // The number of devices of the chain the manager was loaded for.
 DWORD chain_length(const MOXDEV_FLASH_MANAGER& manager);

@@ -50,7 +50,7 @@ struct FLASH_TABLE {
         }
         write_text(dir.file("flash.csv"), text);
         std::filesystem::create_directories(dir.file("programmer"));
-        MOXDEV_FLASH_MANAGER(false, 1, true, false)
+        moxdev::empty_flash_manager()
             .generate_flash_database(dir.file("flash.csv"), dir.file("programmer/mox_flash.pcf"));
     }
 

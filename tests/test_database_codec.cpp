@@ -242,7 +242,7 @@ TEST_F(FlashClient, ParsesThePayloadItBuilt)
     write_records(own.data(), source_path("data/mox_flash.csv"), 8,
                   [&](BYTE*& at, DWORD& i, const auto& row) { dump_to_database(at, i, row); });
     EXPECT_FALSE(parse_database(own.data()));
-    const MOXDEV_FLASH_MANAGER loaded(false, 1, false, false);
+    const MOXDEV_FLASH_MANAGER loaded = moxdev::load_flash_database();
     ASSERT_EQ(get_flash_count(), loaded.get_flash_count());
     EXPECT_EQ(moxdev_flash_info_to_text(get_flash_database()[get_flash_count() - 1]),
               moxdev_flash_info_to_text(loaded.get_flash_database()[get_flash_count() - 1]));

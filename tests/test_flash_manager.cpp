@@ -129,7 +129,7 @@ std::string dialogue(const std::string& count, const std::vector<std::vector<std
             input += answer + "\n";
     std::istringstream in(input);
     std::ostringstream out;
-    MOXDEV_FLASH_MANAGER(false, 1, true, false).gen_flash_ini(in, out);
+    moxdev::empty_flash_manager().gen_flash_ini(in, out);
     return out.str();
 }
 
@@ -329,7 +329,7 @@ TEST(FlashDatabase, RefusalsReportTheirCondition)
          }),
          "type == MOXDEV_MANAGER_DEVID_STR || type == MOXDEV_MANAGER_STRING"},
         {"a table that is not there", [&] {
-             MOXDEV_FLASH_MANAGER(false, 1, true, false).generate_flash_database(dir.file("none.csv"), pcf);
+             moxdev::empty_flash_manager().generate_flash_database(dir.file("none.csv"), pcf);
          }, "status && device_count > 0"},
         {"another identifier", damaged([](BYTES& file) { file[8] ^= 1; }), "Mismatch ID between flash file and reader"},
         {"another version", damaged([](BYTES& file) {

@@ -24,7 +24,7 @@ const MOXDEV_FLASH_MANAGER& shipped(bool switches_on)
     auto load = [](const char* on) {
         SCOPED_ENV user("MOX_SUPPORT_EXT_SPI_DEV", nullptr), qual("MOX_ALLOW_QUAL_2GBIT", on),
             sector("MOX_ALLOW_S25FL_S_256K_SECTOR", on);
-        return MOXDEV_FLASH_MANAGER(false, 1, false, false);
+        return moxdev::load_flash_database();
     };
     static const MOXDEV_FLASH_MANAGER off = load(nullptr), on = load("1");
     return switches_on ? on : off;

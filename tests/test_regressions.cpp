@@ -73,7 +73,7 @@ TEST_F(DamagedDatabase, DeviceRecordValueBeyondItsEnumerationIsRefused)
 // to more is rejected like one that does not inflate at all.
 TEST(UserFlashValue, InflatesIntoABoundedBuffer)
 {
-    const MOXDEV_FLASH_MANAGER codec(false, 0, true, false);
+    const MOXDEV_FLASH_MANAGER codec = moxdev::empty_flash_manager();
     const std::string at_bound(64 * 1024, 'A');
     EXPECT_EQ(codec.decode_ini(codec.encode_ini(at_bound)), at_bound);
     testing::internal::CaptureStdout();

@@ -184,7 +184,7 @@ TEST(Sfdp, RefusesMalformedReadsWithAReason)
 
 TEST_F(ShippedTable, AnUnknownChipBindsToItsSfdpRecord)
 {
-    MOXDEV_FLASH_MANAGER manager(false, 2, false, false);
+    MOXDEV_FLASH_MANAGER manager = moxdev::load_flash_database(moxdev::FLASH_RECORDS::USABLE, 2);
     const DWORD before = manager.get_flash_count();
     const BYTES image = sfdp_image(bfpt(16, 0x80000000u | 28, 1));
     const BYTE unknown[3] = {0xEF, 0x40, 0x99};
@@ -218,7 +218,7 @@ TEST_F(ShippedTable, ADerivedRecordBecomesTheUserFlash)
     const std::string value = moxdev::user_flash_value(derived.record);
     ASSERT_FALSE(value.empty());
     SCOPED_ENV definition("MOX_SUPPORT_EXT_SPI_DEV", value.c_str());
-    MOXDEV_FLASH_MANAGER manager(false, 1, false, false);
+    MOXDEV_FLASH_MANAGER manager = moxdev::load_flash_database();
     EXPECT_EQ(moxdev_flash_info_to_text(manager.get_flash_database()[0]), moxdev_flash_info_to_text(derived.record));
     // It keeps its place ahead of the table, and ahead of an SFDP record.
     const BYTE id[3] = {0xEF, 0x40, 0x99};
@@ -279,7 +279,7 @@ TEST(DumpText, EveryFormGivesTheSameBytes)
 // SFDP decides.
 TEST_F(ShippedTable, DatasheetReadsAgreeWithTheTable)
 {
-    const MOXDEV_FLASH_MANAGER table(false, 1, false, false);
+    const MOXDEV_FLASH_MANAGER table = moxdev::load_flash_database();
     const struct {
         const char* file;
         BYTE id[3];

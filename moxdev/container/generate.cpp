@@ -1,8 +1,8 @@
 #include "moxdev/generate.h"
 
-#include "moxdev/moxdev_dev_info_manager.h"
+#include "moxdev/flash.h"
 #include "moxdev/internal/moxdev_file_store.h"
-#include "moxdev/moxdev_flash_manager.h"
+#include "moxdev/moxdev_dev_info_manager.h"
 
 namespace moxdev {
 
@@ -18,7 +18,7 @@ bool generate_device_database(const std::string& csv, const std::string& out, un
 
 bool generate_flash_database(const std::string& csv, const std::string& out, std::string& error)
 {
-    MOXDEV_FLASH_MANAGER manager(false, 1, true, false);
+    MOXDEV_FLASH_MANAGER manager = empty_flash_manager();
     return moxdev_replace_file_by(
         out, [&](const std::string& temporary) { manager.generate_flash_database(csv, temporary); }, error);
 }

@@ -14,12 +14,17 @@ using detail::FLASH_MANAGER_ACCESS;
 
 MOXDEV_FLASH_MANAGER load_flash_database(FLASH_RECORDS which, DWORD device_count)
 {
-    MOXDEV_FLASH_MANAGER manager(false, device_count, true, false);
+    MOXDEV_FLASH_MANAGER manager = empty_flash_manager();
     FLASH_MANAGER_ACCESS::load(manager, gen_get_device_db_fullpath() + "/programmer/mox_flash.pcf",
                                which == FLASH_RECORDS::EVERY ? FLASH_MANAGER_ACCESS::KEEP::EVERY
                                                              : FLASH_MANAGER_ACCESS::KEEP::ENABLED,
                                device_count);
     return manager;
+}
+
+MOXDEV_FLASH_MANAGER empty_flash_manager()
+{
+    return MOXDEV_FLASH_MANAGER(false, 1, true, false);
 }
 
 DWORD chain_length(const MOXDEV_FLASH_MANAGER& manager)

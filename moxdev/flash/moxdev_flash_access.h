@@ -41,7 +41,7 @@ struct FLASH_MANAGER_ACCESS {
     // `record`; false when one is invalid (those before it are filled in).
     static bool read_definition(const std::string& definition, MOXDEV_SFL_FLASH_INFO& record)
     {
-        MOXDEV_FLASH_MANAGER reader(false, 1, true, false);
+        MOXDEV_FLASH_MANAGER reader(false, 1, true, false); // loads nothing
         const bool valid = reader.read_definition(definition);
         record = reader.m_ini_database;
         return valid;

@@ -76,9 +76,8 @@ inline constexpr DWORD MAX_USER_FLASH_CHIPS = 3;
 
 // The densities above 128 Mbit need 4-byte addresses.
 inline constexpr DWORD FOUR_BYTE_ADDRESS_BITS = 0x8000001;
-// What every defined chip carries: matched by its device ID (not a silicon
-// ID), the maker's code 32, the default record of its name, usable without a
-// switch, never half-size.
+// The maker's code that every chip defined outside the table carries (by the
+// dialogues, or derived from its SFDP read).
 inline constexpr BYTE USER_FLASH_VELMAR_ID = 32;
 
 } // namespace moxdev::detail

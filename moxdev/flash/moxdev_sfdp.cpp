@@ -1,5 +1,7 @@
 #include "moxdev/moxdev_sfdp.h"
 
+#include "moxdev/flash/moxdev_flash_questions.h"
+
 #include "moxdev/internal/moxdev_bytes.h"
 
 #include <fmt/format.h>
@@ -255,7 +257,7 @@ bool moxdev_sfdp_record(const MOXDEV_SFDP& sfdp, const BYTE id[3], const std::st
     r.memory_type_index = 1;
     r.mfc_id = id[0];
     r.mfc_id_index = 0;
-    r.velmar_id = 32;
+    r.velmar_id = moxdev::detail::USER_FLASH_VELMAR_ID;
     r.default_dev = true;
     r.ini = "NONE";
     r.extended_mode = sfdp.read_1_1_4 || sfdp.read_1_4_4;

@@ -111,7 +111,7 @@ void flash_sfdp(const std::string& file, const std::vector<std::string>& id_word
     if (id_words.empty() && define)
         throw USER_ERROR{"--define needs --id: a definition binds by the chip's Read-ID bytes"};
     std::copy_n(id_bytes.begin(), std::min<std::size_t>(3, id_bytes.size()), id);
-    const MOXDEV_FLASH_MANAGER table(false, 1, false, false);
+    const MOXDEV_FLASH_MANAGER table = moxdev::load_flash_database();
     const MOXDEV_SFL_FLASH_INFO* known = id_words.empty() ? nullptr : moxdev::find_flash(table, false, id, 3);
 
     MOXDEV_SFDP_RECORD derived;
