@@ -209,41 +209,33 @@ std::string moxdev_jedec_maker(BYTE code)
 
 // ---------------------------------------------------------------- record
 
-bool moxdev_sfdp_record(const MOXDEV_SFDP& sfdp, const BYTE id[3], const std::string& name,
-                        const std::string& maker, const MOXDEV_SFDP_ASSUMPTIONS& assumptions,
-                        MOXDEV_SFDP_RECORD& result, std::string& error)
+namespace {
+
+// The sector: a 64 KiB erase type, else the smallest one above 64 KiB, else
+// the largest.
+const MOXDEV_SFDP_ERASE_TYPE& sector_erase_type(const std::vector<MOXDEV_SFDP_ERASE_TYPE>& erase_types)
 {
-    result = MOXDEV_SFDP_RECORD{};
-    MOXDEV_SFL_FLASH_INFO& r = result.record;
-    auto assume = [&](const char* field) { result.assumed.emplace_back(field); };
-
-    if (sfdp.density_bits == 0 || sfdp.density_bits > 0xFFFFFFFFull) {
-        error = fmt::format("the density of {} bits does not fit the record's 32-bit field", sfdp.density_bits);
-        return false;
-    }
-    if (sfdp.erase_types.empty()) {
-        error = "the BFPT lists no erase type";
-        return false;
-    }
-    if ((sfdp.density_bits & (sfdp.density_bits - 1)) != 0)
-        result.warnings.push_back(fmt::format("the density {} bits is not a power of two", sfdp.density_bits));
-
-    // The sector: a 64 KiB erase type, else the smallest one above 64 KiB,
-    // else the largest.
     const MOXDEV_SFDP_ERASE_TYPE* sector = nullptr;
-    for (const MOXDEV_SFDP_ERASE_TYPE& erase : sfdp.erase_types) {
+    for (const MOXDEV_SFDP_ERASE_TYPE& erase : erase_types) {
         if (erase.size == 65536)
             sector = &erase;
     }
-    for (const MOXDEV_SFDP_ERASE_TYPE& erase : sfdp.erase_types) {
+    for (const MOXDEV_SFDP_ERASE_TYPE& erase : erase_types) {
         if (erase.size > 65536 && (sector == nullptr || (sector->size > 65536 && erase.size < sector->size)))
             sector = &erase;
     }
-    for (const MOXDEV_SFDP_ERASE_TYPE& erase : sfdp.erase_types) {
+    for (const MOXDEV_SFDP_ERASE_TYPE& erase : erase_types) {
         if (sector == nullptr || (sector->size < 65536 && erase.size > sector->size))
             sector = &erase;
     }
+    return *sector;
+}
 
+// The fields that identify the chip: maker, name and its three Read-ID bytes
+// in Read-ID order, usable without a switch.
+void identify(MOXDEV_SFDP_RECORD& result, const BYTE id[3], const std::string& name, const std::string& maker)
+{
+    MOXDEV_SFL_FLASH_INFO& r = result.record;
     r.manufacturer_name = maker.empty() ? moxdev_jedec_maker(id[0]) : maker;
     if (r.manufacturer_name.empty()) {
         r.manufacturer_name = fmt::format("JEDEC_{:02X}", id[0]);
@@ -260,44 +252,76 @@ bool moxdev_sfdp_record(const MOXDEV_SFDP& sfdp, const BYTE id[3], const std::st
     r.velmar_id = moxdev::detail::USER_FLASH_VELMAR_ID;
     r.default_dev = true;
     r.ini = "NONE";
-    r.extended_mode = sfdp.read_1_1_4 || sfdp.read_1_4_4;
-    r.micron_flow = false;
-    r.spansion_flow = false;
-    r.startup_protected = false;
-    r.aai_mode = false;
-    r.flag_status = false;
-    for (const char* field : {"micron_flow", "spansion_flow", "startup_protected", "aai_mode", "flag_status"})
-        assume(field);
-    r.die_count = assumptions.die_count;
-    assume("die_count");
-    r.device_bit_size = DWORD(sfdp.density_bits);
-    r.device_sector_byte = sector->size;
-    r.half_size = false;
-    r.byte4_addressing = sfdp.density_bits > (QWORD(128) << 20);
-    if (sfdp.address == MOXDEV_SFDP_ADDRESS::THREE && r.byte4_addressing)
-        result.warnings.push_back("the chip is larger than 128 Mbit but SFDP lists 3-byte addresses only");
+}
 
+// The three times: the SFDP maxima rounded up to the record's units, or the
+// assumptions' per-unit times where SFDP gives none.
+void set_times(MOXDEV_SFDP_RECORD& result, const MOXDEV_SFDP& sfdp, const MOXDEV_SFDP_ERASE_TYPE& sector,
+               const MOXDEV_SFDP_ASSUMPTIONS& assumptions)
+{
+    MOXDEV_SFL_FLASH_INFO& r = result.record;
     auto seconds = [](DWORD ms) { return std::max<DWORD>(1, (ms + 999) / 1000); };
     if (sfdp.chip_erase_max_ms) {
         r.bulk_erase_time = seconds(*sfdp.chip_erase_max_ms);
     } else {
         const QWORD mbit = std::max<QWORD>(1, sfdp.density_bits >> 20);
-        r.bulk_erase_time = DWORD(std::min<QWORD>(0xFFFFFFFFu, (mbit * assumptions.chip_erase_ms_per_mbit + 999) / 1000));
-        assume("bulk_erase_time");
+        r.bulk_erase_time =
+            DWORD(std::min<QWORD>(0xFFFFFFFFu, (mbit * assumptions.chip_erase_ms_per_mbit + 999) / 1000));
+        result.assumed.emplace_back("bulk_erase_time");
     }
-    if (sector->max_ms) {
-        r.sec_erase_time = seconds(*sector->max_ms);
+    if (sector.max_ms) {
+        r.sec_erase_time = seconds(*sector.max_ms);
     } else {
-        const QWORD units = std::max<QWORD>(1, sector->size / 65536);
+        const QWORD units = std::max<QWORD>(1, sector.size / 65536);
         r.sec_erase_time = DWORD((units * assumptions.sector_erase_ms_per_64k + 999) / 1000);
-        assume("sec_erase_time");
+        result.assumed.emplace_back("sec_erase_time");
     }
     if (sfdp.page_program_max_us) {
         r.program_utime = *sfdp.page_program_max_us;
     } else {
         r.program_utime = assumptions.page_program_us;
-        assume("program_utime");
+        result.assumed.emplace_back("program_utime");
     }
+}
+
+} // namespace
+
+bool moxdev_sfdp_record(const MOXDEV_SFDP& sfdp, const BYTE id[3], const std::string& name,
+                        const std::string& maker, const MOXDEV_SFDP_ASSUMPTIONS& assumptions,
+                        MOXDEV_SFDP_RECORD& result, std::string& error)
+{
+    result = MOXDEV_SFDP_RECORD{};
+    MOXDEV_SFL_FLASH_INFO& r = result.record;
+    auto assume = [&](std::initializer_list<const char*> fields) {
+        result.assumed.insert(result.assumed.end(), fields.begin(), fields.end());
+    };
+
+    if (sfdp.density_bits == 0 || sfdp.density_bits > 0xFFFFFFFFull) {
+        error = fmt::format("the density of {} bits does not fit the record's 32-bit field", sfdp.density_bits);
+        return false;
+    }
+    if (sfdp.erase_types.empty()) {
+        error = "the BFPT lists no erase type";
+        return false;
+    }
+    if ((sfdp.density_bits & (sfdp.density_bits - 1)) != 0)
+        result.warnings.push_back(fmt::format("the density {} bits is not a power of two", sfdp.density_bits));
+    const MOXDEV_SFDP_ERASE_TYPE& sector = sector_erase_type(sfdp.erase_types);
+
+    identify(result, id, name, maker);
+    r.extended_mode = sfdp.read_1_1_4 || sfdp.read_1_4_4;
+    r.micron_flow = r.spansion_flow = r.startup_protected = r.aai_mode = r.flag_status = false;
+    assume({"micron_flow", "spansion_flow", "startup_protected", "aai_mode", "flag_status"});
+    r.die_count = assumptions.die_count;
+    assume({"die_count"});
+    r.device_bit_size = DWORD(sfdp.density_bits);
+    r.device_sector_byte = sector.size;
+    r.half_size = false;
+    r.byte4_addressing = sfdp.density_bits > (QWORD(128) << 20);
+    if (sfdp.address == MOXDEV_SFDP_ADDRESS::THREE && r.byte4_addressing)
+        result.warnings.push_back("the chip is larger than 128 Mbit but SFDP lists 3-byte addresses only");
+
+    set_times(result, sfdp, sector, assumptions);
     r.protection_mask = assumptions.protection_mask;
     r.protection_value = assumptions.protection_value;
     r.unprotect_value = assumptions.unprotect_value;
@@ -305,8 +329,7 @@ bool moxdev_sfdp_record(const MOXDEV_SFDP& sfdp, const BYTE id[3], const std::st
     r.bottom_value = 255;
     r.sdm_support = false;
     r.asc_voltage = assumptions.voltage;
-    for (const char* field : {"protection_mask", "protection_value", "unprotect_value", "protection_division",
-                              "bottom_value", "sdm_support", "asc_voltage"})
-        assume(field);
+    assume({"protection_mask", "protection_value", "unprotect_value", "protection_division", "bottom_value",
+            "sdm_support", "asc_voltage"});
     return true;
 }

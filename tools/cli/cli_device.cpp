@@ -133,84 +133,109 @@ void show_targets(MOXDEV_DEV_INFO_MANAGER& manager, const std::string& name, con
         fmt::print("{}\n", line);
 }
 
+// What a name shown by `device show` stands for: exactly one of part,
+// device or family (its device and family filled in), and the name form
+// it was given in when that is not the catalogue's own name.
+struct SHOWN_NAME {
+    int part = DEV_PART_INVALID;
+    DEV_DEVICE_ENUM device = DEV_DEVICE_INVALID;
+    DEV_FAMILY_ENUM family = DEV_FAMILY_INVALID;
+    std::string form;
+};
+
+// What `name` stands for; false when it is a form that stands for several
+// devices or families, whose `targets` are then to be listed.
+bool resolve_shown_name(const std::string& typed, const std::string& name, SHOWN_NAME& shown, NAME_TARGETS& targets)
+{
+    shown.part = dstr_get_dev_part_enum_by_string(name.c_str());
+    if (shown.part == DEV_PART_INVALID)
+        shown.device = dstr_get_dev_device_enum_by_string(name.c_str());
+    if (shown.part == DEV_PART_INVALID && shown.device == DEV_DEVICE_INVALID)
+        shown.family = dstr_get_dev_family_enum_by_string(name.c_str());
+    // Another name form (KXB100F484, KXB100M, KXFAMILY2, ...) shows the one
+    // device or family it stands for, or lists them when it stands for several.
+    if (shown.part == DEV_PART_INVALID && shown.device == DEV_DEVICE_INVALID && shown.family == DEV_FAMILY_INVALID) {
+        targets = resolve_name_form(name);
+        if (targets.devices.size() + targets.families.size() == 0)
+            throw USER_ERROR{"no family, device or part is named '" + typed + "'" +
+                             did_you_mean(name, known_device_names())};
+        if (targets.devices.size() + targets.families.size() > 1)
+            return false;
+        shown.form = targets.form;
+        if (targets.devices.empty())
+            shown.family = targets.families.front();
+        else
+            shown.device = targets.devices.front();
+    }
+    const DEV_PART_MANAGER catalogue;
+    if (shown.part != DEV_PART_INVALID)
+        shown.device = catalogue.get_device_of(shown.part);
+    if (shown.device != DEV_DEVICE_INVALID)
+        shown.family = catalogue.get_family_of(shown.device);
+    return true;
+}
+
+// The record that serves `shown` (null for none) and its index; its heading
+// and its JSON document's description of what was asked.
+std::unique_ptr<MOXDEV_DEVICE_INFO> serving_record(MOXDEV_DEV_INFO_MANAGER& manager, const SHOWN_NAME& shown,
+                                                   DWORD& index, std::string& heading, JSON& document)
+{
+    const std::string family_name = dstr_get_user_string(shown.family);
+    if (shown.part != DEV_PART_INVALID) {
+        heading = fmt::format("{}: part {} of device {} (family {})", dstr_get_user_string(shown.part), shown.part,
+                              dstr_get_user_string(shown.device), family_name);
+        document.update({{"kind", "part"},
+                         {"value", shown.part},
+                         {"name", dstr_get_part_identifier(shown.part)},
+                         {"display_name", dstr_get_user_string(shown.part)}});
+        add_value(document, "device", shown.device, dstr_get_identifier(shown.device));
+        add_value(document, "family", shown.family, dstr_get_identifier(shown.family));
+        index = manager.get_part_index(shown.part);
+        return std::unique_ptr<MOXDEV_DEVICE_INFO>(manager.get_db_by_part(shown.part));
+    }
+    if (shown.device != DEV_DEVICE_INVALID) {
+        heading = fmt::format("{}: device {} (family {})", dstr_get_user_string(shown.device), int(shown.device),
+                              family_name);
+        document.update({{"kind", "device"},
+                         {"value", int(shown.device)},
+                         {"name", dstr_get_identifier(shown.device)},
+                         {"display_name", dstr_get_user_string(shown.device)}});
+        add_value(document, "family", shown.family, dstr_get_identifier(shown.family));
+        index = manager.get_device_index(shown.device);
+        return std::unique_ptr<MOXDEV_DEVICE_INFO>(manager.get_db_by_device(shown.device));
+    }
+    heading = fmt::format("{}: family {}", family_name, int(shown.family));
+    document.update({{"kind", "family"},
+                     {"value", int(shown.family)},
+                     {"name", dstr_get_identifier(shown.family)},
+                     {"display_name", family_name}});
+    index = manager.get_family_index(shown.family);
+    return std::unique_ptr<MOXDEV_DEVICE_INFO>(manager.get_db_by_family(shown.family));
+}
+
 void device_show(const std::string& typed)
 {
     require_device_database();
     MOXDEV_DEV_INFO_MANAGER manager(false, 0);
     // Surrounding blanks are no part of a name.
     const std::string name = normalised_name(typed);
-    const DEV_PART_MANAGER catalogue;
-    std::unique_ptr<MOXDEV_DEVICE_INFO> record;
+    SHOWN_NAME shown;
+    NAME_TARGETS targets;
+    if (!resolve_shown_name(typed, name, shown, targets)) {
+        show_targets(manager, typed, targets);
+        return;
+    }
     DWORD index = INVALID_DWORD;
     std::string heading;
     JSON document = {{"query", typed}};
-
-    int part = dstr_get_dev_part_enum_by_string(name.c_str());
-    DEV_DEVICE_ENUM device = part != DEV_PART_INVALID ? DEV_DEVICE_INVALID
-                                                       : dstr_get_dev_device_enum_by_string(name.c_str());
-    DEV_FAMILY_ENUM family = part != DEV_PART_INVALID || device != DEV_DEVICE_INVALID
-                                 ? DEV_FAMILY_INVALID
-                                 : dstr_get_dev_family_enum_by_string(name.c_str());
-    // Another name form (KXB100F484, KXB100M, KXFAMILY2, ...) shows the one
-    // device or family it stands for, or lists them when it stands for several.
-    std::string form;
-    if (part == DEV_PART_INVALID && device == DEV_DEVICE_INVALID && family == DEV_FAMILY_INVALID) {
-        const NAME_TARGETS targets = resolve_name_form(name);
-        if (targets.devices.size() + targets.families.size() == 0)
-            throw USER_ERROR{"no family, device or part is named '" + typed + "'" +
-                             did_you_mean(name, known_device_names())};
-        if (targets.devices.size() + targets.families.size() > 1) {
-            show_targets(manager, typed, targets);
-            return;
-        }
-        form = targets.form;
-        if (targets.devices.empty())
-            family = targets.families.front();
-        else
-            device = targets.devices.front();
-    }
-
-    if (part != DEV_PART_INVALID) {
-        device = catalogue.get_device_of(part);
-        family = catalogue.get_family_of(device);
-        heading = fmt::format("{}: part {} of device {} (family {})", dstr_get_user_string(part), part,
-                              dstr_get_user_string(device), dstr_get_user_string(family));
-        document["kind"] = "part";
-        document["value"] = part;
-        document["name"] = dstr_get_part_identifier(part);
-        document["display_name"] = dstr_get_user_string(part);
-        add_value(document, "device", device, dstr_get_identifier(device));
-        add_value(document, "family", family, dstr_get_identifier(family));
-        record.reset(manager.get_db_by_part(part));
-        index = manager.get_part_index(part);
-    } else if (device != DEV_DEVICE_INVALID) {
-        family = catalogue.get_family_of(device);
-        heading = fmt::format("{}: device {} (family {})", dstr_get_user_string(device), int(device),
-                              dstr_get_user_string(family));
-        document["kind"] = "device";
-        document["value"] = int(device);
-        document["name"] = dstr_get_identifier(device);
-        document["display_name"] = dstr_get_user_string(device);
-        add_value(document, "family", family, dstr_get_identifier(family));
-        record.reset(manager.get_db_by_device(device));
-        index = manager.get_device_index(device);
-    } else {
-        heading = fmt::format("{}: family {}", dstr_get_user_string(family), int(family));
-        document["kind"] = "family";
-        document["value"] = int(family);
-        document["name"] = dstr_get_identifier(family);
-        document["display_name"] = dstr_get_user_string(family);
-        record.reset(manager.get_db_by_family(family));
-        index = manager.get_family_index(family);
-    }
-    if (!form.empty()) {
-        document["form"] = form;
-        heading = fmt::format("{}: {} of {} {}\n", name, form, device != DEV_DEVICE_INVALID ? "device" : "family",
-                              device != DEV_DEVICE_INVALID ? dstr_get_user_string(device)
-                                                           : dstr_get_user_string(family)) +
+    const std::unique_ptr<MOXDEV_DEVICE_INFO> record = serving_record(manager, shown, index, heading, document);
+    if (!shown.form.empty()) {
+        const bool device = shown.device != DEV_DEVICE_INVALID;
+        document["form"] = shown.form;
+        heading = fmt::format("{}: {} of {} {}\n", name, shown.form, device ? "device" : "family",
+                              device ? dstr_get_user_string(shown.device) : dstr_get_user_string(shown.family)) +
                   heading;
     }
-
     if (json_output) {
         document["record_index"] = record ? JSON(index) : JSON();
         document["record"] = record ? record_json(*record) : JSON();

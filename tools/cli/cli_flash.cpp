@@ -201,50 +201,100 @@ struct LIST_FILTER {
     std::string pattern;
 };
 
+// The records `filter` keeps, by index.
+std::vector<DWORD> listed_records(const MOXDEV_FLASH_MANAGER& manager, const LIST_FILTER& filter, DWORD bits,
+                                  const std::string& voltage)
+{
+    const MOXDEV_SFL_FLASH_INFO* records = manager.get_flash_database();
+    std::vector<DWORD> listed;
+    for (DWORD i = 0; i < manager.get_flash_count(); ++i) {
+        const MOXDEV_SFL_FLASH_INFO& record = records[i];
+        const bool wanted =
+            (filter.maker.empty() || gen_stricmp(record.manufacturer_name, filter.maker) == 0) &&
+            (bits == 0 || record.device_bit_size == bits) &&
+            (voltage.empty() ||
+             ("|" + upper_text(record.asc_voltage) + "|").find("|" + voltage + "|") != std::string::npos) &&
+            (filter.pattern.empty() || wildcard_match(filter.pattern, record.device_name));
+        if (wanted)
+            listed.push_back(i);
+    }
+    return listed;
+}
+
+// Why no record is listed: an unknown maker (with the closest ones), or the
+// filters that together keep nothing.
+USER_ERROR nothing_listed(const MOXDEV_FLASH_MANAGER& manager, const LIST_FILTER& filter, DWORD bits,
+                          const std::string& voltage, bool every_record)
+{
+    const MOXDEV_SFL_FLASH_INFO* records = manager.get_flash_database();
+    std::vector<std::string> makers;
+    for (DWORD i = 0; i < manager.get_flash_count(); ++i) {
+        if (std::find(makers.begin(), makers.end(), records[i].manufacturer_name) == makers.end())
+            makers.push_back(records[i].manufacturer_name);
+    }
+    const bool known_maker = filter.maker.empty() || std::any_of(makers.begin(), makers.end(), [&](const auto& name) {
+                                 return gen_stricmp(name, filter.maker) == 0;
+                             });
+    if (!known_maker)
+        return {"no flash record of the maker '" + filter.maker + "'" + did_you_mean(filter.maker, makers)};
+    std::string wanted;
+    auto add = [&](const std::string& part) { wanted += (wanted.empty() ? "" : ", ") + part; };
+    if (!filter.pattern.empty())
+        add("named " + filter.pattern);
+    if (!filter.maker.empty())
+        add("of the maker '" + filter.maker + "'");
+    if (bits != 0)
+        add(mbit_text(bits) + " Mbit");
+    if (!voltage.empty())
+        add(voltage);
+    return {"no flash record " + wanted + (every_record ? "" : " (--all also lists the switched-off ones)")};
+}
+
+// "VELMAR 4, MICRON 34, ...": the listed records per maker, each maker once,
+// in table order.
+std::string maker_counts(const MOXDEV_FLASH_MANAGER& manager, const std::vector<DWORD>& listed)
+{
+    std::vector<std::pair<std::string, DWORD>> counts;
+    for (DWORD i : listed) {
+        const std::string& maker = manager.get_flash_database()[i].manufacturer_name;
+        auto same = std::find_if(counts.begin(), counts.end(), [&](const auto& c) { return c.first == maker; });
+        if (same == counts.end())
+            counts.emplace_back(maker, 1);
+        else
+            ++same->second;
+    }
+    std::string summary;
+    for (const auto& [name, count] : counts)
+        summary += fmt::format("{}{} {}", summary.empty() ? "" : ", ", name, count);
+    return summary;
+}
+
+void print_list_line(const MOXDEV_FLASH_MANAGER& manager, DWORD i)
+{
+    const MOXDEV_SFL_FLASH_INFO& record = manager.get_flash_database()[i];
+    const RECORD_STATE state = record_state(manager, i);
+    std::string note;
+    if (state.user)
+        note = "user-defined (MOX_SUPPORT_EXT_SPI_DEV)";
+    else if (!state.switch_name.empty())
+        note = state.switch_name + (state.usable ? " (on)" : " (off: not usable)");
+    fmt::print("{:>5}  {:<10} {:<16} {:<11} {:>6} {:>6}  {:<7} {}\n", i, record.manufacturer_name,
+               record.device_name, id_text(record), mbit_text(record.device_bit_size),
+               record.device_sector_byte >> 10, record.default_dev ? "yes" : "", note);
+}
+
 void flash_list(bool every_record, bool full, const LIST_FILTER& filter)
 {
     const MOXDEV_FLASH_MANAGER manager = load_table(every_record);
-    const MOXDEV_SFL_FLASH_INFO* records = manager.get_flash_database();
     const DWORD bits = filter.size.empty() ? 0 : parse_density(filter.size);
     const std::string voltage = filter.voltage.empty() ? "" : parse_voltage(filter.voltage);
-    auto listed = [&](const MOXDEV_SFL_FLASH_INFO& record) {
-        return (filter.maker.empty() || gen_stricmp(record.manufacturer_name, filter.maker) == 0) &&
-               (bits == 0 || record.device_bit_size == bits) &&
-               (voltage.empty() || ("|" + upper_text(record.asc_voltage) + "|").find("|" + voltage + "|") !=
-                                       std::string::npos) &&
-               (filter.pattern.empty() || wildcard_match(filter.pattern, record.device_name));
-    };
-    if (!std::any_of(records, records + manager.get_flash_count(), listed)) {
-        std::vector<std::string> makers;
-        for (DWORD i = 0; i < manager.get_flash_count(); ++i) {
-            if (std::find(makers.begin(), makers.end(), records[i].manufacturer_name) == makers.end())
-                makers.push_back(records[i].manufacturer_name);
-        }
-        const bool known_maker =
-            filter.maker.empty() || std::any_of(makers.begin(), makers.end(), [&](const std::string& name) {
-                return gen_stricmp(name, filter.maker) == 0;
-            });
-        if (!known_maker)
-            throw USER_ERROR{"no flash record of the maker '" + filter.maker + "'" +
-                             did_you_mean(filter.maker, makers)};
-        std::string wanted;
-        auto add = [&](const std::string& part) { wanted += (wanted.empty() ? "" : ", ") + part; };
-        if (!filter.pattern.empty())
-            add("named " + filter.pattern);
-        if (!filter.maker.empty())
-            add("of the maker '" + filter.maker + "'");
-        if (bits != 0)
-            add(mbit_text(bits) + " Mbit");
-        if (!voltage.empty())
-            add(voltage);
-        throw USER_ERROR{"no flash record " + wanted + (every_record ? "" : " (--all also lists the switched-off ones)")};
-    }
+    const std::vector<DWORD> listed = listed_records(manager, filter, bits, voltage);
+    if (listed.empty())
+        throw nothing_listed(manager, filter, bits, voltage, every_record);
     if (json_output) {
         JSON entries = JSON::array();
-        for (DWORD i = 0; i < manager.get_flash_count(); ++i) {
-            if (listed(records[i]))
-                entries.push_back(entry_json(manager, i, i));
-        }
+        for (DWORD i : listed)
+            entries.push_back(entry_json(manager, i, i));
         print_json(entries);
         return;
     }
@@ -253,49 +303,18 @@ void flash_list(bool every_record, bool full, const LIST_FILTER& filter)
         manager.print_database();
         return;
     }
-    fmt::print("{:>5}  {:<10} {:<16} {:<11} {:>6} {:>6}  {:<7} {}\n", "index", "maker", "device",
-               "ID", "Mbit", "KiB", "default", "switch");
-    // Records per maker, in table order, for the closing line.
-    std::vector<std::pair<std::string, DWORD>> per_maker;
-    DWORD shown = 0;
-    for (DWORD i = 0; i < manager.get_flash_count(); ++i) {
-        const MOXDEV_SFL_FLASH_INFO& record = records[i];
-        if (!listed(record))
-            continue;
-        ++shown;
-        if (per_maker.empty() || per_maker.back().first != record.manufacturer_name)
-            per_maker.emplace_back(record.manufacturer_name, 0);
-        ++per_maker.back().second;
-        if (full) {
-            fmt::print("Flash record {}: {} {}\n", i, record.manufacturer_name, record.device_name);
-            print_record(record);
+    fmt::print("{:>5}  {:<10} {:<16} {:<11} {:>6} {:>6}  {:<7} {}\n", "index", "maker", "device", "ID", "Mbit",
+               "KiB", "default", "switch");
+    for (DWORD i : listed) {
+        if (!full) {
+            print_list_line(manager, i);
             continue;
         }
-        const RECORD_STATE state = record_state(manager, i);
-        std::string note;
-        if (state.user)
-            note = "user-defined (MOX_SUPPORT_EXT_SPI_DEV)";
-        else if (!state.switch_name.empty())
-            note = state.switch_name + (state.usable ? " (on)" : " (off: not usable)");
-        fmt::print("{:>5}  {:<10} {:<16} {:<11} {:>6} {:>6}  {:<7} {}\n", i,
-                   record.manufacturer_name, record.device_name, id_text(record),
-                   mbit_text(record.device_bit_size), record.device_sector_byte >> 10,
-                   record.default_dev ? "yes" : "", note);
+        const MOXDEV_SFL_FLASH_INFO& record = manager.get_flash_database()[i];
+        fmt::print("Flash record {}: {} {}\n", i, record.manufacturer_name, record.device_name);
+        print_record(record);
     }
-    // A maker whose records are not adjacent (a second block) is counted once.
-    std::vector<std::pair<std::string, DWORD>> counts;
-    for (const auto& entry : per_maker) {
-        auto same =
-            std::find_if(counts.begin(), counts.end(), [&](const auto& c) { return c.first == entry.first; });
-        if (same == counts.end())
-            counts.push_back(entry);
-        else
-            same->second += entry.second;
-    }
-    std::string summary;
-    for (const auto& [name, count] : counts)
-        summary += fmt::format("{}{} {}", summary.empty() ? "" : ", ", name, count);
-    fmt::print("{} records: {}\n", shown, summary);
+    fmt::print("{} records: {}\n", listed.size(), maker_counts(manager, listed));
 }
 
 // moxdev flash show: every record (ID variant) of one chip name, switched-off

@@ -13,6 +13,7 @@
 #include <fstream>
 #include <iostream>
 #include <iterator>
+#include <optional>
 #include <sstream>
 
 namespace moxdev_cli {
@@ -94,16 +95,49 @@ std::vector<DIFFERENCE> differences(const MOXDEV_SFL_FLASH_INFO& table, const MO
     return result;
 }
 
-void flash_sfdp(const std::string& file, const std::vector<std::string>& id_words, const std::string& name,
-                bool define)
+// What `flash sfdp` finds: the decoded read, the derived record, and its
+// comparison with the table's record for the same ID.
+struct SFDP_RESULT {
+    MOXDEV_SFDP sfdp;
+    MOXDEV_SFDP_RECORD derived;
+    std::optional<MOXDEV_SFL_FLASH_INFO> known; // the table's record for the ID
+    std::vector<DIFFERENCE> differences;
+    std::vector<std::string> warnings;
+    std::optional<std::string> definition; // with --define
+};
+
+// The table's record for `id`, which names the chip and is compared.
+std::optional<MOXDEV_SFL_FLASH_INFO> table_record(const MOXDEV_FLASH_MANAGER& table, const BYTE* id, bool given)
 {
+    const MOXDEV_SFL_FLASH_INFO* known = given ? moxdev::find_flash(table, false, id, 3) : nullptr;
+    return known != nullptr ? std::optional(*known) : std::nullopt;
+}
+
+// Warns where SFDP and the table disagree on the size or the sector.
+void compare_with_table(SFDP_RESULT& result)
+{
+    const MOXDEV_SFL_FLASH_INFO& known = *result.known;
+    const MOXDEV_SFL_FLASH_INFO& derived = result.derived.record;
+    result.differences = differences(known, result.derived);
+    if (known.device_bit_size != derived.device_bit_size)
+        result.warnings.push_back(fmt::format("SFDP gives {} bits, the table {} for {}: a clone, or an SFDP that "
+                                              "misstates the size",
+                                              derived.device_bit_size, known.device_bit_size, known.device_name));
+    if (known.device_sector_byte != derived.device_sector_byte)
+        result.warnings.push_back(fmt::format("SFDP gives a {} sector, the table {} for {}",
+                                              size_text(derived.device_sector_byte),
+                                              size_text(known.device_sector_byte), known.device_name));
+}
+
+SFDP_RESULT examine_sfdp(const std::string& file, const std::vector<std::string>& id_words, const std::string& name,
+                         bool define)
+{
+    SFDP_RESULT result;
     const std::vector<BYTE> bytes = read_sfdp_file(file);
     std::string error;
-    MOXDEV_SFDP sfdp;
-    if (!moxdev_decode_sfdp(bytes.data(), bytes.size(), sfdp, error))
+    if (!moxdev_decode_sfdp(bytes.data(), bytes.size(), result.sfdp, error))
         throw USER_ERROR{"SFDP: " + error};
 
-    // The table's record for the ID, which names the chip and is compared.
     BYTE id[3] = {0, 0, 0};
     const std::vector<BYTE> id_bytes = parse_id_bytes(id_words);
     if (!id_words.empty() && id_bytes.size() < 3)
@@ -112,78 +146,74 @@ void flash_sfdp(const std::string& file, const std::vector<std::string>& id_word
         throw USER_ERROR{"--define needs --id: a definition binds by the chip's Read-ID bytes"};
     std::copy_n(id_bytes.begin(), std::min<std::size_t>(3, id_bytes.size()), id);
     const MOXDEV_FLASH_MANAGER table = moxdev::load_flash_database();
-    const MOXDEV_SFL_FLASH_INFO* known = id_words.empty() ? nullptr : moxdev::find_flash(table, false, id, 3);
+    result.known = table_record(table, id, !id_words.empty());
 
-    MOXDEV_SFDP_RECORD derived;
-    const std::string record_name = known != nullptr ? known->device_name : name;
-    if (!moxdev_sfdp_record(sfdp, id, record_name, moxdev::maker_name(table, id[0], id[1]), MOXDEV_SFDP_ASSUMPTIONS{},
-                            derived, error))
+    const std::string record_name = result.known ? result.known->device_name : name;
+    if (!moxdev_sfdp_record(result.sfdp, id, record_name, moxdev::maker_name(table, id[0], id[1]),
+                            MOXDEV_SFDP_ASSUMPTIONS{}, result.derived, error))
         throw USER_ERROR{"SFDP: " + error};
-    std::vector<std::string> warnings = sfdp.warnings;
-    warnings.insert(warnings.end(), derived.warnings.begin(), derived.warnings.end());
+    result.warnings = result.sfdp.warnings;
+    result.warnings.insert(result.warnings.end(), result.derived.warnings.begin(), result.derived.warnings.end());
     if (id_words.empty())
-        warnings.push_back("no --id: the record's ID bytes are 00 00 00");
-    std::vector<DIFFERENCE> changes;
-    if (known != nullptr) {
-        changes = differences(*known, derived);
-        if (known->device_bit_size != derived.record.device_bit_size)
-            warnings.push_back(fmt::format("SFDP gives {} bits, the table {} for {}: a clone, or an SFDP that "
-                                           "misstates the size",
-                                           derived.record.device_bit_size, known->device_bit_size,
-                                           known->device_name));
-        if (known->device_sector_byte != derived.record.device_sector_byte)
-            warnings.push_back(fmt::format("SFDP gives a {} sector, the table {} for {}",
-                                           size_text(derived.record.device_sector_byte),
-                                           size_text(known->device_sector_byte), known->device_name));
-    }
-    std::string definition;
+        result.warnings.push_back("no --id: the record's ID bytes are 00 00 00");
+    if (result.known)
+        compare_with_table(result);
     if (define) {
-        definition = moxdev::user_flash_value(derived.record, &error);
-        if (definition.empty())
+        result.definition = moxdev::user_flash_value(result.derived.record, &error);
+        if (result.definition->empty())
             throw USER_ERROR{"the derived record cannot be written as a definition value: " + error};
     }
+    return result;
+}
 
-    if (json_output) {
-        JSON tables = JSON::array();
-        for (const MOXDEV_SFDP_PARAMETER_HEADER& t : sfdp.tables)
-            tables.push_back(fmt::format("{:04X}", t.id));
-        JSON erase = JSON::array();
-        for (const MOXDEV_SFDP_ERASE_TYPE& e : sfdp.erase_types)
-            erase.push_back({{"type", e.type},
-                             {"size", e.size},
-                             {"opcode", e.opcode},
-                             {"typical_ms", optional_json(e.typical_ms)},
-                             {"max_ms", optional_json(e.max_ms)}});
-        JSON document = {{"sfdp_revision", fmt::format("{}.{}", sfdp.major, sfdp.minor)},
-                         {"parameter_tables", tables},
-                         {"bfpt_dwords", sfdp.bfpt_dwords},
-                         {"address_bytes", address_text(sfdp.address)},
-                         {"density_bits", sfdp.density_bits},
-                         {"page_size", optional_json(sfdp.page_size)},
-                         {"erase_types", erase},
-                         {"page_program_typical_us", optional_json(sfdp.page_program_typical_us)},
-                         {"page_program_max_us", optional_json(sfdp.page_program_max_us)},
-                         {"chip_erase_typical_ms", optional_json(sfdp.chip_erase_typical_ms)},
-                         {"chip_erase_max_ms", optional_json(sfdp.chip_erase_max_ms)},
-                         {"quad_enable", optional_json(sfdp.quad_enable)},
-                         {"read_1_1_4", sfdp.read_1_1_4},
-                         {"read_1_4_4", sfdp.read_1_4_4},
-                         {"record", record_json(derived.record)},
-                         {"assumed", derived.assumed},
-                         {"warnings", warnings}};
-        if (known != nullptr) {
-            document["table_record"] = known->device_name;
-            JSON list = JSON::array();
-            for (const DIFFERENCE& d : changes)
-                list.push_back({{"field", d.field}, {"table", d.table}, {"sfdp", d.sfdp}});
-            document["differences"] = list;
-        }
-        if (define)
-            document["definition"] = definition;
-        print_json(document);
-        return;
+JSON sfdp_json(const MOXDEV_SFDP& sfdp)
+{
+    JSON tables = JSON::array();
+    for (const MOXDEV_SFDP_PARAMETER_HEADER& t : sfdp.tables)
+        tables.push_back(fmt::format("{:04X}", t.id));
+    JSON erase = JSON::array();
+    for (const MOXDEV_SFDP_ERASE_TYPE& e : sfdp.erase_types)
+        erase.push_back({{"type", e.type},
+                         {"size", e.size},
+                         {"opcode", e.opcode},
+                         {"typical_ms", optional_json(e.typical_ms)},
+                         {"max_ms", optional_json(e.max_ms)}});
+    return {{"sfdp_revision", fmt::format("{}.{}", sfdp.major, sfdp.minor)},
+            {"parameter_tables", tables},
+            {"bfpt_dwords", sfdp.bfpt_dwords},
+            {"address_bytes", address_text(sfdp.address)},
+            {"density_bits", sfdp.density_bits},
+            {"page_size", optional_json(sfdp.page_size)},
+            {"erase_types", erase},
+            {"page_program_typical_us", optional_json(sfdp.page_program_typical_us)},
+            {"page_program_max_us", optional_json(sfdp.page_program_max_us)},
+            {"chip_erase_typical_ms", optional_json(sfdp.chip_erase_typical_ms)},
+            {"chip_erase_max_ms", optional_json(sfdp.chip_erase_max_ms)},
+            {"quad_enable", optional_json(sfdp.quad_enable)},
+            {"read_1_1_4", sfdp.read_1_1_4},
+            {"read_1_4_4", sfdp.read_1_4_4}};
+}
+
+void print_sfdp_json(const SFDP_RESULT& result)
+{
+    JSON document = sfdp_json(result.sfdp);
+    document["record"] = record_json(result.derived.record);
+    document["assumed"] = result.derived.assumed;
+    document["warnings"] = result.warnings;
+    if (result.known) {
+        document["table_record"] = result.known->device_name;
+        JSON list = JSON::array();
+        for (const DIFFERENCE& d : result.differences)
+            list.push_back({{"field", d.field}, {"table", d.table}, {"sfdp", d.sfdp}});
+        document["differences"] = list;
     }
+    if (result.definition)
+        document["definition"] = *result.definition;
+    print_json(document);
+}
 
+void print_sfdp_facts(const MOXDEV_SFDP& sfdp)
+{
     std::string table_list;
     for (const MOXDEV_SFDP_PARAMETER_HEADER& t : sfdp.tables)
         table_list += fmt::format("{}{:04X} ({} DWORDs at 0x{:06X})", table_list.empty() ? "" : ", ", t.id,
@@ -202,22 +232,39 @@ void flash_sfdp(const std::string& file, const std::vector<std::string>& id_word
     fmt::print("  {:<20} typical {}, max {}\n", "chip erase", optional_text(sfdp.chip_erase_typical_ms, "ms"),
                optional_text(sfdp.chip_erase_max_ms, "ms"));
     fmt::print("  {:<20} {}\n", "quad enable", sfdp.quad_enable ? std::to_string(*sfdp.quad_enable) : "not given");
-    fmt::print("Derived record {} {}:\n", derived.record.manufacturer_name, derived.record.device_name);
-    print_record(derived.record);
+}
+
+void print_sfdp_text(const SFDP_RESULT& result)
+{
+    print_sfdp_facts(result.sfdp);
+    const MOXDEV_SFL_FLASH_INFO& record = result.derived.record;
+    fmt::print("Derived record {} {}:\n", record.manufacturer_name, record.device_name);
+    print_record(record);
     std::string assumed;
-    for (const std::string& field : derived.assumed)
+    for (const std::string& field : result.derived.assumed)
         assumed += (assumed.empty() ? "" : " ") + field;
     fmt::print("Assumed (SFDP does not tell): {}\n", assumed);
-    if (known != nullptr) {
-        fmt::print("Table record {}: {}\n", known->device_name, changes.empty() ? "agrees" : "differs");
-        for (const DIFFERENCE& d : changes)
+    if (result.known) {
+        fmt::print("Table record {}: {}\n", result.known->device_name,
+                   result.differences.empty() ? "agrees" : "differs");
+        for (const DIFFERENCE& d : result.differences)
             fmt::print("  {:<20} table {}, SFDP {}\n", d.field, d.table, d.sfdp);
     }
-    for (const std::string& warning : warnings)
+    for (const std::string& warning : result.warnings)
         fmt::print("warning: {}\n", warning);
-    if (define)
+    if (result.definition)
         fmt::print("\nTo use it, set the configuration value, e.g.\n  export MOX_SUPPORT_EXT_SPI_DEV='{}'\n",
-                   definition);
+                   *result.definition);
+}
+
+void flash_sfdp(const std::string& file, const std::vector<std::string>& id_words, const std::string& name,
+                bool define)
+{
+    const SFDP_RESULT result = examine_sfdp(file, id_words, name, define);
+    if (json_output)
+        print_sfdp_json(result);
+    else
+        print_sfdp_text(result);
 }
 
 } // namespace

@@ -355,7 +355,8 @@ struct TIMES {
 
 struct RECORD {
     const CHIP* chip;
-    std::vector<std::string> cells;
+    // The cells by field name; the table writes them in field order.
+    std::map<std::string, std::string> cells;
     std::string id_key; // what the Read-ID bytes compare against
     TIMES times;
 };
@@ -411,28 +412,66 @@ TIMES times_of(const CHIP& chip, const std::vector<CHIP>& chips)
     fail(from->second.place, "times_from names no chip: " + from->second.text);
 }
 
-RECORD make_record(const CHIP& chip, const std::vector<CHIP>& chips, unsigned number)
+// The chip's ID: its silicon-ID byte, or its type and capacity bytes behind
+// the maker code; sets the record's key of the bytes it compares.
+void read_id(const CHIP& chip, RECORD& record, bool& silicon, unsigned& memory_id, unsigned& memory_type)
 {
-    RECORD record{&chip, {}, {}, times_of(chip, chips)};
-    const bool silicon = chip.properties.count("silicon_id") > 0;
-    unsigned memory_id = 0, memory_type = 0;
+    silicon = chip.properties.count("silicon_id") > 0;
+    memory_id = memory_type = 0;
     if (silicon) {
         const VALUE& value = chip.properties.at("silicon_id");
         memory_id = hex_byte(value, value.text.rfind("0x", 0) == 0 ? value.text.substr(2) : value.text);
         record.id_key = "silicon " + hex(memory_id);
-    } else {
-        const VALUE& value = required(chip, "id");
-        std::istringstream words(value.text);
-        std::string type, capacity, rest;
-        words >> type >> capacity >> rest;
-        if (capacity.empty() || !rest.empty())
-            fail(value.place, "id is the type and capacity bytes, e.g. \"BA 18\"");
-        memory_type = hex_byte(value, type);
-        memory_id = hex_byte(value, capacity);
-        char key[16];
-        std::snprintf(key, sizeof key, "%02X-%02X-%02X", chip.code, memory_type, memory_id);
-        record.id_key = key;
+        return;
     }
+    const VALUE& value = required(chip, "id");
+    std::istringstream words(value.text);
+    std::string type, capacity, rest;
+    words >> type >> capacity >> rest;
+    if (capacity.empty() || !rest.empty())
+        fail(value.place, "id is the type and capacity bytes, e.g. \"BA 18\"");
+    memory_type = hex_byte(value, type);
+    memory_id = hex_byte(value, capacity);
+    char key[16];
+    std::snprintf(key, sizeof key, "%02X-%02X-%02X", chip.code, memory_type, memory_id);
+    record.id_key = key;
+}
+
+// The block-protect bits: mask, protecting value and bottom bit.
+struct PROTECTION {
+    unsigned mask = 0;
+    unsigned value = 0;
+    std::string bottom;
+};
+
+PROTECTION read_protection(const CHIP& chip)
+{
+    const VALUE& protect = required(chip, "protect");
+    std::istringstream words(protect.text);
+    std::string mask, value, bottom, rest;
+    words >> mask >> value >> bottom >> rest;
+    if (bottom.empty() || !rest.empty() || mask.rfind("0x", 0) != 0 || value.rfind("0x", 0) != 0 ||
+        (bottom != "none" && (bottom.size() != 1 || bottom[0] < '0' || bottom[0] > '7')))
+        fail(protect.place, "protect is MASK VALUE BOTTOM, e.g. \"0x7C 0x5C 5\" or \"0x3C 0x3C none\"");
+    return {hex_byte(protect, mask.substr(2)), hex_byte(protect, value.substr(2)), bottom};
+}
+
+// A property that takes one of `allowed`, else `fallback` when absent.
+std::string one_of(const CHIP& chip, const char* key, const std::string& fallback,
+                   const std::vector<std::string>& allowed, const char* rule)
+{
+    const std::string value = optional(chip, key, fallback);
+    if (std::find(allowed.begin(), allowed.end(), value) == allowed.end())
+        fail(chip.properties.at(key).place, rule);
+    return value;
+}
+
+RECORD make_record(const CHIP& chip, const std::vector<CHIP>& chips, unsigned number)
+{
+    RECORD record{&chip, {}, {}, times_of(chip, chips)};
+    bool silicon = false;
+    unsigned memory_id = 0, memory_type = 0;
+    read_id(chip, record, silicon, memory_id, memory_type);
     const VALUE& size = required(chip, "size");
     const std::uint64_t bits = size_value(size);
     if (bits > 0x80000000ull)
@@ -440,19 +479,10 @@ RECORD make_record(const CHIP& chip, const std::vector<CHIP>& chips, unsigned nu
     const std::uint64_t sector = size_value(required(chip, "sector"));
     if (sector * 8 > bits)
         fail(required(chip, "sector").place, "the sector is larger than the chip");
-    const std::string dies = optional(chip, "dies", "1");
-    if (dies != "1" && dies != "2" && dies != "4")
-        fail(chip.properties.at("dies").place, "dies is 1, 2 or 4");
-    const std::string flow = optional(chip, "flow", "none");
-    if (flow != "none" && flow != "micron" && flow != "spansion")
-        fail(chip.properties.at("flow").place, "flow is micron, spansion or none");
-    const VALUE& protect = required(chip, "protect");
-    std::istringstream protect_words(protect.text);
-    std::string mask, protected_value, bottom, rest;
-    protect_words >> mask >> protected_value >> bottom >> rest;
-    if (bottom.empty() || !rest.empty() || mask.rfind("0x", 0) != 0 || protected_value.rfind("0x", 0) != 0 ||
-        (bottom != "none" && (bottom.size() != 1 || bottom[0] < '0' || bottom[0] > '7')))
-        fail(protect.place, "protect is MASK VALUE BOTTOM, e.g. \"0x7C 0x5C 5\" or \"0x3C 0x3C none\"");
+    const std::string dies = one_of(chip, "dies", "1", {"1", "2", "4"}, "dies is 1, 2 or 4");
+    const std::string flow =
+        one_of(chip, "flow", "none", {"none", "micron", "spansion"}, "flow is micron, spansion or none");
+    const PROTECTION protection = read_protection(chip);
     const VALUE& voltage = required(chip, "voltage");
     if (voltage.text != "3.3V" && voltage.text != "1.8V")
         fail(voltage.place, "voltage is 3.3V or 1.8V");
@@ -460,44 +490,39 @@ RECORD make_record(const CHIP& chip, const std::vector<CHIP>& chips, unsigned nu
     if (datasheet.text == "none" && !chip.properties.count("times_from"))
         fail(datasheet.place, chip.name + " has no datasheet: name the chip whose maxima it takes (times_from)");
 
-    auto to_upper = [](std::string text) {
-        absl::AsciiStrToUpper(&text);
-        return text;
+    // The three times are filled in once the shared IDs are known.
+    record.cells = {
+        {"manufacturer_name", chip.maker},
+        {"device_name", absl::AsciiStrToUpper(chip.name)},
+        {"silicon_id", flag(silicon)},
+        {"memory_id", hex(memory_id)},
+        {"memory_id_index", silicon ? "0" : "2"},
+        {"memory_type", hex(memory_type)},
+        {"memory_type_index", silicon ? "255" : "1"},
+        {"mfc_id", hex(silicon ? 0 : chip.code)},
+        {"mfc_id_index", "0"},
+        {"velmar_id", std::to_string(number)},
+        {"default_dev", flag(chip.is_default)},
+        {"ini", optional(chip, "switch", "NONE")},
+        {"extended_mode", flag(yes_no(chip, "quad"))},
+        {"micron_flow", flag(flow == "micron")},
+        {"spansion_flow", flag(flow == "spansion")},
+        {"startup_protected", flag(yes_no(chip, "startup_protected"))},
+        {"aai_mode", flag(false)},
+        {"flag_status", flag(yes_no(chip, "flag_status"))},
+        {"die_count", dies},
+        {"device_bit_size", std::to_string(bits)},
+        {"device_sector_byte", std::to_string(sector)},
+        {"half_size", flag(false)},
+        {"byte4_addressing", flag(bits > (std::uint64_t(128) << 20))},
+        {"protection_mask", hex(protection.mask)},
+        {"protection_value", hex(protection.value)},
+        {"unprotect_value", hex(0)},
+        {"protection_division", "255"},
+        {"bottom_value", protection.bottom == "none" ? "255" : protection.bottom},
+        {"sdm_support", flag(yes_no(chip, "sdm"))},
+        {"asc_voltage", voltage.text},
     };
-    std::vector<std::string>& c = record.cells;
-    c.push_back(chip.maker);
-    c.push_back(to_upper(chip.name));
-    c.push_back(flag(silicon));
-    c.push_back(hex(memory_id));
-    c.push_back(silicon ? "0" : "2");
-    c.push_back(hex(memory_type));
-    c.push_back(silicon ? "255" : "1");
-    c.push_back(hex(silicon ? 0 : chip.code));
-    c.push_back("0");
-    c.push_back(std::to_string(number));
-    c.push_back(flag(chip.is_default));
-    c.push_back(optional(chip, "switch", "NONE"));
-    c.push_back(flag(yes_no(chip, "quad")));
-    c.push_back(flag(flow == "micron"));
-    c.push_back(flag(flow == "spansion"));
-    c.push_back(flag(yes_no(chip, "startup_protected")));
-    c.push_back(flag(false)); // aai_mode
-    c.push_back(flag(yes_no(chip, "flag_status")));
-    c.push_back(dies);
-    c.push_back(std::to_string(bits));
-    c.push_back(std::to_string(sector));
-    c.push_back(flag(false)); // half_size
-    c.push_back(flag(bits > (std::uint64_t(128) << 20)));
-    c.push_back(""); // the three times are filled in once the shared IDs are known
-    c.push_back("");
-    c.push_back("");
-    c.push_back(hex(hex_byte(protect, mask.substr(2))));
-    c.push_back(hex(hex_byte(protect, protected_value.substr(2))));
-    c.push_back(hex(0));
-    c.push_back("255");
-    c.push_back(bottom == "none" ? "255" : bottom);
-    c.push_back(flag(yes_no(chip, "sdm")));
-    c.push_back(voltage.text);
     return record;
 }
 
@@ -510,7 +535,10 @@ std::string cell_text(std::string text)
     return text;
 }
 
-std::string table_text(std::vector<CHIP>& chips)
+// The records of `chips`, each carrying the longest times of itself and of
+// every later record with the same ID bytes (the first match wins, so it
+// must be safe for each chip it answers for).
+std::vector<RECORD> make_records(const std::vector<CHIP>& chips)
 {
     std::vector<RECORD> records;
     for (const CHIP& chip : chips) {
@@ -518,9 +546,6 @@ std::string table_text(std::vector<CHIP>& chips)
             fail(chip.place, "more than 254 families");
         records.push_back(make_record(chip, chips, chip.family));
     }
-
-    // Each record carries the longest times of itself and of every later
-    // record with the same ID bytes.
     for (std::size_t i = records.size(); i-- > 0;) {
         for (std::size_t j = i + 1; j < records.size(); ++j) {
             if (records[j].id_key == records[i].id_key) {
@@ -532,38 +557,55 @@ std::string table_text(std::vector<CHIP>& chips)
                 break; // record j already carries the longest of those after it
             }
         }
-        std::vector<std::string>& c = records[i].cells;
-        c[23] = std::to_string(round_up(records[i].times.chip_erase, 1000000000));
-        c[24] = std::to_string(round_up(records[i].times.sector_erase, 1000000000));
-        c[25] = std::to_string(round_up(records[i].times.page_program, 1000));
+        auto& cells = records[i].cells;
+        cells["bulk_erase_time"] = std::to_string(round_up(records[i].times.chip_erase, 1000000000));
+        cells["sec_erase_time"] = std::to_string(round_up(records[i].times.sector_erase, 1000000000));
+        cells["program_utime"] = std::to_string(round_up(records[i].times.page_program, 1000));
     }
+    return records;
+}
 
-    // Line 7's computed notes: the makers, the shared IDs, the switches.
+// Line 7's computed notes on the first columns: the makers with their codes,
+// the Read-IDs several records share, the switches.
+struct NOTES {
     std::string makers = "Makers_in_table_order:";
+    std::string shared = "Shared_Read-IDs_(first_match_wins;_later_records_stay_reachable_by_name):";
     std::string switches;
+};
+
+NOTES notes_of(const std::vector<RECORD>& records)
+{
+    NOTES notes;
     std::vector<std::string> shared_order;
     std::map<std::string, std::vector<std::string>> shared;
     for (const RECORD& record : records) {
         const CHIP& chip = *record.chip;
-        if (makers.find("_" + chip.maker + "=") == std::string::npos)
-            makers += "_" + chip.maker + "=" + hex(record.cells[7] == "0x00" ? 0 : chip.code);
+        const std::string& name = record.cells.at("device_name");
+        const std::string& ini = record.cells.at("ini");
+        if (notes.makers.find("_" + chip.maker + "=") == std::string::npos)
+            notes.makers += "_" + chip.maker + "=" + hex(record.cells.at("mfc_id") == "0x00" ? 0 : chip.code);
         if (!shared.count(record.id_key))
             shared_order.push_back(record.id_key);
-        shared[record.id_key].push_back(record.cells[1] + (record.cells[11] != "NONE" ? "(" + record.cells[11] + ")" : ""));
-        if (record.cells[11] != "NONE")
-            switches += (switches.empty() ? "" : "_") + record.cells[11] + ":" + record.cells[1];
+        shared[record.id_key].push_back(name + (ini != "NONE" ? "(" + ini + ")" : ""));
+        if (ini != "NONE")
+            notes.switches += (notes.switches.empty() ? "" : "_") + ini + ":" + name;
     }
-    std::string shared_text = "Shared_Read-IDs_(first_match_wins;_later_records_stay_reachable_by_name):";
     for (const std::string& key : shared_order) {
         const auto& names = shared[key];
         if (names.size() < 2)
             continue;
-        shared_text += "_" + key + "=";
+        notes.shared += "_" + key + "=";
         for (std::size_t i = 0; i < names.size(); ++i)
-            shared_text += (i ? ">" : "") + names[i];
-        shared_text += ";";
+            notes.shared += (i ? ">" : "") + names[i];
+        notes.shared += ";";
     }
+    return notes;
+}
 
+std::string table_text(std::vector<CHIP>& chips)
+{
+    const std::vector<RECORD> records = make_records(chips);
+    const NOTES notes = notes_of(records);
     std::ostringstream out;
     auto line = [&](auto cell_of) {
         for (std::size_t i = 0; i < COLUMN_COUNT; ++i)
@@ -585,11 +627,11 @@ std::string table_text(std::vector<CHIP>& chips)
     line([](std::size_t i) { return std::string(COLUMN_TEXTS[i].source); });
     line([&](std::size_t i) {
         if (i == 0)
-            return makers;
+            return notes.makers;
         if (i == 1)
-            return shared_text;
+            return notes.shared;
         if (i == 11)
-            return "Switches:_" + (switches.empty() ? std::string("none") : switches);
+            return "Switches:_" + (notes.switches.empty() ? std::string("none") : notes.switches);
         return std::string(COLUMN_TEXTS[i].rule);
     });
     // The heading lines end where the database generator reads the first record.
@@ -597,7 +639,7 @@ std::string table_text(std::vector<CHIP>& chips)
     if (std::size_t(std::count(heading.begin(), heading.end(), '\n')) != moxdev::FLASH_TABLE_FIRST_RECORD)
         throw std::logic_error("the heading lines do not end where the records begin");
     for (const RECORD& record : records)
-        line([&](std::size_t i) { return record.cells[i]; });
+        line([&](std::size_t i) { return record.cells.at(COLUMNS[i].name); });
     return out.str();
 }
 
