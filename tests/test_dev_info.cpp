@@ -357,3 +357,64 @@ TEST(DevInfo, IdentifierValuesConvertToTheirNames)
     for (const auto& [type, id, condition] : refused)
         EXPECT_INTERNAL_ERROR(manager.convert_id_enum_to_string(type, id), condition);
 }
+
+// The device table is generated from data/devices/: a change to one without
+// the other fails here.
+TEST(DeviceTable, IsInSyncWithItsSources)
+{
+    TEMP_DIR dir;
+    std::string output;
+    ASSERT_EQ(run_command(std::string(MOXDEV_GEN_DEVICE_TABLE) + " " + source_path("data/devices/index.txt") + " " +
+                              dir.file("table.csv"),
+                          output, true),
+              0)
+        << output;
+    EXPECT_TRUE(read_bytes(dir.file("table.csv")) == read_bytes(source_path("data/mox_dev_info.csv")))
+        << "run `cmake --build build --target update_device_table` after changing data/devices/";
+}
+
+// Mistakes in a source are named with their file and line, and nothing is
+// written; a record takes the defaults, its file's defaults and an earlier
+// record it is like, in that order.
+TEST(DeviceTable, SourcesLayerDefaultsAndNameTheirMistakes)
+{
+    const TEMP_DIR dir;
+    std::string base = "defaults\n";
+    for (DWORD i = 0; i < TOTAL_DEVICE_DATABASE_MEMBER; ++i) {
+        if (std::string(MOXDEV_DEVICE_FIELD_NAMES[i]) != "pcf")
+            base += std::string("  ") + MOXDEV_DEVICE_FIELD_NAMES[i] + " " +
+                    (MOXDEV_DEVICE_FIELD_TYPES[i] == MOXDEV_MANAGER_BOOL ? "FALSE" : "7") + "\n";
+    }
+    auto generate = [&](const std::string& line_file, std::string& output) {
+        write_text(dir.file("base.txt"), base);
+        write_text(dir.file("line.txt"), line_file);
+        write_text(dir.file("index.txt"), "base.txt\nline.txt\n");
+        std::filesystem::remove(dir.file("out.csv"));
+        return run_command(std::string(MOXDEV_GEN_DEVICE_TABLE) + " " + dir.file("index.txt") + " " +
+                               dir.file("out.csv"),
+                           output, true);
+    };
+    std::string output;
+    ASSERT_EQ(generate("defaults\n  support_cpf TRUE\nrecord one\n  family X\nrecord two\n  like one\n"
+                       "  support_ob TRUE\n",
+                       output),
+              0)
+        << output;
+    const std::string table = read_text(dir.file("out.csv"));
+    EXPECT_NE(table.find("\nX,one,7,7,FALSE,FALSE,FALSE,FALSE,TRUE,FALSE,FALSE,"), std::string::npos) << table;
+    EXPECT_NE(table.find("\nX,two,7,7,FALSE,FALSE,FALSE,FALSE,TRUE,FALSE,TRUE,"), std::string::npos) << table;
+
+    const std::pair<const char*, const char*> mistakes[] = {
+        {"record one\n  colour blue\n", "line.txt:2: error: 'colour' is no field of a device record"},
+        {"record one\n  support_cpf yes\n", "line.txt:2: error: support_cpf is TRUE or FALSE"},
+        {"record one\nrecord one\n", "line.txt:2: error: a second record named one"},
+        {"record one\n  family X\n  family Y\n", "line.txt:3: error: 'family' given twice"},
+        {"record two\n  like one\n", "line.txt:2: error: 'like' names no earlier record: one"},
+        {"  family X\n", "line.txt:1: error: 'family' before any 'defaults' or 'record' line"},
+    };
+    for (const auto& [text, message] : mistakes) {
+        EXPECT_EQ(generate(text, output), 1) << text;
+        EXPECT_NE(output.find(message), std::string::npos) << output;
+        EXPECT_FALSE(std::filesystem::exists(dir.file("out.csv")));
+    }
+}
