@@ -66,11 +66,9 @@ extern "C" int LLVMFuzzerInitialize(int*, char***)
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
-    if (size < 1)
+    BYTE mode = 0;
+    if (!take_mode(data, size, mode))
         return 0;
-    const BYTE mode = data[0];
-    ++data;
-    --size;
     const std::string path = scratch_path("db/programmer/mox_flash.pcf");
     if (mode & 1)
         write_file(path, data, size);

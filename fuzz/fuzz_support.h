@@ -50,6 +50,17 @@ inline const std::string& scratch_dir()
     return dir;
 }
 
+// Takes the mode byte that opens a target's input; false when there is none.
+inline bool take_mode(const uint8_t*& data, size_t& size, BYTE& mode)
+{
+    if (size < 1)
+        return false;
+    mode = data[0];
+    ++data;
+    --size;
+    return true;
+}
+
 inline std::string scratch_path(const std::string& name)
 {
     return scratch_dir() + "/" + name;

@@ -17,12 +17,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     IMAGE_INPUT image;
     if (!image_input(data, size, image))
         return 0;
-    // An empty vector has no data(); the decoder must still refuse it cleanly.
-    const BYTE empty = 0;
-    const BYTE* compressed = image.compressed.empty() ? &empty : image.compressed.data();
     refused_cleanly([&] {
         const MOXDEV_GRAMMAR_TABLES tables =
-            moxdev_decode_grammar_image(compressed, DWORD(image.compressed.size()), image.length);
+            moxdev_decode_grammar_image(image.bytes(), DWORD(image.compressed.size()), image.length);
         for (const auto& table : tables) {
             require(!table.empty(), "every table has an entry");
             for (const auto& entry : table) {

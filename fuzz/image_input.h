@@ -15,15 +15,21 @@ namespace moxdev_fuzz {
 struct IMAGE_INPUT {
     BYTES compressed;
     DWORD length = 0;
+
+    // The compressed bytes; an empty vector has no data(), and the decoders
+    // must still refuse it cleanly, so it is one byte that is not there.
+    const BYTE* bytes() const
+    {
+        static const BYTE empty = 0;
+        return compressed.empty() ? &empty : compressed.data();
+    }
 };
 
 inline bool image_input(const uint8_t* data, size_t size, IMAGE_INPUT& image)
 {
-    if (size < 1)
+    BYTE mode = 0;
+    if (!take_mode(data, size, mode))
         return false;
-    const BYTE mode = data[0];
-    ++data;
-    --size;
     if (mode & 1) {
         BYTES raw(data, data + size);
         const DWORD crc = ~MOX_COMMON::msb_calculate_crc32(raw.data(), 0, DWORD(raw.size() * 8), 0xFFFFFFFFu,

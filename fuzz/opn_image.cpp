@@ -15,11 +15,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     IMAGE_INPUT image;
     if (!image_input(data, size, image))
         return 0;
-    const BYTE empty = 0;
-    const BYTE* compressed = image.compressed.empty() ? &empty : image.compressed.data();
     refused_cleanly([&] {
         const std::vector<DWORD> numbers =
-            moxdev_decode_opn_image(compressed, DWORD(image.compressed.size()), image.length);
+            moxdev_decode_opn_image(image.bytes(), DWORD(image.compressed.size()), image.length);
         // Magic, count and CRC take 18 bytes; every number at least one more.
         require(!numbers.empty() && numbers.size() + 18 <= image.length, "the count fits the image");
     });

@@ -34,12 +34,11 @@ extern "C" int LLVMFuzzerInitialize(int*, char***)
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
-    if (size < 1)
+    BYTE mode = 0;
+    if (!take_mode(data, size, mode))
         return 0;
-    const BYTE mode = data[0];
     // The environment cannot carry a zero byte; the text ends at the first.
-    std::string text(reinterpret_cast<const char*>(data + 1),
-                     strnlen(reinterpret_cast<const char*>(data + 1), size - 1));
+    std::string text(reinterpret_cast<const char*>(data), strnlen(reinterpret_cast<const char*>(data), size));
 
     const MOXDEV_FLASH_MANAGER codec = moxdev::empty_flash_manager();
     std::string plain; // what the value encodes, when the target encoded it

@@ -16,10 +16,12 @@ namespace moxdev {
 
 // ---------------------------------------------------------------- parameters
 
-#define MOXDEV_HPS_FIELD(name, type, prompt, hex, power_of_2, ranges, hits, scale)                           \
+// One field list row as an HPS_PARAMETER.
+#define MOXDEV_HPS_PARAMETER(name, type, prompt, hex, power_of_2, ranges, hits, scale)                       \
     {#name, prompt, MOXDEV_HPS_PARAM_TYPE(type), hex, power_of_2, std::vector<DWORD> MOXDEV_HPS_BRACED ranges, \
      std::vector<DWORD> MOXDEV_HPS_BRACED hits, scale},
 
+#define MOXDEV_HPS_FIELD MOXDEV_HPS_PARAMETER
 const std::vector<HPS_PARAMETER>& HPS_KIND<MOXDEV_HPS_NAND_STRUCTURE>::parameters()
 {
     static const std::vector<HPS_PARAMETER> parameters = {
@@ -28,10 +30,7 @@ const std::vector<HPS_PARAMETER>& HPS_KIND<MOXDEV_HPS_NAND_STRUCTURE>::parameter
     return parameters;
 }
 
-#define MOXDEV_HPS_FIELD(name, type, prompt, hex, power_of_2, ranges, hits, scale)                           \
-    {#name, prompt, MOXDEV_HPS_PARAM_TYPE(type), hex, power_of_2, std::vector<DWORD> MOXDEV_HPS_BRACED ranges, \
-     std::vector<DWORD> MOXDEV_HPS_BRACED hits, scale},
-
+#define MOXDEV_HPS_FIELD MOXDEV_HPS_PARAMETER
 const std::vector<HPS_PARAMETER>& HPS_KIND<MOXDEV_HPS_SPI_STRUCTURE>::parameters()
 {
     static const std::vector<HPS_PARAMETER> parameters = {
