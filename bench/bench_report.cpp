@@ -44,9 +44,8 @@ double MEDIAN_REPORTER::median(const std::string& name) const
 
 // ---------------------------------------------------------------- rows
 
-ROW time_row(const MEDIAN_REPORTER& medians, std::string path, std::string baseline,
-             const std::string& library_name, const std::string& baseline_name, ROW::GOAL goal,
-             double goal_value, double operations)
+ROW time_row(const MEDIAN_REPORTER& medians, std::string path, std::string baseline, const std::string& library_name,
+             const std::string& baseline_name, ROW::GOAL goal, double goal_value, double operations)
 {
     ROW row;
     row.path = std::move(path);
@@ -56,7 +55,9 @@ ROW time_row(const MEDIAN_REPORTER& medians, std::string path, std::string basel
     const double library = medians.median(library_name);
     const double reference = baseline_name.empty() ? 0 : medians.median(baseline_name);
     row.library_figure = library < 0 ? "not run" : format_seconds(library / operations);
-    row.baseline_figure = baseline_name.empty() ? "" : reference < 0 ? "not run" : format_seconds(reference / operations);
+    row.baseline_figure = baseline_name.empty() ? ""
+                          : reference < 0       ? "not run"
+                                                : format_seconds(reference / operations);
     if (library > 0 && reference > 0)
         row.ratio = goal == ROW::GOAL::FASTER || goal == ROW::GOAL::SCALE ? reference / library : library / reference;
     return row;
@@ -121,8 +122,7 @@ std::string ratio_text(const ROW& row)
         std::snprintf(text, sizeof text, "%.0fx", row.ratio);
     else
         std::snprintf(text, sizeof text, "%.2fx", row.ratio);
-    return std::string(text) +
-           (row.goal == ROW::GOAL::FASTER || row.goal == ROW::GOAL::SCALE ? " faster" : "");
+    return std::string(text) + (row.goal == ROW::GOAL::FASTER || row.goal == ROW::GOAL::SCALE ? " faster" : "");
 }
 
 std::string goal_text(const ROW& row)
@@ -168,9 +168,8 @@ bool print_table(std::ostream& out, const std::vector<ROW>& rows)
     for (const ROW& row : rows) {
         const std::string met = verdict(row);
         all_met = all_met && met != "NO";
-        out << "| " << row.path << " | " << row.baseline << " | " << row.library_figure << " | "
-            << row.baseline_figure << " | " << ratio_text(row) << " | " << goal_text(row) << " | " << met
-            << " |\n";
+        out << "| " << row.path << " | " << row.baseline << " | " << row.library_figure << " | " << row.baseline_figure
+            << " | " << ratio_text(row) << " | " << goal_text(row) << " | " << met << " |\n";
     }
     return all_met;
 }

@@ -43,9 +43,8 @@ struct ROW {
 };
 
 // A row comparing two medians; "not run" when either is missing.
-ROW time_row(const MEDIAN_REPORTER& medians, std::string path, std::string baseline,
-             const std::string& library_name, const std::string& baseline_name, ROW::GOAL goal,
-             double goal_value, double operations = 1);
+ROW time_row(const MEDIAN_REPORTER& medians, std::string path, std::string baseline, const std::string& library_name,
+             const std::string& baseline_name, ROW::GOAL goal, double goal_value, double operations = 1);
 
 std::string format_seconds(double seconds);
 std::string format_bytes(std::size_t bytes);

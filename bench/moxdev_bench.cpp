@@ -10,8 +10,8 @@
 #include "moxdev/moxdev.h"
 #include "moxdev/naming/moxdev_ddb_internal.h"
 
-#include <absl/container/flat_hash_map.h>
 #include "tools/cli/dump_text.h"
+#include <absl/container/flat_hash_map.h>
 
 #include <benchmark/benchmark.h>
 #include <zlib.h>
@@ -20,8 +20,8 @@
 #include <cstdio>
 #include <cstring>
 #include <fstream>
-#include <iterator>
 #include <iostream>
+#include <iterator>
 #include <memory>
 #include <set>
 #include <stdexcept>
@@ -54,8 +54,8 @@ struct DATA {
     std::vector<QWORD> hashes;           // OPN hashes of the sampled parts
     std::vector<std::string> full_names; // full, package and device names of the sampled parts
     std::array<BARE_MAP<std::string>, std::size_t(GRAMMAR::MAX)> bare_grammar; // name -> smallest key
-    BARE_MAP<QWORD> bare_opn;           // OPN hash -> name
-    BARE_MAP<std::string> bare_full;    // name -> full ordering name
+    BARE_MAP<QWORD> bare_opn;                                                  // OPN hash -> name
+    BARE_MAP<std::string> bare_full;                                           // name -> full ordering name
 };
 
 [[noreturn]] void fail(const std::string& what)
@@ -122,8 +122,8 @@ DATA prepare()
         if (MOXDEV_MGR::get_opn_from_hash(hash) != moxdev_oracle::opn_from_hash(hash))
             fail("get_opn_from_hash differs from the digest search for " + full);
         data.hashes.push_back(hash);
-        for (const std::string& form : {full, moxdev_oracle::package_name(full, false),
-                                        moxdev_oracle::device_name(full, false, false)}) {
+        for (const std::string& form :
+             {full, moxdev_oracle::package_name(full, false), moxdev_oracle::device_name(full, false, false)}) {
             const std::string expected = moxdev_oracle::possible_full_name(form);
             if (expected.empty() || !seen.insert(form).second)
                 continue;
@@ -479,8 +479,7 @@ int main(int argc, char** argv)
         rows.push_back(time_row(medians, "constructing `MOXDEV_DEV_INFO_MANAGER(false, 0)` from its file",
                                 "reading the file and inflating its payload", "dev_info_manager/library",
                                 "dev_info_manager/read_and_inflate", GOAL::AT_MOST, 1.5));
-        rows.push_back(time_row(medians,
-                                "constructing `MOXDEV_FLASH_MANAGER(false, 1, false, false)` from its file",
+        rows.push_back(time_row(medians, "constructing `MOXDEV_FLASH_MANAGER(false, 1, false, false)` from its file",
                                 "reading the file and inflating its payload", "flash_manager/library",
                                 "flash_manager/read_and_inflate", GOAL::AT_MOST, 1.5));
         rows.push_back(time_row(medians,

@@ -30,8 +30,8 @@ int run(const std::string& name, const BYTE (&id)[3])
 
     MOXDEV_DEV_INFO_MANAGER db(false, 0);
     MOXDEV_FLASH_MANAGER flash(false, 1, false, false);
-    std::cout << "loaded " << db.get_device_count() << " device records and "
-              << flash.get_flash_count() << " flash records\n";
+    std::cout << "loaded " << db.get_device_count() << " device records and " << flash.get_flash_count()
+              << " flash records\n";
 
     // The flash behind device 0 of a one-device chain.
     char id_text[16];
@@ -43,8 +43,8 @@ int run(const std::string& name, const BYTE (&id)[3])
         return 1;
     }
     std::cout << "flash " << id_text << ": " << flash.sfl_get_manufacturer_name(0) << " "
-              << flash.sfl_get_device_name(0) << ", " << flash.sfl_get_device_bit_size(0)
-              << " bits, page program " << flash.sfl_get_program_utime(0) << " us\n";
+              << flash.sfl_get_device_name(0) << ", " << flash.sfl_get_device_bit_size(0) << " bits, page program "
+              << flash.sfl_get_program_utime(0) << " us\n";
 
     // The name as the user typed it, its ordering part number and the device.
     // Not const: the grammar queries normalise the string they are given.
@@ -57,8 +57,8 @@ int run(const std::string& name, const BYTE (&id)[3])
     char hash_text[24];
     std::snprintf(hash_text, sizeof hash_text, "0x%012llX",
                   static_cast<unsigned long long>(MOXDEV_MGR::get_opn_hash(full)));
-    std::cout << "name " << name << ": ordering part " << full << ", device " << device
-              << ", OPN hash " << hash_text << "\n";
+    std::cout << "name " << name << ": ordering part " << full << ", device " << device << ", OPN hash " << hash_text
+              << "\n";
 
     const int part = dstr_get_dev_part_enum_by_string(full.c_str());
     std::unique_ptr<MOXDEV_DEVICE_INFO> info(db.get_db_by_part(part));
@@ -66,9 +66,8 @@ int run(const std::string& name, const BYTE (&id)[3])
         std::cout << "part " << full << ": no device record\n";
         return 1;
     }
-    std::cout << "part " << full << ": record " << info->pcf << ", family "
-              << dstr_get_user_string(info->family) << ", ASC "
-              << (info->support_asc ? "supported" : "not supported") << "\n";
+    std::cout << "part " << full << ": record " << info->pcf << ", family " << dstr_get_user_string(info->family)
+              << ", ASC " << (info->support_asc ? "supported" : "not supported") << "\n";
     return 0;
 }
 

@@ -28,8 +28,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         return 0;
     refused_cleanly([&] {
         const MOXDEV_FLASH_MANAGER reader = moxdev::load_flash_database(moxdev::FLASH_RECORDS::EVERY);
-        require(reader.get_flash_count() > 0 && reader.get_flash_database() != nullptr,
-                "a loaded table has records");
+        require(reader.get_flash_count() > 0 && reader.get_flash_database() != nullptr, "a loaded table has records");
     });
     return 0;
 }

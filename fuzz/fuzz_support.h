@@ -110,8 +110,7 @@ inline BYTES deflate(const BYTE* data, std::size_t size)
 
 // A database file around `payload`: magic, identifier, the payload's size, its
 // zlib stream and the two-byte trailer.
-inline BYTES database_file(const char* magic, const std::string& identifier, const BYTE* payload,
-                           std::size_t size)
+inline BYTES database_file(const char* magic, const std::string& identifier, const BYTE* payload, std::size_t size)
 {
     BYTES file(magic, magic + 8);
     file.insert(file.end(), identifier.begin(), identifier.end());

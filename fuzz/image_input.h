@@ -32,8 +32,8 @@ inline bool image_input(const uint8_t* data, size_t size, IMAGE_INPUT& image)
         return false;
     if (mode & 1) {
         BYTES raw(data, data + size);
-        const DWORD crc = ~MOX_COMMON::msb_calculate_crc32(raw.data(), 0, DWORD(raw.size() * 8), 0xFFFFFFFFu,
-                                                           0x04C11DB7u, true);
+        const DWORD crc =
+            ~MOX_COMMON::msb_calculate_crc32(raw.data(), 0, DWORD(raw.size() * 8), 0xFFFFFFFFu, 0x04C11DB7u, true);
         for (int shift = 0; shift < 32; shift += 8)
             raw.push_back(BYTE(crc >> shift));
         image.compressed = deflate(raw.data(), raw.size());

@@ -3,8 +3,8 @@
 // small grammar and OPN images cut from the catalogue's, in both input forms
 // of the image targets (see image_input.h).
 //   fuzz_seed_maker DATA_DIR OUT_DIR
-#include "moxdev/moxdev.h"
 #include "moxdev/internal/moxdev_bytes.h"
+#include "moxdev/moxdev.h"
 #include "tools/generators/naming_images.h"
 
 #include <zlib.h>
@@ -80,8 +80,8 @@ moxdev_images::GRAMMAR_TABLES slice(const MOXDEV_GRAMMAR_TABLES& tables, std::si
         for (const auto& [key, contents] : tables[t]) {
             if (cut[t].size() == entries)
                 break;
-            cut[t].emplace_back(key, std::vector<std::string>(
-                                         contents.begin(), contents.begin() + std::min(names, contents.size())));
+            cut[t].emplace_back(
+                key, std::vector<std::string>(contents.begin(), contents.begin() + std::min(names, contents.size())));
         }
     }
     return cut;

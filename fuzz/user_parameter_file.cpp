@@ -55,13 +55,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 
     // Rewriting set 0 keeps whatever the other sets held.
     BYTES replacement(data, data + (size < 24 ? size : 24));
-    require(MOXDEV_FLASH_INI::write_flash_ini_data(MOXDEV_FLASH_INI_SET_0,
-                                                   replacement.empty() ? nullptr : replacement.data(),
-                                                   DWORD(replacement.size())),
+    require(MOXDEV_FLASH_INI::write_flash_ini_data(
+                MOXDEV_FLASH_INI_SET_0, replacement.empty() ? nullptr : replacement.data(), DWORD(replacement.size())),
             "the file can be written");
     bool now_present = false;
-    require(read_set(MOXDEV_FLASH_INI_SET_0, now_present) == replacement &&
-                now_present == !replacement.empty(),
+    require(read_set(MOXDEV_FLASH_INI_SET_0, now_present) == replacement && now_present == !replacement.empty(),
             "the new set 0 reads back");
     for (DWORD set = 1; set < 3; ++set) {
         const BYTES kept = read_set(MOXDEV_FLASH_INI_ENUM(set), now_present);

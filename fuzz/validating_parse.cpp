@@ -60,10 +60,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     std::string error = "stale";
     bool accepted = false;
     const bool refused = refused_cleanly([&] {
-        accepted = MOXDEV_FLASH_INI::convert_string_to_qword(type, value, hex, answer, power_of_2,
-                                                             with_range ? range_list.data() : nullptr,
-                                                             with_hits ? hit_list.data() : nullptr, shift,
-                                                             multiple, error);
+        accepted = MOXDEV_FLASH_INI::convert_string_to_qword(
+            type, value, hex, answer, power_of_2, with_range ? range_list.data() : nullptr,
+            with_hits ? hit_list.data() : nullptr, shift, multiple, error);
     });
     if (!refused) {
         require(accepted == error.empty(), "a refusal says why, an acceptance says nothing");

@@ -8,8 +8,8 @@
 // of its clients would require.
 #pragma once
 
-#include "host/host_types.h"
 #include "host/dev_catalogue_enums.h"
+#include "host/host_types.h"
 
 #include <string>
 #include <vector>
@@ -73,9 +73,7 @@ public:
     // numbered above DEV_PART_GENERIC. The invalid and the Generic part are
     // never listed. Returns false (and an empty list) when the family filter
     // names no family; true otherwise, even when nothing matched.
-    bool filter_part_list(std::vector<int>& parts, const std::string& family,
-                          const std::string& package, const std::string& pin_count,
-                          const std::string& speed_grade, const std::string& temperature,
-                          bool production_only, bool current_only, bool listed_only,
-                          const std::string& option) const;
+    bool filter_part_list(std::vector<int>& parts, const std::string& family, const std::string& package,
+                          const std::string& pin_count, const std::string& speed_grade, const std::string& temperature,
+                          bool production_only, bool current_only, bool listed_only, const std::string& option) const;
 };

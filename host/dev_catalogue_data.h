@@ -28,7 +28,7 @@ struct FAMILY_RECORD {
     const char* pcf;            // "kestrel2"
     std::uint16_t first_config; // index into FAMILY_CONFIG_NAMES
     std::uint8_t config_count;
-    std::uint8_t status;        // FAMILY_STATUS
+    std::uint8_t status; // FAMILY_STATUS
 };
 
 // Index DEV_DEVICE_ENUM. Entry 0 is the invalid device ("Invalid") and the
@@ -50,12 +50,12 @@ struct PACKAGE_RECORD {
 // Index part number. Entry 0 is the invalid part ("Invalid") and entry
 // DEV_PART_GENERIC the Generic part ("Generic", device DEV_DEVICE_GENERIC).
 struct PART_RECORD {
-    const char* name;       // "KXB100F484C6"
-    std::uint16_t device;   // DEV_DEVICE_ENUM
-    std::uint16_t package;  // index into PACKAGES
-    std::uint8_t speed;     // speed grade
-    char temperature;       // 'C', 'I', 'A' or 'M'
-    std::uint8_t option;    // index into OPTIONS; 0 = no option
+    const char* name;      // "KXB100F484C6"
+    std::uint16_t device;  // DEV_DEVICE_ENUM
+    std::uint16_t package; // index into PACKAGES
+    std::uint8_t speed;    // speed grade
+    char temperature;      // 'C', 'I', 'A' or 'M'
+    std::uint8_t option;   // index into OPTIONS; 0 = no option
 };
 
 extern const char MAKER_NAME[];

@@ -57,7 +57,7 @@ struct DEV_PART_ATTRIBUTES {
     char temperature = '\0'; // 'C', 'I', 'A' or 'M'
     std::string option;      // "", "N", "ES", ...
     bool engineering_sample = false;
-    bool obsolete = false;   // the part's family is obsolete
+    bool obsolete = false; // the part's family is obsolete
 };
 
 // Fills `attributes` and returns true for a real part; returns false and

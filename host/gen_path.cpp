@@ -21,8 +21,7 @@ std::string from_environment(const char* name)
 std::string find_library_directory()
 {
     Dl_info info{};
-    if (::dladdr(reinterpret_cast<void*>(&gen_get_module_fullpath), &info) == 0 ||
-        info.dli_fname == nullptr)
+    if (::dladdr(reinterpret_cast<void*>(&gen_get_module_fullpath), &info) == 0 || info.dli_fname == nullptr)
         return ".";
     std::string path = info.dli_fname;
     const auto slash = path.find_last_of('/');

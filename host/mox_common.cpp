@@ -10,7 +10,6 @@
 #include <cstdlib>
 #include <fstream>
 
-
 bool MOX_COMMON::convert_string_to_dword(const std::string& text, DWORD& value)
 {
     std::size_t pos = 0;
@@ -91,8 +90,8 @@ struct CRC32_SLICES {
 
 } // namespace
 
-DWORD MOX_COMMON::msb_calculate_crc32(const BYTE* data, DWORD start_bit, DWORD bit_count,
-                                      DWORD initial, DWORD polynomial, bool msb_first)
+DWORD MOX_COMMON::msb_calculate_crc32(const BYTE* data, DWORD start_bit, DWORD bit_count, DWORD initial,
+                                      DWORD polynomial, bool msb_first)
 {
     DWORD crc = initial;
     QWORD bit = start_bit;
@@ -106,8 +105,8 @@ DWORD MOX_COMMON::msb_calculate_crc32(const BYTE* data, DWORD start_bit, DWORD b
             for (; end - bit >= 64; bit += 64) {
                 const BYTE* b = &data[bit / 8];
                 crc ^= DWORD(b[0]) << 24 | DWORD(b[1]) << 16 | DWORD(b[2]) << 8 | DWORD(b[3]);
-                crc = t[7][crc >> 24] ^ t[6][(crc >> 16) & 0xFF] ^ t[5][(crc >> 8) & 0xFF] ^
-                      t[4][crc & 0xFF] ^ t[3][b[4]] ^ t[2][b[5]] ^ t[1][b[6]] ^ t[0][b[7]];
+                crc = t[7][crc >> 24] ^ t[6][(crc >> 16) & 0xFF] ^ t[5][(crc >> 8) & 0xFF] ^ t[4][crc & 0xFF] ^
+                      t[3][b[4]] ^ t[2][b[5]] ^ t[1][b[6]] ^ t[0][b[7]];
             }
         }
         const std::array<DWORD, 256> table =

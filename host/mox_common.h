@@ -17,8 +17,8 @@ public:
     // initial register and polynomial; the register is returned as it stands
     // (the caller applies any final complement). With initial 0xFFFFFFFF,
     // polynomial 0x04C11DB7 and the complement this is CRC-32/BZIP2.
-    static DWORD msb_calculate_crc32(const BYTE* data, DWORD start_bit, DWORD bit_count,
-                                     DWORD initial, DWORD polynomial, bool msb_first);
+    static DWORD msb_calculate_crc32(const BYTE* data, DWORD start_bit, DWORD bit_count, DWORD initial,
+                                     DWORD polynomial, bool msb_first);
 
     // A newly allocated digest of `length` bytes (new[], the caller frees it
     // with delete[]): SHA-256 for a digest length of 32. Null for any other

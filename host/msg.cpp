@@ -20,17 +20,14 @@ std::string unit_of(const std::string& path)
 
 } // namespace
 
-MSG_INTERNAL_ERROR::MSG_INTERNAL_ERROR(std::string condition, std::string module, std::string unit,
-                                       int line)
-    : m_condition(std::move(condition)), m_module(std::move(module)), m_unit(unit_of(unit)),
-      m_line(line)
+MSG_INTERNAL_ERROR::MSG_INTERNAL_ERROR(std::string condition, std::string module, std::string unit, int line)
+    : m_condition(std::move(condition)), m_module(std::move(module)), m_unit(unit_of(unit)), m_line(line)
 {
-    m_what = "internal error in " + m_module + " " + m_unit + ":" + std::to_string(m_line) + ": " +
-             m_condition;
+    m_what = "internal error in " + m_module + " " + m_unit + ":" + std::to_string(m_line) + ": " + m_condition;
 }
 
-void MSG_INTERNAL_ERROR::report(const std::string& condition, const std::string& module,
-                                const std::string& unit, int line)
+void MSG_INTERNAL_ERROR::report(const std::string& condition, const std::string& module, const std::string& unit,
+                                int line)
 {
     throw MSG_INTERNAL_ERROR(condition, module, unit, line);
 }

@@ -15,8 +15,8 @@ public:
 
     // Throws a MSG_INTERNAL_ERROR. `unit` may be a source file path: it is
     // reduced to the file name without directory and extension.
-    [[noreturn]] static void report(const std::string& condition, const std::string& module,
-                                    const std::string& unit, int line);
+    [[noreturn]] static void report(const std::string& condition, const std::string& module, const std::string& unit,
+                                    int line);
 
     const std::string& condition() const noexcept { return m_condition; }
     const std::string& module() const noexcept { return m_module; }

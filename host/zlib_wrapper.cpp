@@ -23,8 +23,7 @@ int zlib_uncompress(BYTE* dest, DWORD* dest_len, const BYTE* src, DWORD src_len)
 
     int status = ::inflate(&stream, Z_FINISH);
     DWORD produced = *dest_len - stream.avail_out;
-    if ((status == Z_OK || status == Z_BUF_ERROR) && stream.avail_out == 0 &&
-        *dest_len != 0xFFFFFFFFu) {
+    if ((status == Z_OK || status == Z_BUF_ERROR) && stream.avail_out == 0 && *dest_len != 0xFFFFFFFFu) {
         // The destination is full: one more byte tells whether the stream
         // really goes on or merely ended exactly at the capacity.
         BYTE probe;

@@ -38,11 +38,10 @@ const MOXDEV_SFL_FLASH_INFO* user_flash(const MOXDEV_FLASH_MANAGER& manager);
 // The index of the record the manager would bind to `id_count` ID bytes read
 // from a chip (a record that indexes a byte beyond them does not match),
 // INVALID_DWORD when none does. Binds nothing.
-DWORD find_flash_index(const MOXDEV_FLASH_MANAGER& manager, bool silicon_id_mode, const BYTE* id_bytes,
-                       DWORD id_count);
+DWORD find_flash_index(const MOXDEV_FLASH_MANAGER& manager, bool silicon_id_mode, const BYTE* id_bytes, DWORD id_count);
 // That record, or null.
-const MOXDEV_SFL_FLASH_INFO* find_flash(const MOXDEV_FLASH_MANAGER& manager, bool silicon_id_mode,
-                                        const BYTE* id_bytes, DWORD id_count);
+const MOXDEV_SFL_FLASH_INFO* find_flash(const MOXDEV_FLASH_MANAGER& manager, bool silicon_id_mode, const BYTE* id_bytes,
+                                        DWORD id_count);
 
 // Binds device `device_index` of the chain as flash_id_database_mapping()
 // does, for `id_count` bytes: true when a record matched; otherwise the

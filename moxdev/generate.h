@@ -13,8 +13,7 @@ namespace moxdev {
 // internal errors are thrown as they are, and nothing is left behind); the
 // number of records written in `records`. False, with `error`, when the
 // output cannot be written.
-bool generate_device_database(const std::string& csv, const std::string& out, unsigned& records,
-                              std::string& error);
+bool generate_device_database(const std::string& csv, const std::string& out, unsigned& records, std::string& error);
 // The same for MOXDEV_FLASH_MANAGER::generate_flash_database.
 bool generate_flash_database(const std::string& csv, const std::string& out, std::string& error);
 

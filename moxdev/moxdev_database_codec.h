@@ -99,16 +99,15 @@ protected:
     // Reads a whole database file, checks its magic and identifier and returns
     // the inflated payload. `file_variable` is the name under which the file
     // appears in the condition text of a missing file ("device_file").
-    PAYLOAD read_database_file(const FIO_PATH& path, const char* file_variable,
-                               const char* magic, const std::string& identifier) const;
+    PAYLOAD read_database_file(const FIO_PATH& path, const char* file_variable, const char* magic,
+                               const std::string& identifier) const;
 
     // Starts a database image: the 44-byte plain header with a payload size
     // of 0, which finish_database_image() fills in, then the payload header
     // (version, record count, fields per record). Room is set aside for
     // `expected_size` payload bytes.
-    MOXDEV_FIELD_WRITER start_database_image(const char* magic, const std::string& identifier,
-                                             DWORD record_count, DWORD field_count,
-                                             std::size_t expected_size) const;
+    MOXDEV_FIELD_WRITER start_database_image(const char* magic, const std::string& identifier, DWORD record_count,
+                                             DWORD field_count, std::size_t expected_size) const;
     // Sets the header's payload size from what was written; returns it.
     DWORD finish_database_image(MOXDEV_FIELD_WRITER& image) const;
 

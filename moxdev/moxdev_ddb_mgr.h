@@ -60,8 +60,7 @@ public:
     // itself when unknown, unless no_fallback.
     static std::string get_package_name(const std::string& name, bool no_fallback);
     // The device name (KX100F484 or KX100F484C6 -> KX100).
-    static std::string get_mox_name(const std::string& name, bool skip_package_conversion,
-                                    bool no_fallback);
+    static std::string get_mox_name(const std::string& name, bool skip_package_conversion, bool no_fallback);
     // The user-visible family name, or "".
     static std::string get_family(const std::string& name);
     // The first catalogue part configuration name of a programmer part name.

@@ -41,16 +41,14 @@ extern const MOXDEV_MANAGER_TYPE MOXDEV_DEVICE_FIELD_TYPES[TOTAL_DEVICE_DATABASE
 template <class RECORD, class VISITOR>
 void moxdev_for_each_device_field(RECORD& record, VISITOR&& visit)
 {
-#define MOXDEV_DEVICE_FIELD(name, stream_type, type)                                            \
-    visit(#name, MOXDEV_MANAGER_##stream_type, record.name);
+#define MOXDEV_DEVICE_FIELD(name, stream_type, type) visit(#name, MOXDEV_MANAGER_##stream_type, record.name);
 #include "moxdev/moxdev_device_info_fields.def"
 }
 
 // The fields of `record` as (name, text) pairs in record order, the way the
 // device CSV would spell them; catalogue values are shown as identifier and
 // number, e.g. "KESTREL_II (5)".
-std::vector<std::pair<std::string, std::string>>
-moxdev_device_info_to_text(const MOXDEV_DEVICE_INFO& record);
+std::vector<std::pair<std::string, std::string>> moxdev_device_info_to_text(const MOXDEV_DEVICE_INFO& record);
 
 // An entry of the part list: the programming-file name of one part.
 struct MOXDEV_PART_LIST_ENTRY {
@@ -116,8 +114,7 @@ protected:
 
     DWORD check_device_file(FIO_PATH csv_file, DWORD& device_count);
     void dump_to_database(BYTE*& data, DWORD& index, std::vector<std::string> cells);
-    void dump_enum_to_database(BYTE*& data, DWORD& index, std::string type_name,
-                               std::string value);
+    void dump_enum_to_database(BYTE*& data, DWORD& index, std::string type_name, std::string value);
     // Appends the family, device and part index tables to a database image
     // and fills the manager's tables with the same entries.
     void print_table(MOXDEV_FIELD_WRITER& out);
@@ -149,9 +146,11 @@ private:
     // and never more than were loaded.
     DWORD scan_limit() const;
     // Sets m_index to the first record (within scan_limit) that matches.
-    template <class PREDICATE> bool find_record(PREDICATE matches);
+    template <class PREDICATE>
+    bool find_record(PREDICATE matches);
     // Finds the record named by the first part-list entry that matches.
-    template <class PREDICATE> bool search_pcf_of_first_entry(PREDICATE matches);
+    template <class PREDICATE>
+    bool search_pcf_of_first_entry(PREDICATE matches);
     // A copy of the record that `table` names for `value`, or null.
     MOXDEV_DEVICE_INFO* copy_of_table_entry(const std::vector<DWORD>& table, DWORD value);
     void send_missing_family_notice(DEV_FAMILY_ENUM family) const;

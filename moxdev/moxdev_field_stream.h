@@ -45,8 +45,7 @@ public:
     // reported under the source unit `unit`.
     MOXDEV_FIELD_READER(const BYTE* data, DWORD size, const char* unit, DWORD position = 0)
         : m_data(data), m_size(size), m_position(position), m_unit(unit)
-    {
-    }
+    {}
 
     // Reads bytes whose extent the caller vouches for.
     static MOXDEV_FIELD_READER unbounded(const BYTE* data, DWORD position, const char* unit)
@@ -140,10 +139,7 @@ public:
 
     [[noreturn]] void fail(const std::string& condition, int line) const;
 
-    static DWORD little_endian(const BYTE* bytes)
-    {
-        return moxdev::bytes::load_le32(bytes);
-    }
+    static DWORD little_endian(const BYTE* bytes) { return moxdev::bytes::load_le32(bytes); }
 
 private:
     void require(DWORD count, int line) const
@@ -176,10 +172,7 @@ public:
 
     // Untagged values.
     void put_byte(BYTE value) { m_bytes.push_back(value); }
-    void put_dword(DWORD value)
-    {
-        moxdev::bytes::append_le(m_bytes, value, 4);
-    }
+    void put_dword(DWORD value) { moxdev::bytes::append_le(m_bytes, value, 4); }
     void put_bytes(const void* data, std::size_t count)
     {
         const BYTE* bytes = static_cast<const BYTE*>(data);
@@ -227,8 +220,23 @@ inline DWORD moxdev_records_room(DWORD count, const MOXDEV_FIELD_READER& in, DWO
 
 // Reads the field that a record member of this type holds (texts may be
 // empty): the one dispatch both managers' record readers share.
-inline void moxdev_read_field(MOXDEV_FIELD_READER& in, std::string& value) { in.string_field(true, value); }
-inline void moxdev_read_field(MOXDEV_FIELD_READER& in, bool& value) { value = in.bool_field(); }
-inline void moxdev_read_field(MOXDEV_FIELD_READER& in, BYTE& value) { value = in.byte_field(); }
-inline void moxdev_read_field(MOXDEV_FIELD_READER& in, WORD& value) { value = in.word_field(); }
-inline void moxdev_read_field(MOXDEV_FIELD_READER& in, DWORD& value) { value = in.dword_field(); }
+inline void moxdev_read_field(MOXDEV_FIELD_READER& in, std::string& value)
+{
+    in.string_field(true, value);
+}
+inline void moxdev_read_field(MOXDEV_FIELD_READER& in, bool& value)
+{
+    value = in.bool_field();
+}
+inline void moxdev_read_field(MOXDEV_FIELD_READER& in, BYTE& value)
+{
+    value = in.byte_field();
+}
+inline void moxdev_read_field(MOXDEV_FIELD_READER& in, WORD& value)
+{
+    value = in.word_field();
+}
+inline void moxdev_read_field(MOXDEV_FIELD_READER& in, DWORD& value)
+{
+    value = in.dword_field();
+}

@@ -24,9 +24,9 @@ enum MOXDEV_PARAM_TYPE : DWORD {
 
 // The data sets of the container.
 enum MOXDEV_FLASH_INI_ENUM : DWORD {
-    MOXDEV_FLASH_INI_SET_0 = 0,     // kept as it is by every rewrite
-    MOXDEV_FLASH_INI_HPS_SPI = 1,   // user HPS SPI flash records
-    MOXDEV_FLASH_INI_HPS_NAND = 2,  // user HPS NAND flash records
+    MOXDEV_FLASH_INI_SET_0 = 0,    // kept as it is by every rewrite
+    MOXDEV_FLASH_INI_HPS_SPI = 1,  // user HPS SPI flash records
+    MOXDEV_FLASH_INI_HPS_NAND = 2, // user HPS NAND flash records
 };
 
 class MOXDEV_FLASH_INI {
@@ -49,10 +49,9 @@ public:
     // asked; "-1" is the type's maximum), optionally a power of two, within a
     // range list, outside a hit list, then scaled (shifted or multiplied).
     // False with a readable message in `error` when the answer is refused.
-    static bool convert_string_to_qword(MOXDEV_PARAM_TYPE type, QWORD& value, bool hex,
-                                        std::string string, bool power_of_2, const DWORD* range_list,
-                                        const DWORD* hit_list, bool shift, DWORD multiple,
-                                        std::string& error);
+    static bool convert_string_to_qword(MOXDEV_PARAM_TYPE type, QWORD& value, bool hex, std::string string,
+                                        bool power_of_2, const DWORD* range_list, const DWORD* hit_list, bool shift,
+                                        DWORD multiple, std::string& error);
 
     // The text of one parameter.
     static std::string print_flash_ini_data(MOXDEV_PARAM_TYPE type, bool hex, void* value);

@@ -41,16 +41,14 @@ extern const MOXDEV_MANAGER_TYPE MOXDEV_FLASH_FIELD_TYPES[TOTAL_DATABASE_MEMBER]
 template <class RECORD, class VISITOR>
 void moxdev_for_each_flash_field(RECORD& record, VISITOR&& visit)
 {
-#define MOXDEV_FLASH_FIELD(name, stream_type, type)                                             \
-    visit(#name, MOXDEV_MANAGER_##stream_type, record.name);
+#define MOXDEV_FLASH_FIELD(name, stream_type, type) visit(#name, MOXDEV_MANAGER_##stream_type, record.name);
 #include "moxdev/moxdev_flash_info_fields.def"
 }
 
 // The fields of `record` as (name, text) pairs in record order: ID bytes and
 // masks in hex, "none" for an unused index, divisor or bottom value (255),
 // sizes and times in decimal, flags as "true" or "false".
-std::vector<std::pair<std::string, std::string>>
-moxdev_flash_info_to_text(const MOXDEV_SFL_FLASH_INFO& record);
+std::vector<std::pair<std::string, std::string>> moxdev_flash_info_to_text(const MOXDEV_SFL_FLASH_INFO& record);
 
 namespace moxdev::detail {
 // The project's own flash functions (moxdev/flash.h, moxdev/user_flash.h)

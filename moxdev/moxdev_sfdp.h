@@ -27,16 +27,16 @@
 constexpr std::size_t MOXDEV_SFDP_MAX_BYTES = 64 * 1024;
 
 struct MOXDEV_SFDP_PARAMETER_HEADER {
-    WORD id = 0;          // MSB from byte 7, LSB from byte 0: 0xFF00 for the BFPT
-    BYTE major = 0;       // table revision
+    WORD id = 0;    // MSB from byte 7, LSB from byte 0: 0xFF00 for the BFPT
+    BYTE major = 0; // table revision
     BYTE minor = 0;
-    DWORD length = 0;     // in DWORDs
-    DWORD pointer = 0;    // byte address of the table
+    DWORD length = 0;  // in DWORDs
+    DWORD pointer = 0; // byte address of the table
 };
 
 struct MOXDEV_SFDP_ERASE_TYPE {
-    BYTE type = 0;        // 1 to 4
-    DWORD size = 0;       // bytes
+    BYTE type = 0;  // 1 to 4
+    DWORD size = 0; // bytes
     BYTE opcode = 0;
     std::optional<DWORD> typical_ms;
     std::optional<DWORD> max_ms;
@@ -84,7 +84,7 @@ struct MOXDEV_SFDP_ASSUMPTIONS {
 
 struct MOXDEV_SFDP_RECORD {
     MOXDEV_SFL_FLASH_INFO record;
-    std::vector<std::string> assumed;  // names of the fields SFDP did not give
+    std::vector<std::string> assumed; // names of the fields SFDP did not give
     std::vector<std::string> warnings;
 };
 
@@ -96,6 +96,5 @@ std::string moxdev_jedec_maker(BYTE code);
 // and the six hex digits of the ID. `maker` is the manufacturer name; empty
 // looks the code up. Returns false with `error` when the facts cannot make
 // a usable record (no erase type, a density the record cannot hold).
-bool moxdev_sfdp_record(const MOXDEV_SFDP& sfdp, const BYTE id[3], const std::string& name,
-                        const std::string& maker, const MOXDEV_SFDP_ASSUMPTIONS& assumptions,
-                        MOXDEV_SFDP_RECORD& result, std::string& error);
+bool moxdev_sfdp_record(const MOXDEV_SFDP& sfdp, const BYTE id[3], const std::string& name, const std::string& maker,
+                        const MOXDEV_SFDP_ASSUMPTIONS& assumptions, MOXDEV_SFDP_RECORD& result, std::string& error);

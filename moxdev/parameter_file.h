@@ -30,9 +30,8 @@ inline constexpr DWORD DEFAULT_LOCK_TIMEOUT_MS = 10000;
 // had within `lock_timeout_ms`, `change` refuses, or the file cannot be
 // written; the earlier file is then as it was.
 bool update_parameter_set(MOXDEV_FLASH_INI_ENUM set,
-                          const std::function<bool(std::vector<BYTE>&, std::string&)>& change,
-                          std::string& error, std::string* moved_aside = nullptr,
-                          DWORD lock_timeout_ms = DEFAULT_LOCK_TIMEOUT_MS);
+                          const std::function<bool(std::vector<BYTE>&, std::string&)>& change, std::string& error,
+                          std::string* moved_aside = nullptr, DWORD lock_timeout_ms = DEFAULT_LOCK_TIMEOUT_MS);
 
 // The parameter file's path.
 std::string parameter_file_path();

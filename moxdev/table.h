@@ -67,8 +67,7 @@ struct TABLE_PROBLEM {
 };
 
 // "FILE:LINE: column N (FIELD): REASON" (the parts that apply).
-std::string table_problem_text(const std::string& path, const TABLE_PROBLEM& problem,
-                               const char* const* field_names);
+std::string table_problem_text(const std::string& path, const TABLE_PROBLEM& problem, const char* const* field_names);
 
 // ---------------------------------------------------------------- flash table
 // Line 0 names each column's type, line 1 its field; lines 2 to 7 describe the

@@ -54,7 +54,6 @@ struct USER_FLASH_DEFINITION {
 // again; answers are trimmed; a name may not hold '@', '#' or ';'; the three
 // ID byte positions must differ. False, with the reason in `error`, when the
 // answers end before the last question.
-bool define_user_flash(std::istream& in, std::ostream& out, USER_FLASH_DEFINITION& definition,
-                       std::string& error);
+bool define_user_flash(std::istream& in, std::ostream& out, USER_FLASH_DEFINITION& definition, std::string& error);
 
 } // namespace moxdev

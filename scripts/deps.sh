@@ -5,7 +5,7 @@
 set -euo pipefail
 
 packages=(
-  cmake ninja-build g++ clang-14 pkg-config
+  cmake ninja-build g++ clang-14 clang-format-14 pkg-config
   zlib1g-dev libfmt-dev libcli11-dev nlohmann-json3-dev libssl-dev
   libgtest-dev libgmock-dev libbenchmark-dev libabsl-dev help2man
   "$@"

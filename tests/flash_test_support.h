@@ -22,17 +22,17 @@ struct FLASH_TABLE {
             lines[1].push_back(MOXDEV_FLASH_FIELD_NAMES[i]);
         }
         using ROW = std::vector<std::string>;
-        lines.insert(lines.end(), {{"test", "table"}, {"notes"}, ROW(33, "unit"), ROW(33, "meaning"),
-                                   ROW(33, "source"), {"end"}});
+        lines.insert(lines.end(),
+                     {{"test", "table"}, {"notes"}, ROW(33, "unit"), ROW(33, "meaning"), ROW(33, "source"), {"end"}});
     }
 
     // A typical 128-Mbit chip (ID 20 BA 18), changed by `fields`.
     void add(const std::map<std::string, std::string>& fields)
     {
         static const char* const typical[TOTAL_DATABASE_MEMBER] = {
-            "MICRON", "TESTCHIP", "FALSE", "0x18", "2", "0xBA", "1", "0x20", "0", "40", "TRUE", "NONE",
-            "FALSE", "TRUE", "FALSE", "FALSE", "FALSE", "TRUE", "1", "134217728", "65536", "FALSE",
-            "FALSE", "250", "1", "1800", "0x5C", "0x5C", "0x00", "255", "5", "TRUE", "3.3V"};
+            "MICRON", "TESTCHIP", "FALSE", "0x18",  "2",     "0xBA",  "1",    "0x20", "0",         "40",    "TRUE",
+            "NONE",   "FALSE",    "TRUE",  "FALSE", "FALSE", "FALSE", "TRUE", "1",    "134217728", "65536", "FALSE",
+            "FALSE",  "250",      "1",     "1800",  "0x5C",  "0x5C",  "0x00", "255",  "5",         "TRUE",  "3.3V"};
         lines.emplace_back(typical, typical + TOTAL_DATABASE_MEMBER);
         const char* const* names = MOXDEV_FLASH_FIELD_NAMES;
         for (const auto& [name, value] : fields) // an unknown name throws
@@ -50,8 +50,8 @@ struct FLASH_TABLE {
         }
         write_text(dir.file("flash.csv"), text);
         std::filesystem::create_directories(dir.file("programmer"));
-        moxdev::empty_flash_manager()
-            .generate_flash_database(dir.file("flash.csv"), dir.file("programmer/mox_flash.pcf"));
+        moxdev::empty_flash_manager().generate_flash_database(dir.file("flash.csv"),
+                                                              dir.file("programmer/mox_flash.pcf"));
     }
 
     // [0] field types, [1] field names, [2] to [7] heading text, then records.

@@ -58,8 +58,8 @@ std::string opn_from_hash(QWORD hash)
     for (int part = DEV_PART_INVALID + 1; part != DEV_PART_GENERIC && part != DEV_PART_MAX; ++part) {
         std::string name = dstr_get_user_string(part);
         stl_toupper(name);
-        std::unique_ptr<BYTE[]> digest(MOX_COMMON::get_block_sha(
-            reinterpret_cast<const BYTE*>(name.data()), DWORD(name.size()), 32));
+        std::unique_ptr<BYTE[]> digest(
+            MOX_COMMON::get_block_sha(reinterpret_cast<const BYTE*>(name.data()), DWORD(name.size()), 32));
         const DWORD low = moxdev::bytes::load_le32(digest.get());
         const WORD high = moxdev::bytes::load_le16(digest.get() + 4);
         if (low == DWORD(hash) && high == WORD(hash >> 32))
@@ -96,8 +96,7 @@ std::string possible_full_name(std::string name)
 
 DWORD opn_enum_of(int part)
 {
-    const std::vector<DWORD> table =
-        moxdev_decode_opn_image(MOXDDB_OPN_DATA, MOXDDB_OPN_CMP_LENGTH, MOXDDB_OPN_LENGTH);
+    const std::vector<DWORD> table = moxdev_decode_opn_image(MOXDDB_OPN_DATA, MOXDDB_OPN_CMP_LENGTH, MOXDDB_OPN_LENGTH);
     for (DWORD i = 0; i < table.size(); ++i) {
         if (table[i] == DWORD(part))
             return i;

@@ -107,9 +107,10 @@ TEST(Cli, HelpUsageErrorsAndStatuses)
     });
     // Every command explains itself: a one-line description, then the usage.
     for (const char* command :
-         {"device", "device show", "device list", "device generate", "flash", "flash list", "flash identify",
-          "flash define", "flash decode", "flash generate", "name", "opn", "type", "image", "image check",
-          "image build", "hps", "hps list", "hps add", "hps remove", "hps clear", "hps select"}) {
+         {"device",         "device show",  "device list",  "device generate", "flash", "flash list",
+          "flash identify", "flash define", "flash decode", "flash generate",  "name",  "opn",
+          "type",           "image",        "image check",  "image build",     "hps",   "hps list",
+          "hps add",        "hps remove",   "hps clear",    "hps select"}) {
         std::string output;
         ASSERT_EQ(dir.run("moxdev " + std::string(command) + " --help", output), 0) << command;
         const std::size_t usage = output.find("\nUsage: moxdev " + std::string(command) + " ");
@@ -117,9 +118,9 @@ TEST(Cli, HelpUsageErrorsAndStatuses)
     }
     // With --json a refusal leaves standard output empty; the library may
     // explain itself first, the error is the last line.
-    for (const char* arguments : {"device show NO_SUCH_NAME", "flash identify 12 34 56", "flash decode rubbish",
-                                  "name NOSUCHTHING", "opn 0x1", "type block 0", "hps select 12345678",
-                                  "image check missing"}) {
+    for (const char* arguments :
+         {"device show NO_SUCH_NAME", "flash identify 12 34 56", "flash decode rubbish", "name NOSUCHTHING", "opn 0x1",
+          "type block 0", "hps select 12345678", "image check missing"}) {
         std::string output;
         EXPECT_EQ(dir.run("moxdev " + std::string(arguments) + " --json 2>err.txt", output, true), 1) << arguments;
         EXPECT_EQ(output, "") << arguments;
@@ -188,17 +189,20 @@ TEST(CliDevice, ShowListAndGenerateAnswerOrRefuseInPlainWords)
          1, "moxdev: bad.csv:3: 87 cells, a device table line has 86\n"},
         {"awk -F, -v OFS=, 'NR==3{$34=\"256\"}1' data/mox_dev_info.csv > bad.csv; "
          "moxdev device generate bad.csv bad.pcf",
-         1, "moxdev: bad.csv:3: column 34 (ps_cmp_dclk_ratio): '256' is not a number of 0 to 255 "
-            "(a BYTE field)\n"},
+         1,
+         "moxdev: bad.csv:3: column 34 (ps_cmp_dclk_ratio): '256' is not a number of 0 to 255 "
+         "(a BYTE field)\n"},
         {"awk -F, -v OFS=, 'NR==3{$1=\"WREN_1\"}1' data/mox_dev_info.csv > bad.csv; "
          "moxdev device generate bad.csv bad.pcf",
          1, "moxdev: bad.csv:3: column 1 (family): 'WREN_1' is no family the table may name (did you mean"},
         {"test -e bad.pcf || echo none", 0, "none\n"},
     });
     // One line per family, device or part value (the invalid one left out).
-    const std::pair<std::string, std::size_t> listings[] = {
-        {"--by family", DEV_FAMILY_MAX - 1}, {"--by device", DEV_DEVICE_MAX - 1}, {"--by part", DEV_PART_MAX - 1},
-        {"--family 'kestrel ii' --by device", 18}, {"--family kestrel_ii --device kxb100 --by part", 18}};
+    const std::pair<std::string, std::size_t> listings[] = {{"--by family", DEV_FAMILY_MAX - 1},
+                                                            {"--by device", DEV_DEVICE_MAX - 1},
+                                                            {"--by part", DEV_PART_MAX - 1},
+                                                            {"--family 'kestrel ii' --by device", 18},
+                                                            {"--family kestrel_ii --device kxb100 --by part", 18}};
     for (const auto& [arguments, lines] : listings) {
         std::string output;
         ASSERT_EQ(dir.run("moxdev device list " + arguments, output), 0) << arguments << "\n" << output;
@@ -260,7 +264,8 @@ TEST(CliNaming, EveryPrintedFormIsAcceptedAndUnknownNamesOfferTheClosest)
         EXPECT_EQ(dir.run("moxdev device show " + value, output), 0) << label << " " << value << "\n" << output;
         // The family's record, or a list holding the family or the device.
         EXPECT_TRUE(output.find("KESTREL_II") != std::string::npos || output.find("KXB120 ") != std::string::npos)
-            << value << "\n" << output;
+            << value << "\n"
+            << output;
         EXPECT_EQ(dir.run("moxdev name " + value, output), 0) << value << "\n" << output;
         EXPECT_NE(output.find("KX_FAMILY"), std::string::npos) << value << "\n" << output;
         ++checked;
@@ -411,8 +416,9 @@ TEST(CliFlash, IdentifyListShowAndGenerateAnswerOrRefuse)
         {"moxdev flash identify 00 00 00", 1,
          "moxdev: no known flash matches 00 00 00 (device ID: manufacturer, type, capacity)\nhint: all bytes 00: no "
          "chip answered; check the wiring, the chip select and the power of the flash\n"},
-        {"moxdev flash identify EF 40 99", 1, "\nhint: this maker and type are known with the capacity bytes 12 "
-                                              "W25Q20CL, 13 W25Q40BV, 14 W25Q80BV,"},
+        {"moxdev flash identify EF 40 99", 1,
+         "\nhint: this maker and type are known with the capacity bytes 12 "
+         "W25Q20CL, 13 W25Q40BV, 14 W25Q80BV,"},
         {"moxdev flash show nosuchchip", 1, "moxdev: no flash named 'nosuchchip'\n"},
         {"moxdev flash list 'ZZ*'", 1, "moxdev: no flash record named ZZ* (--all also lists the switched-off ones)\n"},
         {"moxdev flash list 'W25Q*' --maker micron", 1,
@@ -534,9 +540,9 @@ TEST(CliFlash, TextAndJsonShowTheSameValues)
 TEST(CliFlash, DialogueAsksAgainAndStoresOnlyUsableValues)
 {
     // Good answers, with "none"-style answers for the three optional fields.
-    std::vector<std::string> answers = {"acme", "chip1", "19", "2", "BA", "-1", "20", "0", "n", "y", "n", "n",
-                                        "n", "y", "1", "256", "64", "400", "3", "1800", "5C", "5C", "0",
-                                        "ff", "none", "y", "3.3v"};
+    std::vector<std::string> answers = {"acme", "chip1", "19", "2",  "BA", "-1", "20",   "0",  "n",
+                                        "y",    "n",     "n",  "n",  "y",  "1",  "256",  "64", "400",
+                                        "3",    "1800",  "5C", "5C", "0",  "ff", "none", "y",  "3.3v"};
     // A refused answer before each of some good ones: the question comes again.
     const std::pair<std::size_t, const char*> refused[] = {
         {0, "ac@me"}, {1, "chip#1"}, {26, "3.3;V"}, {3, "3"}, {7, "2"}, {23, "2"}, {24, "8"}, {15, "3"}, {8, "yes"}};
@@ -587,7 +593,8 @@ TEST(CliFlash, DialogueAsksAgainAndStoresOnlyUsableValues)
          "moxdev: the answers ended before 'Device Name' was answered"},
         {"moxdev flash define --input missing.txt", 1, "moxdev: cannot read 'missing.txt'\n"},
         // One chip, ID 20 BA 19, for the JSON below.
-        {"printf '1\\nacme\\nmychip\\n19\\n2\\nBA\\n1\\n20\\n0\\nn\\ny\\nn\\nn\\nn\\ny\\n1\\n256\\n64\\n400\\n3\\n1800\\n5C"
+        {"printf "
+         "'1\\nacme\\nmychip\\n19\\n2\\nBA\\n1\\n20\\n0\\nn\\ny\\nn\\nn\\nn\\ny\\n1\\n256\\n64\\n400\\n3\\n1800\\n5C"
          "\\n5C\\n0\\n4\\n5\\ny\\n3.3V\\n' | moxdev flash define | "
          "sed -n \"s/^  export MOX_SUPPORT_EXT_SPI_DEV='\\(.*\\)'$/\\1/p\" > value.txt",
          0, ""},
@@ -667,10 +674,11 @@ TEST(CliShell, InstallCarriesTheCompletionsAndTheManPage)
     dir.expect({
         {"moxdev completion bash | cmp - '" + build + "/share/bash-completion/completions/moxdev' && echo same", 0,
          "same\n"},
-        {"cmake --install '" + build + "' --prefix prefix > /dev/null && cd prefix/share && "
-         "moxdev completion bash | cmp - bash-completion/completions/moxdev && moxdev completion zsh | "
-         "cmp - zsh/site-functions/_moxdev && cmp man/man1/moxdev.1 '" + build +
-             "/share/man/man1/moxdev.1' && echo same",
+        {"cmake --install '" + build +
+             "' --prefix prefix > /dev/null && cd prefix/share && "
+             "moxdev completion bash | cmp - bash-completion/completions/moxdev && moxdev completion zsh | "
+             "cmp - zsh/site-functions/_moxdev && cmp man/man1/moxdev.1 '" +
+             build + "/share/man/man1/moxdev.1' && echo same",
          0, "same\n"},
     });
 }

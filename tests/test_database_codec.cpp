@@ -64,9 +64,9 @@ TEST(FieldStream, WritesAndReadsTaggedLittleEndianValues)
     out.string_field(false, "ab", MOXDEV_MANAGER_DEVID_STR);
     out.put_dword(0xA1B2C3D4);
     out.marker("END1");
-    const BYTES stream{0x00, 1,    0,    0,    0,    0x06, 0x78, 0x56, 0x34, 0x12, 0x07, 3,   0,   0,   0,
-                       0x05, 0x34, 0x12, 0x04, 0x7F, 0x03, 1,    0x03, 0,    0x03, 0,    0x02, 0,   0x01, 2,
-                       'a',  'b',  0xD4, 0xC3, 0xB2, 0xA1, 'E',  'N',  'D',  '1'};
+    const BYTES stream{0x00, 1,    0,    0,    0,    0x06, 0x78, 0x56, 0x34, 0x12, 0x07, 3,  0,    0,
+                       0,    0x05, 0x34, 0x12, 0x04, 0x7F, 0x03, 1,    0x03, 0,    0x03, 0,  0x02, 0,
+                       0x01, 2,    'a',  'b',  0xD4, 0xC3, 0xB2, 0xA1, 'E',  'N',  'D',  '1'};
     ASSERT_EQ(out.bytes(), stream);
 
     MOXDEV_FIELD_READER in(stream.data(), DWORD(stream.size()), UNIT);
@@ -110,16 +110,19 @@ TEST(FieldStream, BadInputIsRefusedWithItsCondition)
     const std::tuple<BYTES, void (*)(R&, W&), const char*> cases[] = {
         {{}, [](R&, W& w) { w.value_field("1", 3); }, "size == 1 || size == 2 || size == 4"},
         {{}, [](R&, W& w) { w.string_field(false, "", MOXDEV_MANAGER_STRING); }, "string.size() > 0 || allow_empty"},
-        {{}, [](R&, W& w) { w.string_field(true, "x", MOXDEV_MANAGER_BOOL); },
+        {{},
+         [](R&, W& w) { w.string_field(true, "x", MOXDEV_MANAGER_BOOL); },
          "type == MOXDEV_MANAGER_DEVID_STR || type == MOXDEV_MANAGER_STRING"},
         {{0x03, 2}, [](R& in, W&) { in.bool_field(); }, "value == 0 || value == 1"},
         {{0x04, 2}, [](R& in, W&) { in.bool_field(); }, "type == MOXDEV_MANAGER_BOOL"},
-        {{0x05, 1, 2}, [](R& in, W&) { in.dword_field(); },
+        {{0x05, 1, 2},
+         [](R& in, W&) { in.dword_field(); },
          "type == MOXDEV_MANAGER_DEVID_ENUM || type == MOXDEV_MANAGER_DWORD || type == MOXDEV_MANAGER_ENUM"},
         {{0x06, 1, 2}, [](R& in, W&) { in.word_field(); }, "type == MOXDEV_MANAGER_WORD"},
         {{0x03, 1}, [](R& in, W&) { in.byte_field(); }, "type == MOXDEV_MANAGER_BYTE"},
         {{0x02, 0}, [](R& in, W&) { in.string_field(false, sink); }, "allow_empty"},
-        {{0x03, 0}, [](R& in, W&) { in.string_field(true, sink); },
+        {{0x03, 0},
+         [](R& in, W&) { in.string_field(true, sink); },
          "type == MOXDEV_MANAGER_DEVID_STR || type == MOXDEV_MANAGER_STRING"},
         {{'E', 'N', 'X', '1'}, [](R& in, W&) { in.record_end(); }, "data[index++] == 'D'"},
         {{'E', 'N', 'D', '1'}, [](R& in, W&) { in.database_end(); }, "data[index++] == '2'"},

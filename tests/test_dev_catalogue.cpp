@@ -25,13 +25,13 @@ std::vector<int> real_parts()
     return parts;
 }
 
-std::vector<int> filter(const std::string& family, const std::string& package = "ANY",
-                        bool production_only = false, bool current_only = false,
-                        bool listed_only = false, const std::string& option = "ANY")
+std::vector<int> filter(const std::string& family, const std::string& package = "ANY", bool production_only = false,
+                        bool current_only = false, bool listed_only = false, const std::string& option = "ANY")
 {
     std::vector<int> parts{-1};
     EXPECT_TRUE(DEV_PART_MANAGER().filter_part_list(parts, family, package, "ANY", "any", "Any", production_only,
-                                                    current_only, listed_only, option)) << family;
+                                                    current_only, listed_only, option))
+        << family;
     return parts;
 }
 
@@ -118,8 +118,8 @@ TEST(Catalogue, FiltersSelectExactlyThePartsTheirAttributesName)
     EXPECT_EQ(filter("ANY", "ANY", false, false, false, "n"), select([](int, A a) { return a.option == "N"; }));
 
     std::vector<int> parts{1};
-    EXPECT_FALSE(DEV_PART_MANAGER().filter_part_list(parts, "NO_SUCH_FAMILY", "ANY", "ANY", "ANY",
-                                                     "ANY", false, false, false, "ANY"));
+    EXPECT_FALSE(DEV_PART_MANAGER().filter_part_list(parts, "NO_SUCH_FAMILY", "ANY", "ANY", "ANY", "ANY", false, false,
+                                                     false, "ANY"));
     EXPECT_TRUE(parts.empty());
 }
 
@@ -195,7 +195,10 @@ TEST(CatalogueFiles, PartListIsInSyncWithTheDescription)
     std::string output;
     const std::string catalogue = source_path("data/catalogue.txt");
     ASSERT_EQ(run_command(std::string(MOXDEV_GEN_CATALOGUE) + " " + catalogue + " " + dir.path() + " --part-list " +
-                              dir.file("parts.txt"), output, true), 0) << output;
+                              dir.file("parts.txt"),
+                          output, true),
+              0)
+        << output;
     EXPECT_TRUE(read_bytes(dir.file("parts.txt")) == read_bytes(source_path("data/h/mox_parts.txt")))
         << "run `cmake --build build --target update_part_list` after changing data/catalogue.txt";
 }

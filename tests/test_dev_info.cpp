@@ -37,9 +37,18 @@ std::size_t column(const std::string& name)
     return std::find(names, names + TOTAL_DEVICE_DATABASE_MEMBER, name) - names;
 }
 
-DEV_FAMILY_ENUM family(const char* name) { return dstr_get_dev_family_enum_by_string(name); }
-DEV_DEVICE_ENUM device(const char* name) { return dstr_get_dev_device_enum_by_string(name); }
-int part(const char* name) { return dstr_get_dev_part_enum_by_string(name); }
+DEV_FAMILY_ENUM family(const char* name)
+{
+    return dstr_get_dev_family_enum_by_string(name);
+}
+DEV_DEVICE_ENUM device(const char* name)
+{
+    return dstr_get_dev_device_enum_by_string(name);
+}
+int part(const char* name)
+{
+    return dstr_get_dev_part_enum_by_string(name);
+}
 
 // A database directory and an install directory of the test's own: files
 // installed there are what a manager built with loading finds.
@@ -189,8 +198,7 @@ TEST_F(DevInfoFiles, DamagedFilesAreRefused)
         {"family table tag", in_payload(set(tables, MOXDEV_MANAGER_DEVICE_TBL)),
          "data[index++] == MOXDEV_MANAGER_FAMILY_TBL"},
         {"family table count", in_payload(set(tables + 1, 75)), "get_dword(data, index) == DWORD(DEV_FAMILY_MAX)"},
-        {"device table count", in_payload(set(device_table + 1, 0)),
-         "get_dword(data, index) == DWORD(DEV_DEVICE_MAX)"},
+        {"device table count", in_payload(set(device_table + 1, 0)), "get_dword(data, index) == DWORD(DEV_DEVICE_MAX)"},
         {"part table tag", in_payload(set(part_table, MOXDEV_MANAGER_FAMILY_TBL)),
          "data[index++] == MOXDEV_MANAGER_PART_TBL"},
         {"part table count", in_payload(set(part_table + 1, payload[part_table + 1] ^ 1)),
@@ -295,7 +303,8 @@ TEST_F(DevInfoFiles, FamilyWithoutRecordIsServedByGenericAfterANotice)
     generate(rows);
     const std::string name = "WREN II (" + std::to_string(int(family("WREN_II"))) + ")";
     EXPECT_NE(read_text(dir.file("notices.txt"))
-                  .find("Missing family " + name + " from Dev Info CSV.\n\n"
+                  .find("Missing family " + name +
+                        " from Dev Info CSV.\n\n"
                         "Forcing this family to use Generic database.\n\n"
                         "Please add the family support as soon as possible.\n"),
               std::string::npos);

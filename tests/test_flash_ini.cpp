@@ -11,9 +11,9 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <functional>
 #include <csignal>
 #include <filesystem>
+#include <functional>
 #include <random>
 #include <thread>
 
@@ -55,8 +55,7 @@ protected:
                        DWORD wait_ms = moxdev::DEFAULT_LOCK_TIMEOUT_MS, std::string* moved_aside = nullptr)
     {
         return moxdev::update_parameter_set(
-            set, [&](std::vector<BYTE>& old, std::string&) { return old = data, true; }, error, moved_aside,
-            wait_ms);
+            set, [&](std::vector<BYTE>& old, std::string&) { return old = data, true; }, error, moved_aside, wait_ms);
     }
     // What `write` answers while files cannot grow beyond 4 KiB, as on a disk
     // that fills up part way.
@@ -129,8 +128,10 @@ TEST(FlashIniText, ConversionsPrintingAndTheValidatingParse)
         {MOXDEV_FLASH_INI::print_flash_ini_data(MOXDEV_PARAM_QWORD, true, &qword), "0x1122334455667788"},
         {MOXDEV_FLASH_INI::print_flash_ini_data(MOXDEV_PARAM_STRING, true, &text), "text"},
         {MOXDEV_FLASH_INI::print_flash_ini_data(MOXDEV_PARAM_BOOL, false, &flag), "True"},
-        {outcome(MOXDEV_PARAM_STRING, "anything"), "0"}, {outcome(MOXDEV_PARAM_BYTE, "1f", true), "31"},
-        {outcome(MOXDEV_PARAM_BYTE, "-1"), "255"}, {outcome(MOXDEV_PARAM_BYTE, "0x80", false, true), "128"},
+        {outcome(MOXDEV_PARAM_STRING, "anything"), "0"},
+        {outcome(MOXDEV_PARAM_BYTE, "1f", true), "31"},
+        {outcome(MOXDEV_PARAM_BYTE, "-1"), "255"},
+        {outcome(MOXDEV_PARAM_BYTE, "0x80", false, true), "128"},
         {outcome(MOXDEV_PARAM_DWORD, "2048", false, false, range), "2048"},
         // Only the low 32 bits take part in the range test.
         {outcome(MOXDEV_PARAM_QWORD, "0x100000001", false, false, range), "4294967297"},
@@ -152,8 +153,12 @@ TEST(FlashIniText, ConversionsPrintingAndTheValidatingParse)
         EXPECT_EQ(got, expected);
 
     bool ok = false;
-    for (const auto& [input, value, good] : {std::tuple{"0x1f", 31, true}, {"", 0, true}, {"1f", 0, false},
-                                             {"0X10", 0, false}, {"-1", 0, false}, {" 1", 0, false},
+    for (const auto& [input, value, good] : {std::tuple{"0x1f", 31, true},
+                                             {"", 0, true},
+                                             {"1f", 0, false},
+                                             {"0X10", 0, false},
+                                             {"-1", 0, false},
+                                             {" 1", 0, false},
                                              {"1x0x", 0, false}}) {
         EXPECT_EQ(MOXDEV_FLASH_INI::convert_string_to_qword(input, false, &ok), QWORD(value)) << input;
         EXPECT_EQ(ok, good) << input;
@@ -212,7 +217,10 @@ TEST(FlashIni, RefusalsReportTheirCondition)
          "Invalid string to integer conversion"},
         {[&] { MOXDEV_FLASH_INI::convert_string_to_qword("", true, &ok); }, "!no_empty || !string.empty()"},
         {[&] { MOXDEV_FLASH_INI::print_flash_ini_data(MOXDEV_PARAM_TYPE(7), false, &byte); }, "Unsupport param type"},
-        {[&] { DWORD size = 0; MOXDEV_FLASH_INI::calculate_flash_ini_data_size(size, MOXDEV_PARAM_TYPE(0), &byte); },
+        {[&] {
+             DWORD size = 0;
+             MOXDEV_FLASH_INI::calculate_flash_ini_data_size(size, MOXDEV_PARAM_TYPE(0), &byte);
+         },
          "Unsupport param type"},
         {[] { outcome(MOXDEV_PARAM_DWORD, "1", false, false, {}, {}, false, 0); }, "multiple != 0"},
         {[] { MOXDEV_FLASH_INI::write_flash_ini_data(MOXDEV_FLASH_INI_HPS_SPI, nullptr, 4); }, "data != NULL"},
@@ -257,11 +265,14 @@ TEST_F(ParamFile, DamagedFilesReadAsMissing)
     const std::function<void(BYTES&)> damages[] = {
         [](BYTES& file) { file.resize(16); },
         [](BYTES& file) { file.resize(20); },
-        [](BYTES& file) { file.push_back(0); },              // trailing byte
-        [](BYTES& file) { file[24] = 4; },                   // entry 0: offset 0, size 4
-        [](BYTES& file) { file[19] = 0x40; },                // huge entry count
-        [](BYTES& file) { file[3] = 'x'; },                  // magic
-        [](BYTES& file) { file.resize(44); std::fill(file.begin() + 20, file.end(), 0); }, // no sets
+        [](BYTES& file) { file.push_back(0); }, // trailing byte
+        [](BYTES& file) { file[24] = 4; },      // entry 0: offset 0, size 4
+        [](BYTES& file) { file[19] = 0x40; },   // huge entry count
+        [](BYTES& file) { file[3] = 'x'; },     // magic
+        [](BYTES& file) {
+            file.resize(44);
+            std::fill(file.begin() + 20, file.end(), 0);
+        }, // no sets
     };
     for (const auto& damage : damages) {
         BYTES file = good;
@@ -271,8 +282,8 @@ TEST_F(ParamFile, DamagedFilesReadAsMissing)
             EXPECT_TRUE(read(MOXDEV_FLASH_INI_ENUM(set)).empty()) << set;
     }
     // A set past the entry count of the file.
-    write_bytes(path(), {'M', 'O', 'X', 'D', 'E', 'V', '_', 'F', 'L', 'A', 'S', 'H', '_', 'I', 'N', 'I',
-                         1, 0, 0, 0, 28, 0, 0, 0, 1, 0, 0, 0, 9});
+    write_bytes(path(), {'M', 'O', 'X', 'D', 'E', 'V', '_', 'F', 'L', 'A', 'S', 'H', '_', 'I', 'N',
+                         'I', 1,   0,   0,   0,   28,  0,   0,   0,   1,   0,   0,   0,   9});
     EXPECT_EQ(read(MOXDEV_FLASH_INI_SET_0), (BYTES{9}));
     EXPECT_TRUE(read(MOXDEV_FLASH_INI_HPS_SPI).empty());
 }

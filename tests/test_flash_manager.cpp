@@ -117,9 +117,9 @@ protected:
     SCOPED_ENV db{"MOXDEV_DEVICE_DB_DIR", dir.path().c_str()};
 };
 
-const std::vector<std::string> ANSWERS = {
-    "acme", "chip1", "19", "2", "BA", "1", "20", "0", "n", "y", "n", "n", "n", "y",
-    "1", "256", "64", "400", "3", "1800", "5C", "5C", "0", "4", "5", "y", "3.3v"};
+const std::vector<std::string> ANSWERS = {"acme", "chip1", "19", "2",  "BA", "1", "20",  "0",  "n",
+                                          "y",    "n",     "n",  "n",  "y",  "1", "256", "64", "400",
+                                          "3",    "1800",  "5C", "5C", "0",  "4", "5",   "y",  "3.3v"};
 
 std::string dialogue(const std::string& count, const std::vector<std::vector<std::string>>& chips)
 {
@@ -193,11 +193,11 @@ TEST(FlashDatabase, GeneratesTheContainerAndLoadsItWithItsSwitches)
 TEST(FlashBinding, FirstMatchWinsInBothIdModes)
 {
     TEMP_DIR dir;
-    table_of({{{"device_name", "ANYTYPE"}, {"memory_id", "0x17"}, {"memory_type_index", "255"},
-               {"program_utime", "900"}},
-              {{"device_name", "EXACT"}, {"memory_id", "0x18"}, {"program_utime", "700"}},
-              {{"device_name", "SILICON1"}, {"silicon_id", "TRUE"}, {"memory_id", "0x14"}, {"memory_id_index", "0"}},
-              {{"device_name", "SILICON2"}, {"silicon_id", "TRUE"}, {"memory_id", "0x14"}, {"memory_id_index", "0"}}})
+    table_of(
+        {{{"device_name", "ANYTYPE"}, {"memory_id", "0x17"}, {"memory_type_index", "255"}, {"program_utime", "900"}},
+         {{"device_name", "EXACT"}, {"memory_id", "0x18"}, {"program_utime", "700"}},
+         {{"device_name", "SILICON1"}, {"silicon_id", "TRUE"}, {"memory_id", "0x14"}, {"memory_id_index", "0"}},
+         {{"device_name", "SILICON2"}, {"silicon_id", "TRUE"}, {"memory_id", "0x14"}, {"memory_id_index", "0"}}})
         .install(dir);
     SCOPED_ENV db("MOXDEV_DEVICE_DB_DIR", dir.path().c_str());
     MOXDEV_FLASH_MANAGER manager(false, 3, false, false);
@@ -234,8 +234,7 @@ TEST(FlashBinding, AccessorsReturnEveryFieldOfTheBoundRecord)
     MOXDEV_SFL_FLASH_INFO through_accessors;
 #define MOXDEV_FLASH_FIELD(name, stream_type, type) through_accessors.name = manager.sfl_get_##name(0);
 #include "moxdev/moxdev_flash_info_fields.def"
-    EXPECT_EQ(moxdev_flash_info_to_text(through_accessors),
-              moxdev_flash_info_to_text(manager.get_flash_database()[0]));
+    EXPECT_EQ(moxdev_flash_info_to_text(through_accessors), moxdev_flash_info_to_text(manager.get_flash_database()[0]));
     EXPECT_EQ(through_accessors.device_bit_size, 134217728u);
     EXPECT_EQ(through_accessors.bottom_value, 5);
     EXPECT_EQ(through_accessors.asc_voltage, "3.3V");
@@ -296,26 +295,46 @@ TEST(FlashDatabase, RefusalsReportTheirCondition)
         std::string condition;
     } cases[] = {
         {"no records", [&] { load(table_of({})); }, "status && device_count > 0"},
-        {"a lower-case bool", [&] { load(table_of({{{"micron_flow", "true"}}})); },
+        {"a lower-case bool",
+         [&] {
+             load(table_of({{{"micron_flow", "true"}}}));
+         },
          "string == \"FALSE\" || string == \"TRUE\""},
-        {"a blank in a cell", [&] { load(table_of({{{"device_name", "TWO WORDS"}}})); },
+        {"a blank in a cell",
+         [&] {
+             load(table_of({{{"device_name", "TWO WORDS"}}}));
+         },
          "DWORD(svec.size()) == TOTAL_DATABASE_MEMBER"},
         {"a wrong type", [&] { load(heading(0, 2, "BYTE")); }, "svec.at(i) == \"bool\""},
         {"a wrong name", [&] { load(heading(1, 5, "memory_tipe")); }, "temp == m_name_list[i]"},
-        {"a short unit line", [&] { FLASH_TABLE table = typical; table.lines[4].pop_back(); load(table); },
+        {"a short unit line",
+         [&] {
+             FLASH_TABLE table = typical;
+             table.lines[4].pop_back();
+             load(table);
+         },
          "DWORD(svec.size()) == TOTAL_DATABASE_MEMBER"},
         {"two defaults of a name",
-         [&] { load(table_of({{{"device_name", "SAME"}}, {{"device_name", "same"}, {"memory_id", "0x19"}}})); },
+         [&] {
+             load(table_of({{{"device_name", "SAME"}}, {{"device_name", "same"}, {"memory_id", "0x19"}}}));
+         },
          "!one_default"},
-        {"no default of a name", [&] { load(table_of({{{"device_name", "SAME"}, {"default_dev", "FALSE"}}})); },
+        {"no default of a name",
+         [&] {
+             load(table_of({{{"device_name", "SAME"}, {"default_dev", "FALSE"}}}));
+         },
          "one_default"},
-        {"the default switched off, another record on", [&] {
+        {"the default switched off, another record on",
+         [&] {
              load(table_of({{{"device_name", "SAME"}, {"ini", "QUAL_OFF"}},
                             {{"device_name", "SAME"}, {"default_dev", "FALSE"}}}));
-         }, "one_default"},
+         },
+         "one_default"},
         {"a chain of no devices", [&] { load(typical, 0); }, "count > 0"},
         {"binding with every record off",
-         [&] { load(table_of({{{"ini", "QUAL_OFF"}}})).flash_id_database_mapping(false, 0, id); },
+         [&] {
+             load(table_of({{{"ini", "QUAL_OFF"}}})).flash_id_database_mapping(false, 0, id);
+         },
          "m_flash_database != NULL && m_flash_count > 0"},
         {"a cut file", damaged([](BYTES& file) { file.resize(46); }), "file_size > (8 + 32 + 4 + 2)"},
         // Sizes and counts the file cannot hold are refused before memory is
@@ -328,9 +347,9 @@ TEST(FlashDatabase, RefusalsReportTheirCondition)
              file = make_database_file("MOXIO_FM", MOXDEV_FLASH_INFO_CSV_MD5, payload);
          }),
          "type == MOXDEV_MANAGER_DEVID_STR || type == MOXDEV_MANAGER_STRING"},
-        {"a table that is not there", [&] {
-             moxdev::empty_flash_manager().generate_flash_database(dir.file("none.csv"), pcf);
-         }, "status && device_count > 0"},
+        {"a table that is not there",
+         [&] { moxdev::empty_flash_manager().generate_flash_database(dir.file("none.csv"), pcf); },
+         "status && device_count > 0"},
         {"another identifier", damaged([](BYTES& file) { file[8] ^= 1; }), "Mismatch ID between flash file and reader"},
         {"another version", damaged([](BYTES& file) {
              BYTES payload = payload_of(file);
@@ -343,7 +362,11 @@ TEST(FlashDatabase, RefusalsReportTheirCondition)
          }),
          "data[index++] == 'M' && data[index++] == 'O' && data[index++] == 'X' && data[index++] == 'I' && "
          "data[index++] == 'O' && data[index++] == '_' && data[index++] == 'F' && data[index++] == 'M'"},
-        {"no file", [&] { std::filesystem::remove(pcf); MOXDEV_FLASH_MANAGER(false, 1, false, false); },
+        {"no file",
+         [&] {
+             std::filesystem::remove(pcf);
+             MOXDEV_FLASH_MANAGER(false, 1, false, false);
+         },
          "FIO_FILE_SYSTEM::exists(flash_file.fullpath().c_str()) && "
          "FIO_FILE_SYSTEM::status(flash_file.fullpath().c_str(), &stat_info)"},
         {"binding device 3 of 3", [&] { chain.flash_id_database_mapping(false, 3, id); },
@@ -361,7 +384,6 @@ TEST(FlashDatabase, RefusalsReportTheirCondition)
         EXPECT_INTERNAL_ERROR_IN(c.run(), c.condition, "moxdev_flash_manager");
     }
 }
-
 
 TEST(UserFlashEncoding, SixBitsPerCharacterAndAVersionBoundCheckValue)
 {
@@ -429,6 +451,7 @@ TEST_F(UserFlash, ValuesAreCheckedBeforeUse)
 }
 
 // The prompts of the definition dialogue, in order.
+// clang-format off
 const char* const PROMPTS[] = {
     "Manufacture Name : ", "Device Name : ", "Memory ID (hex) [1 - FE] : ", "Memory ID Index [0/1/2] : ",
     "Memory Type (hex) [0 - FF] : ", "Memory Type Index [-1/0/1/2] : ", "Manufacturer ID (hex) [1 - FE] : ",
@@ -440,6 +463,7 @@ const char* const PROMPTS[] = {
     "Protection Mask (hex) [0 - FF] : ", "Protection Value (hex) [0 - FF] : ", "Unprotect Value (hex) [0 - FF] : ",
     "Protection Divisor (hex) [-1/3 - 20] : ", "Bottom Value (bit location) [-1/0 - 7] : ", "SDM Support [Y/N] : ",
     "AS Configuration Voltage : "};
+// clang-format on
 
 // The first `count` prompts, as the dialogue prints them one after another.
 std::string prompts(std::size_t count)
@@ -469,8 +493,8 @@ TEST_F(UserFlash, TheDialogueIsOneChancePerAnswer)
         "@ACME@CHIP1@0@25@2@186@-1@32@0@32@1@NONE@0@1@0@0@0@1@1@268435456@65536@0@1@400@3@1800@92@92@0@-1@-1@1@3.3V@";
     const std::string text = definition + "#" + check_value(definition) + ";";
     const std::string value = CODEC.encode_ini(text);
-    EXPECT_EQ(dialogue("1", {answers}), count + prompts(27) + "Prompt outcome: " + definition + "\nRaw: " + text +
-                                            "\nINI : " + value + "\n");
+    EXPECT_EQ(dialogue("1", {answers}),
+              count + prompts(27) + "Prompt outcome: " + definition + "\nRaw: " + text + "\nINI : " + value + "\n");
     std::string output;
     EXPECT_EQ(load(value, false, output)->get_flash_count(), 1u) << "the loader refuses -1";
     load(value, true, output);
@@ -491,12 +515,29 @@ TEST(UserFlashDialogue, EveryAnswerIsJudgedByItsRange)
         const char* answer;
         const char* field; // the definition field it becomes, or null: refused
     } cases[] = {
-        {2, "0", nullptr},    {2, "FE", "@254@"},         {2, "fe", "@254@"},       {2, "FF", nullptr},
-        {3, "3", nullptr},    {15, "3", nullptr},         {15, "2048", "@-2147483648@"}, {15, "4096", nullptr},
-        {16, "1024", "@1048576@"}, {16, "2048", nullptr}, {8, "yes", nullptr},      {8, "y", "@1@"},
-        {17, "901", nullptr}, {19, "999", nullptr},       {23, "2", nullptr},       {23, "20", "@32@"},
-        {24, "8", nullptr},   {14, "3", nullptr},         {1, "ABCDEFGHIJKLMNOPQRST", nullptr},
-        {26, "", nullptr},    {1, "A@B", "@A@B@"},        {1, " chip ", "@ CHIP @"}, {5, "-1", "@-1@"},
+        {2, "0", nullptr},
+        {2, "FE", "@254@"},
+        {2, "fe", "@254@"},
+        {2, "FF", nullptr},
+        {3, "3", nullptr},
+        {15, "3", nullptr},
+        {15, "2048", "@-2147483648@"},
+        {15, "4096", nullptr},
+        {16, "1024", "@1048576@"},
+        {16, "2048", nullptr},
+        {8, "yes", nullptr},
+        {8, "y", "@1@"},
+        {17, "901", nullptr},
+        {19, "999", nullptr},
+        {23, "2", nullptr},
+        {23, "20", "@32@"},
+        {24, "8", nullptr},
+        {14, "3", nullptr},
+        {1, "ABCDEFGHIJKLMNOPQRST", nullptr},
+        {26, "", nullptr},
+        {1, "A@B", "@A@B@"},
+        {1, " chip ", "@ CHIP @"},
+        {5, "-1", "@-1@"},
         {4, "-1", nullptr},
     };
     for (const auto& c : cases) {

@@ -46,7 +46,10 @@ std::string id_of(const RECORD& r)
     return text;
 }
 
-bool power_of_two(DWORD v) { return v != 0 && (v & (v - 1)) == 0; }
+bool power_of_two(DWORD v)
+{
+    return v != 0 && (v & (v - 1)) == 0;
+}
 
 } // namespace
 
@@ -114,7 +117,8 @@ TEST(FlashTable, AgreesWithThePublicReadIdTable)
     for (const auto& ref : reference) {
         const BYTE id[3] = {BYTE(std::stoul(ref[2], nullptr, 16)), BYTE(std::stoul(ref[3], nullptr, 16)),
                             BYTE(std::stoul(ref[4], nullptr, 16))};
-        EXPECT_NE(moxdev::find_flash(shipped(true), false, id, 3), nullptr) << ref[1] << " " << ref[2] << ref[3] << ref[4];
+        EXPECT_NE(moxdev::find_flash(shipped(true), false, id, 3), nullptr)
+            << ref[1] << " " << ref[2] << ref[3] << ref[4];
     }
 }
 
@@ -158,9 +162,9 @@ TEST(FlashTable, SourceMistakesNameTheirPlace)
         write_text(dir.file("index.txt"), "m.txt\n");
         write_text(dir.file("m.txt"), c.body);
         std::string output;
-        const int status = run_command(std::string(MOXDEV_GEN_FLASH_TABLE) + " " + dir.file("index.txt") + " " +
-                                           dir.file("out.csv"),
-                                       output, true);
+        const int status =
+            run_command(std::string(MOXDEV_GEN_FLASH_TABLE) + " " + dir.file("index.txt") + " " + dir.file("out.csv"),
+                        output, true);
         EXPECT_EQ(status == 0, c.message.empty()) << output;
         EXPECT_NE(output.find(c.message), std::string::npos) << output;
         EXPECT_EQ(bool(std::ifstream(dir.file("out.csv"))), c.message.empty()) << "written only when good";
@@ -172,12 +176,12 @@ TEST(FlashTable, SourceMistakesNameTheirPlace)
 TEST(FlashTable, SharedIdsBindTheIntendedPartFirst)
 {
     const std::map<std::string, std::string> off = {
-        {"20BA18", "MT25QL128"}, {"20BA19", "MT25QL256"}, {"20BA20", "MT25QL512"}, {"20BA21", "MT25QL01G"},
-        {"20BB18", "MT25QU128"}, {"20BB19", "MT25QU256"}, {"20BB20", "MT25QU512"}, {"20BB21", "MT25QU01G"},
-        {"012018", "S25FL128S"}, {"010219", "S25FL256S"}, {"010220", "S25FL512S"}, {"C22016", "MX25L3233F"},
+        {"20BA18", "MT25QL128"},  {"20BA19", "MT25QL256"},   {"20BA20", "MT25QL512"},   {"20BA21", "MT25QL01G"},
+        {"20BB18", "MT25QU128"},  {"20BB19", "MT25QU256"},   {"20BB20", "MT25QU512"},   {"20BB21", "MT25QU01G"},
+        {"012018", "S25FL128S"},  {"010219", "S25FL256S"},   {"010220", "S25FL512S"},   {"C22016", "MX25L3233F"},
         {"C22017", "MX25L6473F"}, {"C22018", "MX25L12835F"}, {"C22019", "MX25L25645G"}, {"C2201A", "MX25L51245G"},
         {"C22536", "MX25U3235F"}, {"C22539", "MX25U25645G"}, {"C2253A", "MX25U51245G"}, {"EF4016", "W25Q32JV"},
-        {"EF4017", "W25Q64JV"}, {"EF4018", "W25Q128JV"}, {"EF4019", "W25Q256JV"}, {"C84018", "GD25Q128C"}};
+        {"EF4017", "W25Q64JV"},   {"EF4018", "W25Q128JV"},   {"EF4019", "W25Q256JV"},   {"C84018", "GD25Q128C"}};
     std::map<std::string, std::string> on = off;
     on["012018"] = "S25FL128S-256K";
     on["010219"] = "S25FL256S-256K";

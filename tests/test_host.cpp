@@ -8,9 +8,9 @@ using namespace moxdev_test;
 TEST(HostConfig, SwitchesReadTheEnvironmentAtEveryCall)
 {
     // 1: on, 0: off, -1: the caller's default (unset, empty or unrecognised).
-    const std::pair<const char*, int> values[] = {
-        {"1", 1},  {"on", 1},  {"TRUE", 1},  {"Yes", 1}, {"y", 1}, {"0", 0},         {"OFF", 0},
-        {"false", 0}, {"no", 0}, {"N", 0}, {"", -1},   {"2", -1}, {"enabled", -1}, {nullptr, -1}};
+    const std::pair<const char*, int> values[] = {{"1", 1}, {"on", 1},  {"TRUE", 1},     {"Yes", 1},   {"y", 1},
+                                                  {"0", 0}, {"OFF", 0}, {"false", 0},    {"no", 0},    {"N", 0},
+                                                  {"", -1}, {"2", -1},  {"enabled", -1}, {nullptr, -1}};
     for (const auto& [value, on] : values) {
         SCOPED_ENV env("MOX_ALLOW_TEST_SWITCH", value);
         const std::string shown = value ? value : "unset";
@@ -61,4 +61,3 @@ TEST(HostMessages, InternalErrorCarriesConditionUnitAndLine)
             EXPECT_NE(what.find(part), std::string::npos) << part;
     }
 }
-

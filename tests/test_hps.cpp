@@ -64,8 +64,8 @@ TEST(HpsDescriptors, KeysBlockBasesAndWordNamesSitAtTheirWords)
     const DWORD words[2][3] = {{0x4BA00477, 0xFF705000, 0xFFFF0000}, {0x4BA00478, 0xFF809000, 0xFFE00000}};
     for (int d = 0; d < 2; ++d) {
         const DWORD* word = MOXDEV_HPS_DESCRIPTORS[d].word;
-        EXPECT_EQ(std::vector<DWORD>({word[MOXDEV_HPS_DAP_IDCODE], word[MOXDEV_HPS_QSPI_REGISTER_BASE],
-                                      word[MOXDEV_HPS_OCRAM_BASE]}),
+        EXPECT_EQ(std::vector<DWORD>(
+                      {word[MOXDEV_HPS_DAP_IDCODE], word[MOXDEV_HPS_QSPI_REGISTER_BASE], word[MOXDEV_HPS_OCRAM_BASE]}),
                   std::vector<DWORD>(words[d], words[d] + 3));
     }
     EXPECT_EQ(MOXDEV_HPS_DESCRIPTORS[1].word[30], 0xFFFFFFFFu) << "a block the device lacks";

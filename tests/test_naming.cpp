@@ -176,9 +176,12 @@ TEST(TypeSupport, ValuesAndNamesTranslateBothWays)
     EXPECT_FALSE(MOXDEV_MGR::mox_check_type_name_supported(MOX_ENUM_TYPE_OPTION_BIT, "NOSUCH", nullptr));
     EXPECT_EQ(name, "untouched");
     const std::tuple<MOX_ENUM_TYPE, DWORD, std::string> named[] = {
-        {MOX_ENUM_TYPE_BLOCK, 75, "TR_S4_AR"}, {MOX_ENUM_TYPE_FLASH_SECTOR, 8, "DONE_BITS"},
-        {MOX_ENUM_TYPE_HPS_SETTING, 20, "HPS_DAP_SPLIT_MODE_USE_HPS_PINS"}, {MOX_ENUM_TYPE_OPTION_BIT, 1, "RESERVED1"},
-        {MOX_ENUM_TYPE_OPTION_BIT, 21, "AES_KEYS"}, {MOX_ENUM_TYPE_OPTION_BIT, 0, "NONE"}};
+        {MOX_ENUM_TYPE_BLOCK, 75, "TR_S4_AR"},
+        {MOX_ENUM_TYPE_FLASH_SECTOR, 8, "DONE_BITS"},
+        {MOX_ENUM_TYPE_HPS_SETTING, 20, "HPS_DAP_SPLIT_MODE_USE_HPS_PINS"},
+        {MOX_ENUM_TYPE_OPTION_BIT, 1, "RESERVED1"},
+        {MOX_ENUM_TYPE_OPTION_BIT, 21, "AES_KEYS"},
+        {MOX_ENUM_TYPE_OPTION_BIT, 0, "NONE"}};
     for (const auto& [type, value, text] : named) {
         DWORD found = 99;
         std::string lower = text;
@@ -196,7 +199,8 @@ TEST(NamingQueries, UnresolvableNamesAreInternalErrors)
     const std::pair<std::function<void()>, std::string> misuses[] = {
         // A four-character name that is no full name ends the search, whatever
         // the grammar knows about it.
-        {[] { MOXDEV_MGR::get_possible_full_name("wrax"); }, "Unable to retrieve full device name from database for WRAX"},
+        {[] { MOXDEV_MGR::get_possible_full_name("wrax"); },
+         "Unable to retrieve full device name from database for WRAX"},
         {[] { MOXDEV_MGR::get_possible_full_name("NOSUCHNAME"); },
          "Unable to retrieve full device name from database for NOSUCHNAME"},
         {[] { MOXDEV_MGR::get_part_name_from_dev("NOSUCH"); }, "Device is not valid in DEV database"},

@@ -139,12 +139,21 @@ TEST(NamingImages, DecoderRefusesEveryDamage)
         {[&] { opn(framed(opn_body(0, {}))); }, "enum_count > 0"},
         {[&] { opn(long_opn, -100); }, "data_size == MOXDDB_OPN_LENGTH"},
         {[&] { opn(long_opn, -101); }, opn_zlib},
-        {[&] { opn(framed(opn_body(1, {0x80, 0x80, 0x80, 0x80, 0x80, 0x01}))); }, "shift <= 35"},
-        {[&] { opn(framed(opn_body(1, {0xFF, 0xFF, 0xFF, 0xFF, 0x1F}))); }, "dev_enum <= QWORD(0xFFFFFFFF)"},
+        {[&] {
+             opn(framed(opn_body(1, {0x80, 0x80, 0x80, 0x80, 0x80, 0x01})));
+         },
+         "shift <= 35"},
+        {[&] {
+             opn(framed(opn_body(1, {0xFF, 0xFF, 0xFF, 0xFF, 0x1F})));
+         },
+         "dev_enum <= QWORD(0xFFFFFFFF)"},
         {[&] { opn(framed(opn_body(2, {0x05}))); }, "index < (data_size - 4)"},
         {[&] { opn(framed(opn_body(0xFFFFFF00, {0x05}))); }, "index < (data_size - 4)"},
         {[&] { opn(framed(opn_body(1, {0x85}))); }, "index < (data_size - 4)"},
-        {[&] { opn(framed(opn_body(1, {0x05, 0x06}))); }, "index == (data_size - 4)"},
+        {[&] {
+             opn(framed(opn_body(1, {0x05, 0x06})));
+         },
+         "index == (data_size - 4)"},
     };
     for (const auto& [decode, condition] : damages)
         EXPECT_INTERNAL_ERROR(decode(), condition);
@@ -186,7 +195,8 @@ TEST(NamingImages, CatalogueImagesHoldEveryOrderablePart)
         const DEV_FAMILY_ENUM family = manager.get_family_of(device);
         const auto& names = maps[7].at(dcat_get_user_family_name(family));
         EXPECT_TRUE(lists(names, programmer_part)) << name;
-        EXPECT_EQ(lists(names, dstr_get_user_string(device)), dcat_get_family_status(family) == DEV_FAMILY_STATUS::PREVIEW)
+        EXPECT_EQ(lists(names, dstr_get_user_string(device)),
+                  dcat_get_family_status(family) == DEV_FAMILY_STATUS::PREVIEW)
             << name;
     }
     EXPECT_EQ(index, parts.size());

@@ -76,7 +76,8 @@ TEST(Readme, EveryExampleRunsAsShown)
                 for (const std::string& shown : example.got)
                     got += shown + "\n";
                 EXPECT_TRUE(matches(example.expected, 0, example.got, 0))
-                    << "README.md block at line " << start << ": $ " << example.command << "\n--- got:\n" << got;
+                    << "README.md block at line " << start << ": $ " << example.command << "\n--- got:\n"
+                    << got;
             }
             start = 0;
             ++blocks;

@@ -106,8 +106,8 @@ TEST(Sfdp, DecodesTheBasicTableAndDerivesARecord)
     // The published example: multiplier 3 (x8) for erase, 2 (x6) for program.
     EXPECT_EQ((std::vector<DWORD>{*sfdp.erase_types[0].typical_ms, *sfdp.erase_types[0].max_ms,
                                   *sfdp.erase_types[2].typical_ms, *sfdp.erase_types[2].max_ms, *sfdp.page_size,
-                                  *sfdp.page_program_typical_us, *sfdp.page_program_max_us,
-                                  *sfdp.chip_erase_typical_ms, *sfdp.chip_erase_max_ms}),
+                                  *sfdp.page_program_typical_us, *sfdp.page_program_max_us, *sfdp.chip_erase_typical_ms,
+                                  *sfdp.chip_erase_max_ms}),
               (std::vector<DWORD>{48, 384, 480, 3840, 256, 896, 5376, 6144, 36864}));
 
     // The record: a 64 KiB sector and every maximum rounded up.
@@ -138,7 +138,8 @@ TEST(Sfdp, DecodesTheBasicTableAndDerivesARecord)
 TEST(Sfdp, SectorIs64KiBElseTheSmallestAboveElseTheLargest)
 {
     for (const auto& [eight, nine, sector] : {std::tuple{0x0012200Cu, 0x0000D810u, 65536u},
-                                              {0xDC12200Cu, 0x0000D814u, 262144u}, {0x520F200Cu, 0u, 32768u}}) {
+                                              {0xDC12200Cu, 0x0000D814u, 262144u},
+                                              {0x520F200Cu, 0u, 32768u}}) {
         std::vector<DWORD> dwords = bfpt(16, MBIT_8);
         dwords[7] = eight;
         dwords[8] = nine;
@@ -252,8 +253,7 @@ TEST(DumpText, EveryFormGivesTheSameBytes)
     }
     // hexdump -C's "*": the line before it, repeated up to the next offset.
     const std::string starred = "00000000  " + ff + "  " + ff + "  |................|\n*\n00000030  01\n00000031\n";
-    ASSERT_TRUE(moxdev_tools::read_dump(starred, "SFDP", 65536, bytes, error))
-        << error;
+    ASSERT_TRUE(moxdev_tools::read_dump(starred, "SFDP", 65536, bytes, error)) << error;
     EXPECT_EQ(bytes.size(), 0x31u);
     EXPECT_EQ(bytes[0x2F], 0xFF);
 
@@ -264,7 +264,10 @@ TEST(DumpText, EveryFormGivesTheSameBytes)
         {"00000000  53 46\n*\n", "not a dump: the dump ends with \"*\" and no closing offset"},
         {"00000000  53 46\n00000004  44 50\n", "not a dump: offset 00000004 does not follow the bytes before it"},
         {"53 46 zz\n", "not a dump: \"zz\" is not hex"},
-        {std::string("\x7f" "ELF\x02\x01", 6), "not a dump: binary data that does not start with \"SFDP\""},
+        {std::string("\x7f"
+                     "ELF\x02\x01",
+                     6),
+         "not a dump: binary data that does not start with \"SFDP\""},
         {"\n\n", "not a dump: no bytes"},
         {"SFDP" + std::string(65536, 'x'), "the read has 65540 bytes, more than 65536"},
     };

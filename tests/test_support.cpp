@@ -44,8 +44,8 @@ void append_dword(BYTES& bytes, DWORD value)
         bytes.push_back(BYTE(value >> shift));
 }
 
-BYTES make_database_file(const std::string& magic, const std::string& identifier,
-                         const BYTES& payload, DWORD announced_size)
+BYTES make_database_file(const std::string& magic, const std::string& identifier, const BYTES& payload,
+                         DWORD announced_size)
 {
     BYTES file(magic.begin(), magic.end());
     file.insert(file.end(), identifier.begin(), identifier.end());
@@ -65,8 +65,7 @@ BYTES payload_of(const BYTES& file)
     const DWORD size = moxdev::bytes::load_le32(&file.at(40));
     BYTES payload(size);
     uLongf length = size;
-    if (::uncompress(payload.data(), &length, &file[44], uLong(file.size() - 46)) != Z_OK ||
-        length != size)
+    if (::uncompress(payload.data(), &length, &file[44], uLong(file.size() - 46)) != Z_OK || length != size)
         throw std::runtime_error("not a database file");
     return payload;
 }

@@ -16,19 +16,19 @@
 // Expects `statement` to report an internal error with the condition text
 // `text`, of the module "MOXDEV", and (unless null) of the source unit
 // `unit_name`, the class's.
-#define EXPECT_INTERNAL_ERROR_IN(statement, text, unit_name)                                    \
-    do {                                                                                        \
-        try {                                                                                   \
-            statement;                                                                          \
-            ADD_FAILURE() << "expected internal error: " << (text);                             \
-        } catch (const MSG_INTERNAL_ERROR& error) {                                             \
-            EXPECT_EQ(error.condition(), (text));                                               \
-            EXPECT_EQ(error.module(), "MOXDEV");                                                \
-            const char* const expected_unit = (unit_name);                                      \
-            if (expected_unit != nullptr) {                                                     \
-                EXPECT_EQ(error.unit(), expected_unit);                                         \
-            }                                                                                   \
-        }                                                                                       \
+#define EXPECT_INTERNAL_ERROR_IN(statement, text, unit_name)                                                           \
+    do {                                                                                                               \
+        try {                                                                                                          \
+            statement;                                                                                                 \
+            ADD_FAILURE() << "expected internal error: " << (text);                                                    \
+        } catch (const MSG_INTERNAL_ERROR& error) {                                                                    \
+            EXPECT_EQ(error.condition(), (text));                                                                      \
+            EXPECT_EQ(error.module(), "MOXDEV");                                                                       \
+            const char* const expected_unit = (unit_name);                                                             \
+            if (expected_unit != nullptr) {                                                                            \
+                EXPECT_EQ(error.unit(), expected_unit);                                                                \
+            }                                                                                                          \
+        }                                                                                                              \
     } while (0)
 
 #define EXPECT_INTERNAL_ERROR(statement, text) EXPECT_INTERNAL_ERROR_IN(statement, text, nullptr)
@@ -91,10 +91,9 @@ void write_text(const std::string& path, const std::string& text);
 
 // A database file: magic, identifier, the announced payload size, the zlib
 // stream of `payload` and a two-byte trailer.
-BYTES make_database_file(const std::string& magic, const std::string& identifier,
-                         const BYTES& payload, DWORD announced_size);
-inline BYTES make_database_file(const std::string& magic, const std::string& identifier,
-                                const BYTES& payload)
+BYTES make_database_file(const std::string& magic, const std::string& identifier, const BYTES& payload,
+                         DWORD announced_size);
+inline BYTES make_database_file(const std::string& magic, const std::string& identifier, const BYTES& payload)
 {
     return make_database_file(magic, identifier, payload, DWORD(payload.size()));
 }

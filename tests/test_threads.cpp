@@ -28,11 +28,15 @@ ANSWERS ask_all(const std::vector<std::string>& names, std::size_t first)
         const std::string& name = names[i];
         const std::string package = MOXDEV_DEVICE_GRAMMAR_MGR::get_package_name(name, false);
         const std::string device = MOXDEV_DEVICE_GRAMMAR_MGR::get_mox_name(name, false, false);
-        answers[i] = {package, device, MOXDEV_DEVICE_GRAMMAR_MGR::get_family(name),
+        answers[i] = {package,
+                      device,
+                      MOXDEV_DEVICE_GRAMMAR_MGR::get_family(name),
                       MOXDEV_DEVICE_GRAMMAR_MGR::get_dev_part_pcf(name),
-                      MOXDEV_DEVICE_GRAMMAR_MGR::get_mox_part_pcf(device), MOXDEV_MGR::get_opn(DWORD(i * 13)),
+                      MOXDEV_DEVICE_GRAMMAR_MGR::get_mox_part_pcf(device),
+                      MOXDEV_MGR::get_opn(DWORD(i * 13)),
                       MOXDEV_MGR::get_opn_from_hash(MOXDEV_MGR::get_opn_hash(name)),
-                      MOXDEV_MGR::get_possible_full_name(package), std::to_string(MOXDEV_MGR::get_opn_enum(name))};
+                      MOXDEV_MGR::get_possible_full_name(package),
+                      std::to_string(MOXDEV_MGR::get_opn_enum(name))};
     }
     return answers;
 }

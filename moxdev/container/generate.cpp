@@ -6,8 +6,7 @@
 
 namespace moxdev {
 
-bool generate_device_database(const std::string& csv, const std::string& out, unsigned& records,
-                              std::string& error)
+bool generate_device_database(const std::string& csv, const std::string& out, unsigned& records, std::string& error)
 {
     MOXDEV_DEV_INFO_MANAGER manager(true, 0);
     const bool written = moxdev_replace_file_by(

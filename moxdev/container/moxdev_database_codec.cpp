@@ -16,16 +16,16 @@
 #include <memory>
 
 // Checks under the owning manager's unit; the text is the condition itself.
-#define CODEC_CHECK(condition)                                                                  \
-    do {                                                                                        \
-        if (!(condition))                                                                       \
-            fail(#condition, __LINE__);                                                         \
+#define CODEC_CHECK(condition)                                                                                         \
+    do {                                                                                                               \
+        if (!(condition))                                                                                              \
+            fail(#condition, __LINE__);                                                                                \
     } while (0)
 
-#define CODEC_CHECK_MSG(condition, message)                                                     \
-    do {                                                                                        \
-        if (!(condition))                                                                       \
-            fail((message), __LINE__);                                                          \
+#define CODEC_CHECK_MSG(condition, message)                                                                            \
+    do {                                                                                                               \
+        if (!(condition))                                                                                              \
+            fail((message), __LINE__);                                                                                 \
     } while (0)
 
 // ---------------------------------------------------------------- checks
@@ -73,8 +73,7 @@ void MOXDEV_DATABASE_CODEC::get_bool_data(const BYTE* data, DWORD& index, bool* 
     index = in.position();
 }
 
-void MOXDEV_DATABASE_CODEC::get_string_data(const BYTE* data, DWORD& index, bool allow_empty,
-                                            std::string* out) const
+void MOXDEV_DATABASE_CODEC::get_string_data(const BYTE* data, DWORD& index, bool allow_empty, std::string* out) const
 {
     MOXDEV_FIELD_READER in = trusting_reader(data, index);
     in.string_field(allow_empty, *out);
@@ -100,24 +99,20 @@ void MOXDEV_DATABASE_CODEC::dump_dword_database(BYTE*& data, DWORD& index, DWORD
     write_in_place(data, index, [&](MOXDEV_FIELD_WRITER& out) { out.put_dword(value); });
 }
 
-void MOXDEV_DATABASE_CODEC::dump_value_to_database(BYTE*& data, DWORD& index, std::string text,
-                                                   DWORD size) const
+void MOXDEV_DATABASE_CODEC::dump_value_to_database(BYTE*& data, DWORD& index, std::string text, DWORD size) const
 {
     write_in_place(data, index, [&](MOXDEV_FIELD_WRITER& out) { out.value_field(text, size); });
 }
 
-void MOXDEV_DATABASE_CODEC::dump_bool_to_database(BYTE*& data, DWORD& index,
-                                                  std::string text) const
+void MOXDEV_DATABASE_CODEC::dump_bool_to_database(BYTE*& data, DWORD& index, std::string text) const
 {
     write_in_place(data, index, [&](MOXDEV_FIELD_WRITER& out) { out.bool_field(text); });
 }
 
-void MOXDEV_DATABASE_CODEC::dump_string_to_database(BYTE*& data, DWORD& index, bool allow_empty,
-                                                    std::string text,
+void MOXDEV_DATABASE_CODEC::dump_string_to_database(BYTE*& data, DWORD& index, bool allow_empty, std::string text,
                                                     MOXDEV_MANAGER_TYPE type) const
 {
-    write_in_place(data, index,
-                   [&](MOXDEV_FIELD_WRITER& out) { out.string_field(allow_empty, text, type); });
+    write_in_place(data, index, [&](MOXDEV_FIELD_WRITER& out) { out.string_field(allow_empty, text, type); });
 }
 
 // ---------------------------------------------------------------- images
@@ -146,8 +141,7 @@ DWORD MOXDEV_DATABASE_CODEC::finish_database_image(MOXDEV_FIELD_WRITER& image) c
 
 // ---------------------------------------------------------------- compression
 
-BYTE* MOXDEV_DATABASE_CODEC::compress_data(BYTE* data, DWORD offset, DWORD count,
-                                           DWORD& new_count) const
+BYTE* MOXDEV_DATABASE_CODEC::compress_data(BYTE* data, DWORD offset, DWORD count, DWORD& new_count) const
 {
     CODEC_CHECK(offset < count);
     const uLong bound = ::compressBound(count - offset);
@@ -163,8 +157,7 @@ BYTE* MOXDEV_DATABASE_CODEC::compress_data(BYTE* data, DWORD offset, DWORD count
     return result;
 }
 
-BYTE* MOXDEV_DATABASE_CODEC::decompress_data(BYTE* data, DWORD decompressed_count,
-                                             DWORD original_count) const
+BYTE* MOXDEV_DATABASE_CODEC::decompress_data(BYTE* data, DWORD decompressed_count, DWORD original_count) const
 {
     CODEC_CHECK(decompressed_count > 0 && original_count > 0);
     // A size the compressed bytes cannot inflate to is refused before any
@@ -174,8 +167,7 @@ BYTE* MOXDEV_DATABASE_CODEC::decompress_data(BYTE* data, DWORD decompressed_coun
                     "new_dcmp_size == original_count");
     std::unique_ptr<BYTE[]> decompressed_data(new BYTE[original_count]);
     DWORD new_dcmp_size = original_count;
-    CODEC_CHECK_MSG(zlib_uncompress(decompressed_data.get(), &new_dcmp_size, data,
-                                    decompressed_count) == ZLIB_OK,
+    CODEC_CHECK_MSG(zlib_uncompress(decompressed_data.get(), &new_dcmp_size, data, decompressed_count) == ZLIB_OK,
                     "zlib_uncompress(decompressed_data, &new_dcmp_size, data, decompressed_count) "
                     "== ZLIB_OK");
     CODEC_CHECK(new_dcmp_size == original_count);
@@ -184,9 +176,9 @@ BYTE* MOXDEV_DATABASE_CODEC::decompress_data(BYTE* data, DWORD decompressed_coun
 
 // ---------------------------------------------------------------- files
 
-MOXDEV_DATABASE_CODEC::PAYLOAD
-MOXDEV_DATABASE_CODEC::read_database_file(const FIO_PATH& path, const char* file_variable,
-                                          const char* magic, const std::string& identifier) const
+MOXDEV_DATABASE_CODEC::PAYLOAD MOXDEV_DATABASE_CODEC::read_database_file(const FIO_PATH& path,
+                                                                         const char* file_variable, const char* magic,
+                                                                         const std::string& identifier) const
 {
     const std::string name = path.fullpath();
     FIO_STAT stat_info;
@@ -222,15 +214,12 @@ MOXDEV_DATABASE_CODEC::read_database_file(const FIO_PATH& path, const char* file
     const DWORD memory_size = moxdev::bytes::load_le32(&file[index]);
     PAYLOAD payload;
     payload.data.reset(decompress_data(&file[MOXDEV_DB_HEADER_SIZE],
-                                       DWORD(file_size) - MOXDEV_DB_HEADER_SIZE -
-                                           MOXDEV_DB_TRAILER_SIZE,
-                                       memory_size));
+                                       DWORD(file_size) - MOXDEV_DB_HEADER_SIZE - MOXDEV_DB_TRAILER_SIZE, memory_size));
     payload.size = memory_size;
     return payload;
 }
 
-void MOXDEV_DATABASE_CODEC::write_database_file(const std::vector<BYTE>& image,
-                                                const FIO_PATH& path) const
+void MOXDEV_DATABASE_CODEC::write_database_file(const std::vector<BYTE>& image, const FIO_PATH& path) const
 {
     DWORD new_count = 0;
     std::unique_ptr<BYTE[]> compressed(

@@ -20,8 +20,7 @@ void MOXDEV_FIELD_READER::marker(char last)
 {
     require(4, __LINE__);
     // One byte at a time, so that the first wrong one is named.
-    static const char* const conditions[] = {"data[index++] == 'E'", "data[index++] == 'N'",
-                                             "data[index++] == 'D'"};
+    static const char* const conditions[] = {"data[index++] == 'E'", "data[index++] == 'N'", "data[index++] == 'D'"};
     const char expected[] = {'E', 'N', 'D'};
     for (int i = 0; i < 3; ++i) {
         if (m_data[m_position++] != BYTE(expected[i]))
@@ -77,8 +76,7 @@ void MOXDEV_FIELD_WRITER::bool_field(const std::string& text)
     put_byte(text == "TRUE" ? 1 : 0);
 }
 
-void MOXDEV_FIELD_WRITER::string_field(bool allow_empty, const std::string& string,
-                                       MOXDEV_MANAGER_TYPE type)
+void MOXDEV_FIELD_WRITER::string_field(bool allow_empty, const std::string& string, MOXDEV_MANAGER_TYPE type)
 {
     if (!(string.size() > 0 || allow_empty))
         fail("string.size() > 0 || allow_empty", __LINE__);

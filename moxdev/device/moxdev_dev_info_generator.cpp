@@ -26,15 +26,11 @@ DWORD encoded_cell_size(MOXDEV_MANAGER_TYPE type, const std::string& cell)
 {
     switch (type) {
     case MOXDEV_MANAGER_DEVID_STR:
-    case MOXDEV_MANAGER_STRING:
-        return 2 + DWORD(cell.size());
+    case MOXDEV_MANAGER_STRING: return 2 + DWORD(cell.size());
     case MOXDEV_MANAGER_BOOL:
-    case MOXDEV_MANAGER_BYTE:
-        return 2;
-    case MOXDEV_MANAGER_WORD:
-        return 3;
-    default:
-        return 5;
+    case MOXDEV_MANAGER_BYTE: return 2;
+    case MOXDEV_MANAGER_WORD: return 3;
+    default: return 5;
     }
 }
 
@@ -66,8 +62,7 @@ DWORD MOXDEV_DEV_INFO_MANAGER::check_device_file(FIO_PATH csv_file, DWORD& devic
     return DWORD(size);
 }
 
-void MOXDEV_DEV_INFO_MANAGER::dump_to_database(BYTE*& data, DWORD& index,
-                                               std::vector<std::string> svec)
+void MOXDEV_DEV_INFO_MANAGER::dump_to_database(BYTE*& data, DWORD& index, std::vector<std::string> svec)
 {
     write_in_place(data, index, [&](MOXDEV_FIELD_WRITER& out) { write_record(out, svec); });
 }
@@ -108,11 +103,9 @@ const MOXDEV_NAME_TABLE* name_table_of(const std::string& type_name)
 
 } // namespace
 
-void MOXDEV_DEV_INFO_MANAGER::dump_enum_to_database(BYTE*& data, DWORD& index,
-                                                    std::string type_name, std::string value)
+void MOXDEV_DEV_INFO_MANAGER::dump_enum_to_database(BYTE*& data, DWORD& index, std::string type_name, std::string value)
 {
-    write_in_place(data, index,
-                   [&](MOXDEV_FIELD_WRITER& out) { write_enum(out, type_name, value); });
+    write_in_place(data, index, [&](MOXDEV_FIELD_WRITER& out) { write_enum(out, type_name, value); });
 }
 
 void MOXDEV_DEV_INFO_MANAGER::write_enum(MOXDEV_FIELD_WRITER& out, const std::string& type_name,
@@ -133,8 +126,7 @@ void MOXDEV_DEV_INFO_MANAGER::write_enum(MOXDEV_FIELD_WRITER& out, const std::st
     out.tagged_dword(type_name.empty() ? MOXDEV_MANAGER_ENUM : MOXDEV_MANAGER_DEVID_ENUM, id);
 }
 
-std::string MOXDEV_DEV_INFO_MANAGER::convert_id_enum_to_string(std::string type_name,
-                                                               DWORD id) const
+std::string MOXDEV_DEV_INFO_MANAGER::convert_id_enum_to_string(std::string type_name, DWORD id) const
 {
     if (type_name == "family")
         MOXDEV_ASSERT(id < DWORD(DEV_FAMILY_MAX));

@@ -53,8 +53,7 @@ MOXDEV_DEV_INFO_MANAGER::MOXDEV_DEV_INFO_MANAGER(bool skip_load, DWORD print_mod
 
 void MOXDEV_DEV_INFO_MANAGER::initialize_device_database(FIO_PATH device_file)
 {
-    PAYLOAD payload =
-        read_database_file(device_file, "device_file", MOXDEV_DEVICE_DB_MAGIC, MOXDEV_DEV_INFO_CSV_MD5);
+    PAYLOAD payload = read_database_file(device_file, "device_file", MOXDEV_DEVICE_DB_MAGIC, MOXDEV_DEV_INFO_CSV_MD5);
     const DWORD memory_size = payload.size;
     MOXDEV_ASSERT(memory_size > get_table_size());
     m_csv_memory_size = memory_size - get_table_size();
@@ -118,10 +117,8 @@ void MOXDEV_DEV_INFO_MANAGER::get_database(BYTE* data, DWORD& index, DWORD recor
 
 void MOXDEV_DEV_INFO_MANAGER::read_record(MOXDEV_FIELD_READER& in, DWORD record)
 {
-    MOXDEV_ASSERT_MSG(m_device_database != nullptr && record < m_device_database->size(),
-                      "record < m_device_count");
-    moxdev_for_each_device_field((*m_device_database)[record], [&](const char*, MOXDEV_MANAGER_TYPE,
-                                                                   auto& value) {
+    MOXDEV_ASSERT_MSG(m_device_database != nullptr && record < m_device_database->size(), "record < m_device_count");
+    moxdev_for_each_device_field((*m_device_database)[record], [&](const char*, MOXDEV_MANAGER_TYPE, auto& value) {
         using T = std::decay_t<decltype(value)>;
         if constexpr (std::is_enum_v<T> || std::is_same_v<T, int>) {
             const DWORD raw = in.dword_field();
@@ -130,10 +127,9 @@ void MOXDEV_DEV_INFO_MANAGER::read_record(MOXDEV_FIELD_READER& in, DWORD record)
                 // A value beyond the enumeration's bound is kept (the searches
                 // report it), but one the enumeration cannot hold at all would
                 // make the record itself invalid.
-                const DWORD largest = std::is_same_v<T, DEV_FAMILY_ENUM> ? DWORD(DEV_FAMILY_MAX)
-                                                                          : DWORD(DEV_DEVICE_MAX);
-                MOXDEV_ASSERT_MSG(raw <= enumeration_mask(largest),
-                                  "catalogue value does not fit its enumeration");
+                const DWORD largest =
+                    std::is_same_v<T, DEV_FAMILY_ENUM> ? DWORD(DEV_FAMILY_MAX) : DWORD(DEV_DEVICE_MAX);
+                MOXDEV_ASSERT_MSG(raw <= enumeration_mask(largest), "catalogue value does not fit its enumeration");
             }
             value = static_cast<T>(raw);
         } else {
@@ -151,31 +147,27 @@ void MOXDEV_DEV_INFO_MANAGER::get_table(BYTE* data, DWORD& index)
 
 void MOXDEV_DEV_INFO_MANAGER::read_tables(MOXDEV_FIELD_READER& in)
 {
-    MOXDEV_ASSERT_MSG(m_device_database != nullptr && m_family_table != nullptr &&
-                          m_device_table != nullptr && m_part_table != nullptr,
+    MOXDEV_ASSERT_MSG(m_device_database != nullptr && m_family_table != nullptr && m_device_table != nullptr &&
+                          m_part_table != nullptr,
                       "m_device_database != NULL && m_family_table != NULL && "
                       "m_device_table != NULL && m_part_table != NULL");
 
-    MOXDEV_ASSERT_MSG(in.get_byte() == MOXDEV_MANAGER_FAMILY_TBL,
-                      "data[index++] == MOXDEV_MANAGER_FAMILY_TBL");
+    MOXDEV_ASSERT_MSG(in.get_byte() == MOXDEV_MANAGER_FAMILY_TBL, "data[index++] == MOXDEV_MANAGER_FAMILY_TBL");
     MOXDEV_ASSERT_MSG(in.get_dword() == DWORD(DEV_FAMILY_MAX), "get_dword(data, index) == DWORD(DEV_FAMILY_MAX)");
     in.get_dwords(m_family_table->data(), DWORD(m_family_table->size()));
 
-    MOXDEV_ASSERT_MSG(in.get_byte() == MOXDEV_MANAGER_DEVICE_TBL,
-                      "data[index++] == MOXDEV_MANAGER_DEVICE_TBL");
+    MOXDEV_ASSERT_MSG(in.get_byte() == MOXDEV_MANAGER_DEVICE_TBL, "data[index++] == MOXDEV_MANAGER_DEVICE_TBL");
     MOXDEV_ASSERT_MSG(in.get_dword() == DWORD(DEV_DEVICE_MAX), "get_dword(data, index) == DWORD(DEV_DEVICE_MAX)");
     in.get_dwords(m_device_table->data(), DWORD(m_device_table->size()));
 
-    MOXDEV_ASSERT_MSG(in.get_byte() == MOXDEV_MANAGER_PART_TBL,
-                      "data[index++] == MOXDEV_MANAGER_PART_TBL");
+    MOXDEV_ASSERT_MSG(in.get_byte() == MOXDEV_MANAGER_PART_TBL, "data[index++] == MOXDEV_MANAGER_PART_TBL");
     MOXDEV_ASSERT_MSG(in.get_dword() == DWORD(DEV_PART_MAX), "get_dword(data, index) == DWORD(DEV_PART_MAX)");
     in.get_dwords(m_part_table->data(), DWORD(m_part_table->size()));
 }
 
 // ---------------------------------------------------------------- lookups
 
-MOXDEV_DEVICE_INFO* MOXDEV_DEV_INFO_MANAGER::copy_of_table_entry(const std::vector<DWORD>& table,
-                                                                 DWORD value)
+MOXDEV_DEVICE_INFO* MOXDEV_DEV_INFO_MANAGER::copy_of_table_entry(const std::vector<DWORD>& table, DWORD value)
 {
     m_index = table[value];
     if (m_index == INVALID_DWORD)
@@ -296,8 +288,7 @@ bool MOXDEV_DEV_INFO_MANAGER::search_part(int part, bool allow_invalid)
 void MOXDEV_DEV_INFO_MANAGER::parse_mox_parts()
 {
     const std::string path = gen_get_install_fullpath() + "/h/mox_parts.txt";
-    std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(path.c_str(), "r"),
-                                                         &std::fclose);
+    std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(path.c_str(), "r"), &std::fclose);
     MOXDEV_ASSERT_MSG(file != nullptr, "Unable to open the part list " + path);
 
     std::vector<MOXDEV_PART_LIST_ENTRY> entries;
@@ -310,9 +301,8 @@ void MOXDEV_DEV_INFO_MANAGER::parse_mox_parts()
         if (line.empty() || line.compare(0, 2, "//") == 0)
             continue;
         const STRING_TOKENIZER tokens(line, CSV_DELIMITERS, true);
-        MOXDEV_ASSERT_MSG(tokens.size() >= 7,
-                          fmt::format("Part list line {} has {} tokens, fewer than seven: {}",
-                                      line_number, tokens.size(), line));
+        MOXDEV_ASSERT_MSG(tokens.size() >= 7, fmt::format("Part list line {} has {} tokens, fewer than seven: {}",
+                                                          line_number, tokens.size(), line));
         MOXDEV_PART_LIST_ENTRY entry;
         entry.part = dstr_get_dev_part_enum_by_string(tokens.at(0).c_str());
         entry.device = dstr_get_dev_device_enum_by_string(tokens.at(1).c_str());
@@ -330,8 +320,7 @@ bool MOXDEV_DEV_INFO_MANAGER::search_pcf_of_first_entry(PREDICATE matches)
     if (entry == entries.end() || entry->pcf.empty())
         return false;
     const std::string& pcf = entry->pcf;
-    return find_record(
-        [&](const MOXDEV_DEVICE_INFO& record) { return gen_stricmp(pcf, record.pcf) == 0; });
+    return find_record([&](const MOXDEV_DEVICE_INFO& record) { return gen_stricmp(pcf, record.pcf) == 0; });
 }
 
 bool MOXDEV_DEV_INFO_MANAGER::search_pcf_for_device(DEV_DEVICE_ENUM device)
@@ -341,8 +330,7 @@ bool MOXDEV_DEV_INFO_MANAGER::search_pcf_for_device(DEV_DEVICE_ENUM device)
                       "m_device_database != NULL && device < DEV_DEVICE_MAX");
     if (device == DEV_DEVICE_INVALID)
         return false;
-    return search_pcf_of_first_entry(
-        [&](const MOXDEV_PART_LIST_ENTRY& entry) { return entry.device == device; });
+    return search_pcf_of_first_entry([&](const MOXDEV_PART_LIST_ENTRY& entry) { return entry.device == device; });
 }
 
 bool MOXDEV_DEV_INFO_MANAGER::search_pcf_for_part(int part)
@@ -352,8 +340,7 @@ bool MOXDEV_DEV_INFO_MANAGER::search_pcf_for_part(int part)
                       "m_device_database != NULL && part < DEV_PART_MAX");
     if (part == DEV_PART_INVALID)
         return false;
-    return search_pcf_of_first_entry(
-        [&](const MOXDEV_PART_LIST_ENTRY& entry) { return entry.part == part; });
+    return search_pcf_of_first_entry([&](const MOXDEV_PART_LIST_ENTRY& entry) { return entry.part == part; });
 }
 
 // ---------------------------------------------------------------- listings
@@ -376,13 +363,11 @@ std::string option_value_text(DWORD value)
 
 } // namespace
 
-std::vector<std::pair<std::string, std::string>>
-moxdev_device_info_to_text(const MOXDEV_DEVICE_INFO& record)
+std::vector<std::pair<std::string, std::string>> moxdev_device_info_to_text(const MOXDEV_DEVICE_INFO& record)
 {
     std::vector<std::pair<std::string, std::string>> fields;
     fields.reserve(TOTAL_DEVICE_DATABASE_MEMBER);
-    moxdev_for_each_device_field(record, [&](const char* name, MOXDEV_MANAGER_TYPE type,
-                                             const auto& value) {
+    moxdev_for_each_device_field(record, [&](const char* name, MOXDEV_MANAGER_TYPE type, const auto& value) {
         using T = std::decay_t<decltype(value)>;
         std::string text;
         if constexpr (std::is_same_v<T, std::string>) {
@@ -422,8 +407,7 @@ void MOXDEV_DEV_INFO_MANAGER::print_database(DWORD print_mode) const
         if (entry == INVALID_DWORD || entry >= records.size())
             fmt::print("{:<28} {:>6}  -> none\n", name, value);
         else
-            fmt::print("{:<28} {:>6}  -> record {:>2}  {}\n", name, value, entry,
-                       records[entry].pcf);
+            fmt::print("{:<28} {:>6}  -> record {:>2}  {}\n", name, value, entry, records[entry].pcf);
     };
     switch (print_mode) {
     case 1:
@@ -450,11 +434,9 @@ void MOXDEV_DEV_INFO_MANAGER::print_database(DWORD print_mode) const
         for (int p = 0; p < DEV_PART_MAX; ++p) {
             if (p == DEV_PART_INVALID)
                 continue;
-            print_entry(p == DEV_PART_GENERIC ? "Generic" : dstr_get_user_string(p), p,
-                        (*m_part_table)[DWORD(p)]);
+            print_entry(p == DEV_PART_GENERIC ? "Generic" : dstr_get_user_string(p), p, (*m_part_table)[DWORD(p)]);
         }
         break;
-    default:
-        break;
+    default: break;
     }
 }

@@ -1,8 +1,8 @@
 // Field name and type tables of the device record, expanded from the field
 // list. The identifier tables are generated from the catalogue at build time
 // (moxdev_dev_info_ids.cpp in the build tree).
-#include "moxdev/moxdev_dev_info_manager.h"
 #include "moxdev/moxdev_dev_info_manager_auto_export.h"
+#include "moxdev/moxdev_dev_info_manager.h"
 
 const char* const MOXDEV_DEVICE_FIELD_NAMES[TOTAL_DEVICE_DATABASE_MEMBER] = {
 #define MOXDEV_DEVICE_FIELD(name, stream_type, type) #name,

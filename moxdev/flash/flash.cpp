@@ -40,14 +40,13 @@ const MOXDEV_SFL_FLASH_INFO* user_flash(const MOXDEV_FLASH_MANAGER& manager)
     return defined && manager.get_flash_count() > 0 ? manager.get_flash_database() : nullptr;
 }
 
-DWORD find_flash_index(const MOXDEV_FLASH_MANAGER& manager, bool silicon_id_mode, const BYTE* id_bytes,
-                       DWORD id_count)
+DWORD find_flash_index(const MOXDEV_FLASH_MANAGER& manager, bool silicon_id_mode, const BYTE* id_bytes, DWORD id_count)
 {
     return FLASH_MANAGER_ACCESS::first_match(manager, silicon_id_mode, id_bytes, id_count);
 }
 
-const MOXDEV_SFL_FLASH_INFO* find_flash(const MOXDEV_FLASH_MANAGER& manager, bool silicon_id_mode,
-                                        const BYTE* id_bytes, DWORD id_count)
+const MOXDEV_SFL_FLASH_INFO* find_flash(const MOXDEV_FLASH_MANAGER& manager, bool silicon_id_mode, const BYTE* id_bytes,
+                                        DWORD id_count)
 {
     const DWORD index = find_flash_index(manager, silicon_id_mode, id_bytes, id_count);
     return index == INVALID_DWORD ? nullptr : manager.get_flash_database() + index;

@@ -89,7 +89,8 @@ bool check_flash_table(const std::string& path, TABLE_PROBLEM& problem)
     }
     problem.file_line = 0;
     if (line <= FLASH_TABLE_FIRST_RECORD)
-        return refuse(problem, line, TABLE_PROBLEM::NO_COLUMN, "status && device_count > 0", "it holds no flash record");
+        return refuse(problem, line, TABLE_PROBLEM::NO_COLUMN, "status && device_count > 0",
+                      "it holds no flash record");
     // The loader wants exactly one default record per name.
     const auto violation = defaults.first_violation();
     if (violation.kind == violation.NONE)

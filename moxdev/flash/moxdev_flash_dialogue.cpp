@@ -108,26 +108,46 @@ bool MOXDEV_FLASH_MANAGER::prompt_chip(std::istream& in, std::ostream& out, std:
     }
     // The three ID bytes must be read from three different places.
     if (values[Q_MEMORY_ID_INDEX] == values[Q_MEMORY_TYPE_INDEX] ||
-        values[Q_MEMORY_ID_INDEX] == values[Q_MFC_ID_INDEX] ||
-        values[Q_MEMORY_TYPE_INDEX] == values[Q_MFC_ID_INDEX]) {
+        values[Q_MEMORY_ID_INDEX] == values[Q_MFC_ID_INDEX] || values[Q_MEMORY_TYPE_INDEX] == values[Q_MFC_ID_INDEX]) {
         out << "Memory ID, Memory Type and Manufacturer ID index cannot be at the same location";
         return false;
     }
 
     const DWORD bits = values[Q_DENSITY] << 20;
     const std::string fields[TOTAL_DATABASE_MEMBER] = {
-        texts[Q_MANUFACTURER], texts[Q_DEVICE], "0",
-        texts[Q_MEMORY_ID], texts[Q_MEMORY_ID_INDEX], texts[Q_MEMORY_TYPE],
-        texts[Q_MEMORY_TYPE_INDEX], texts[Q_MFC_ID], texts[Q_MFC_ID_INDEX],
-        std::to_string(USER_FLASH_VELMAR_ID), "1", "NONE",
-        texts[Q_EXTENDED], texts[Q_MICRON], texts[Q_SPANSION],
-        texts[Q_PROTECTED], texts[Q_AAI], texts[Q_FLAG_STATUS],
-        texts[Q_DIE_COUNT], fmt::format("{}", static_cast<int>(bits)),
+        texts[Q_MANUFACTURER],
+        texts[Q_DEVICE],
+        "0",
+        texts[Q_MEMORY_ID],
+        texts[Q_MEMORY_ID_INDEX],
+        texts[Q_MEMORY_TYPE],
+        texts[Q_MEMORY_TYPE_INDEX],
+        texts[Q_MFC_ID],
+        texts[Q_MFC_ID_INDEX],
+        std::to_string(USER_FLASH_VELMAR_ID),
+        "1",
+        "NONE",
+        texts[Q_EXTENDED],
+        texts[Q_MICRON],
+        texts[Q_SPANSION],
+        texts[Q_PROTECTED],
+        texts[Q_AAI],
+        texts[Q_FLAG_STATUS],
+        texts[Q_DIE_COUNT],
+        fmt::format("{}", static_cast<int>(bits)),
         fmt::format("{}", static_cast<int>(values[Q_SECTOR] << 10)),
-        "0", bits >= FOUR_BYTE_ADDRESS_BITS ? "1" : "0",
-        texts[Q_BULK_ERASE], texts[Q_SECTOR_ERASE], texts[Q_PAGE_PROGRAM],
-        texts[Q_MASK], texts[Q_VALUE], texts[Q_UNPROTECT],
-        texts[Q_DIVISOR], texts[Q_BOTTOM], texts[Q_SDM], texts[Q_VOLTAGE],
+        "0",
+        bits >= FOUR_BYTE_ADDRESS_BITS ? "1" : "0",
+        texts[Q_BULK_ERASE],
+        texts[Q_SECTOR_ERASE],
+        texts[Q_PAGE_PROGRAM],
+        texts[Q_MASK],
+        texts[Q_VALUE],
+        texts[Q_UNPROTECT],
+        texts[Q_DIVISOR],
+        texts[Q_BOTTOM],
+        texts[Q_SDM],
+        texts[Q_VOLTAGE],
     };
     for (const std::string& field : fields)
         definition += "@" + field;

@@ -43,8 +43,7 @@ DWORD MOXDEV_FLASH_MANAGER::check_flash_file(FIO_PATH csv, DWORD& record_count)
     return DWORD(size);
 }
 
-void MOXDEV_FLASH_MANAGER::dump_to_database(BYTE*& data, DWORD& index,
-                                            std::vector<std::string> svec)
+void MOXDEV_FLASH_MANAGER::dump_to_database(BYTE*& data, DWORD& index, std::vector<std::string> svec)
 {
     write_in_place(data, index, [&](MOXDEV_FIELD_WRITER& out) { write_record(out, svec); });
 }

@@ -14,15 +14,13 @@ static bool moxdev_flash_field_is_optional(const std::string& name)
     return name == "memory_type_index" || name == "protection_division" || name == "bottom_value";
 }
 
-std::vector<std::pair<std::string, std::string>>
-moxdev_flash_info_to_text(const MOXDEV_SFL_FLASH_INFO& record)
+std::vector<std::pair<std::string, std::string>> moxdev_flash_info_to_text(const MOXDEV_SFL_FLASH_INFO& record)
 {
-    static const std::set<std::string> hex_fields = {
-        "memory_id", "memory_type", "mfc_id", "protection_mask", "protection_value", "unprotect_value"};
+    static const std::set<std::string> hex_fields = {"memory_id",       "memory_type",      "mfc_id",
+                                                     "protection_mask", "protection_value", "unprotect_value"};
     std::vector<std::pair<std::string, std::string>> fields;
     fields.reserve(TOTAL_DATABASE_MEMBER);
-    moxdev_for_each_flash_field(record, [&](const char* name, MOXDEV_MANAGER_TYPE,
-                                            const auto& value) {
+    moxdev_for_each_flash_field(record, [&](const char* name, MOXDEV_MANAGER_TYPE, const auto& value) {
         using T = std::decay_t<decltype(value)>;
         std::string text;
         if constexpr (std::is_same_v<T, std::string>)
@@ -44,8 +42,7 @@ void MOXDEV_FLASH_MANAGER::print_database() const
 {
     for (DWORD i = 0; m_flash_database && i < m_flash_count; ++i) {
         const MOXDEV_SFL_FLASH_INFO& record = (*m_flash_database)[i];
-        fmt::print("Flash record {} of {}: {} {}\n", i, m_flash_count, record.manufacturer_name,
-                   record.device_name);
+        fmt::print("Flash record {} of {}: {} {}\n", i, m_flash_count, record.manufacturer_name, record.device_name);
         for (const auto& field : moxdev_flash_info_to_text(record))
             fmt::print("  {:<20} {}\n", field.first, field.second);
     }

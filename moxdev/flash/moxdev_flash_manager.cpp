@@ -1,8 +1,8 @@
 #include "moxdev/moxdev_flash_manager.h"
 
-#include "moxdev/internal/moxdev_assert.h"
 #include "moxdev/flash/moxdev_default_rule.h"
 #include "moxdev/flash/moxdev_user_value_codec.h"
+#include "moxdev/internal/moxdev_assert.h"
 
 #include "host/cfg.h"
 #include "host/gen_path.h"
@@ -17,7 +17,6 @@
 #include <cstdlib>
 #include <iostream>
 #include <type_traits>
-
 
 // Internal errors of this file are the class's own.
 static constexpr const char* MOXDEV_UNIT = "moxdev_flash_manager";
@@ -88,8 +87,7 @@ void MOXDEV_FLASH_MANAGER::initialize_flash_database(FIO_PATH flash_file)
 
 void MOXDEV_FLASH_MANAGER::load(const FIO_PATH& flash_file, KEEP keep)
 {
-    PAYLOAD payload =
-        read_database_file(flash_file, "flash_file", MOXDEV_FLASH_DB_MAGIC, MOXDEV_FLASH_INFO_CSV_MD5);
+    PAYLOAD payload = read_database_file(flash_file, "flash_file", MOXDEV_FLASH_DB_MAGIC, MOXDEV_FLASH_INFO_CSV_MD5);
     MOXDEV_FIELD_READER in = reader(payload.data.get(), payload.size);
     parse_payload(in, keep);
 }
@@ -151,9 +149,8 @@ bool MOXDEV_FLASH_MANAGER::read_record(MOXDEV_FIELD_READER& in, DWORD slot, KEEP
     MOXDEV_ASSERT_MSG(m_flash_database != nullptr && slot < m_flash_database->size(),
                       "slot < m_flash_count + m_ini_count");
     MOXDEV_SFL_FLASH_INFO& record = (*m_flash_database)[slot];
-    moxdev_for_each_flash_field(record, [&](const char*, MOXDEV_MANAGER_TYPE, auto& value) {
-        moxdev_read_field(in, value);
-    });
+    moxdev_for_each_flash_field(record,
+                                [&](const char*, MOXDEV_MANAGER_TYPE, auto& value) { moxdev_read_field(in, value); });
     // Most records have no switch: those pass every check of enable_device().
     if (is_none(record.ini))
         return true;
@@ -216,8 +213,7 @@ const MOXDEV_SFL_FLASH_INFO* MOXDEV_FLASH_MANAGER::get_default_flash(std::string
 
 // ---------------------------------------------------------------- binding
 
-bool MOXDEV_FLASH_MANAGER::flash_id_database_mapping(bool silicon_id_mode, DWORD device_index,
-                                                     BYTE* id_bytes)
+bool MOXDEV_FLASH_MANAGER::flash_id_database_mapping(bool silicon_id_mode, DWORD device_index, BYTE* id_bytes)
 {
     // Without a count every byte a record can index must be readable: 256.
     return bind(silicon_id_mode, device_index, id_bytes, 256);
@@ -242,9 +238,7 @@ bool MOXDEV_FLASH_MANAGER::bind(bool silicon_id_mode, DWORD device_index, const 
 
 DWORD MOXDEV_FLASH_MANAGER::first_match(bool silicon_id_mode, const BYTE* id_bytes, DWORD id_count) const
 {
-    auto byte_is = [&](BYTE position, BYTE expected) {
-        return position < id_count && id_bytes[position] == expected;
-    };
+    auto byte_is = [&](BYTE position, BYTE expected) { return position < id_count && id_bytes[position] == expected; };
     for (DWORD i = 0; m_flash_database && i < m_flash_count; ++i) {
         const MOXDEV_SFL_FLASH_INFO& record = (*m_flash_database)[i];
         if (silicon_id_mode) {
@@ -271,8 +265,8 @@ DWORD MOXDEV_FLASH_MANAGER::get_flash_mapping_index(DWORD device, bool allow_inv
 
 void MOXDEV_FLASH_MANAGER::set_flash_mapping_index(DWORD device, DWORD index)
 {
-    MOXDEV_ASSERT_MSG(m_device_to_flash_map != nullptr && device < m_device_count &&
-                          m_flash_database != nullptr && m_flash_count > 0 && index < m_flash_count,
+    MOXDEV_ASSERT_MSG(m_device_to_flash_map != nullptr && device < m_device_count && m_flash_database != nullptr &&
+                          m_flash_count > 0 && index < m_flash_count,
                       "m_device_to_flash_map != NULL && device < m_device_count && "
                       "m_flash_database != NULL && m_flash_count > 0 && index < m_flash_count");
     (*m_device_to_flash_map)[device] = index;
@@ -280,8 +274,8 @@ void MOXDEV_FLASH_MANAGER::set_flash_mapping_index(DWORD device, DWORD index)
 
 const MOXDEV_SFL_FLASH_INFO& MOXDEV_FLASH_MANAGER::bound_record(DWORD device) const
 {
-    MOXDEV_ASSERT_MSG(m_device_to_flash_map != nullptr && device < m_device_count &&
-                          m_flash_database != nullptr && m_flash_count > 0,
+    MOXDEV_ASSERT_MSG(m_device_to_flash_map != nullptr && device < m_device_count && m_flash_database != nullptr &&
+                          m_flash_count > 0,
                       "m_device_to_flash_map != NULL && device < m_device_count && "
                       "m_flash_database != NULL && m_flash_count > 0");
     const DWORD index = (*m_device_to_flash_map)[device];
@@ -290,18 +284,17 @@ const MOXDEV_SFL_FLASH_INFO& MOXDEV_FLASH_MANAGER::bound_record(DWORD device) co
     return (*m_flash_database)[index];
 }
 
-#define MOXDEV_FLASH_FIELD(name, stream_type, type)                                             \
-    type MOXDEV_FLASH_MANAGER::sfl_get_##name(DWORD device) const                               \
-    {                                                                                           \
-        return bound_record(device).name;                                                       \
+#define MOXDEV_FLASH_FIELD(name, stream_type, type)                                                                    \
+    type MOXDEV_FLASH_MANAGER::sfl_get_##name(DWORD device) const                                                      \
+    {                                                                                                                  \
+        return bound_record(device).name;                                                                              \
     }
 #include "moxdev/moxdev_flash_info_fields.def"
 
 DWORD MOXDEV_FLASH_MANAGER::sfl_get_chain_longest_program_utime() const
 {
     MOXDEV_ASSERT(m_device_count > 0);
-    MOXDEV_ASSERT_MSG(m_device_to_flash_map != nullptr && m_flash_database != nullptr &&
-                          m_flash_count > 0,
+    MOXDEV_ASSERT_MSG(m_device_to_flash_map != nullptr && m_flash_database != nullptr && m_flash_count > 0,
                       "m_device_to_flash_map != NULL && device < m_device_count && "
                       "m_flash_database != NULL && m_flash_count > 0");
     bool found = false;
@@ -404,8 +397,7 @@ bool MOXDEV_FLASH_MANAGER::read_definition(const std::string& definition)
     return assign_ini(fields);
 }
 
-bool MOXDEV_FLASH_MANAGER::get_string_from_ini(std::string text, std::string* field,
-                                               size_t& position)
+bool MOXDEV_FLASH_MANAGER::get_string_from_ini(std::string text, std::string* field, size_t& position)
 {
     field->clear();
     const std::size_t first = text.find('@', position);

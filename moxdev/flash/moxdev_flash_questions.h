@@ -19,8 +19,8 @@ enum class FLASH_ANSWER {
 };
 
 struct FLASH_QUESTION {
-    const char* prompt;           // as gen_flash_ini asks it
-    const char* friendly_prompt;  // as define_user_flash asks it; null: the same
+    const char* prompt;          // as gen_flash_ini asks it
+    const char* friendly_prompt; // as define_user_flash asks it; null: the same
     FLASH_ANSWER kind;
     DWORD minimum;
     DWORD maximum;
@@ -31,10 +31,34 @@ struct FLASH_QUESTION {
 
 // Answers in question order.
 enum FLASH_QUESTION_INDEX : std::size_t {
-    Q_MANUFACTURER, Q_DEVICE, Q_MEMORY_ID, Q_MEMORY_ID_INDEX, Q_MEMORY_TYPE, Q_MEMORY_TYPE_INDEX,
-    Q_MFC_ID, Q_MFC_ID_INDEX, Q_EXTENDED, Q_MICRON, Q_SPANSION, Q_PROTECTED, Q_AAI, Q_FLAG_STATUS,
-    Q_DIE_COUNT, Q_DENSITY, Q_SECTOR, Q_BULK_ERASE, Q_SECTOR_ERASE, Q_PAGE_PROGRAM, Q_MASK,
-    Q_VALUE, Q_UNPROTECT, Q_DIVISOR, Q_BOTTOM, Q_SDM, Q_VOLTAGE, FLASH_QUESTION_COUNT
+    Q_MANUFACTURER,
+    Q_DEVICE,
+    Q_MEMORY_ID,
+    Q_MEMORY_ID_INDEX,
+    Q_MEMORY_TYPE,
+    Q_MEMORY_TYPE_INDEX,
+    Q_MFC_ID,
+    Q_MFC_ID_INDEX,
+    Q_EXTENDED,
+    Q_MICRON,
+    Q_SPANSION,
+    Q_PROTECTED,
+    Q_AAI,
+    Q_FLAG_STATUS,
+    Q_DIE_COUNT,
+    Q_DENSITY,
+    Q_SECTOR,
+    Q_BULK_ERASE,
+    Q_SECTOR_ERASE,
+    Q_PAGE_PROGRAM,
+    Q_MASK,
+    Q_VALUE,
+    Q_UNPROTECT,
+    Q_DIVISOR,
+    Q_BOTTOM,
+    Q_SDM,
+    Q_VOLTAGE,
+    FLASH_QUESTION_COUNT
 };
 
 inline constexpr FLASH_QUESTION FLASH_QUESTIONS[FLASH_QUESTION_COUNT] = {

@@ -21,10 +21,7 @@ struct BYTES {
     std::size_t size;
 
     bool has(std::size_t at, std::size_t count) const { return at <= size && count <= size - at; }
-    DWORD dword(std::size_t at) const
-    {
-        return moxdev::bytes::load_le32(data + at);
-    }
+    DWORD dword(std::size_t at) const { return moxdev::bytes::load_le32(data + at); }
 };
 
 DWORD bits(DWORD value, unsigned high, unsigned low)
@@ -74,7 +71,8 @@ bool decode_bfpt(const std::vector<DWORD>& dw, MOXDEV_SFDP& sfdp, std::string& e
         if (exponent == 0)
             continue;
         if (exponent >= 32) {
-            sfdp.warnings.push_back(fmt::format("erase type {} gives an impossible size 2^{}; ignored", type, exponent));
+            sfdp.warnings.push_back(
+                fmt::format("erase type {} gives an impossible size 2^{}; ignored", type, exponent));
             continue;
         }
         MOXDEV_SFDP_ERASE_TYPE erase;
@@ -195,10 +193,10 @@ std::string moxdev_jedec_maker(BYTE code)
         BYTE code;
         const char* name;
     } makers[] = {
-        {0x01, "SPANSION"},   {0x0B, "XTX"},    {0x0E, "ZBIT"},   {0x1C, "EON"},      {0x1F, "ADESTO"},
-        {0x20, "MICRON"},     {0x2C, "MICRON"}, {0x34, "INFINEON"}, {0x37, "AMIC"},   {0x68, "BOYA"},
-        {0x85, "PUYA"},       {0x8C, "ESMT"},   {0x9D, "ISSI"},   {0xBA, "ZETTA"},    {0xBF, "SST"},
-        {0xC2, "MACRONIX"},   {0xC8, "GIGADEVICE"}, {0xEF, "WINBOND"}, {0xF8, "FIDELIX"},
+        {0x01, "SPANSION"}, {0x0B, "XTX"},        {0x0E, "ZBIT"},     {0x1C, "EON"},     {0x1F, "ADESTO"},
+        {0x20, "MICRON"},   {0x2C, "MICRON"},     {0x34, "INFINEON"}, {0x37, "AMIC"},    {0x68, "BOYA"},
+        {0x85, "PUYA"},     {0x8C, "ESMT"},       {0x9D, "ISSI"},     {0xBA, "ZETTA"},   {0xBF, "SST"},
+        {0xC2, "MACRONIX"}, {0xC8, "GIGADEVICE"}, {0xEF, "WINBOND"},  {0xF8, "FIDELIX"},
     };
     for (const auto& maker : makers) {
         if (maker.code == code)
@@ -286,9 +284,8 @@ void set_times(MOXDEV_SFDP_RECORD& result, const MOXDEV_SFDP& sfdp, const MOXDEV
 
 } // namespace
 
-bool moxdev_sfdp_record(const MOXDEV_SFDP& sfdp, const BYTE id[3], const std::string& name,
-                        const std::string& maker, const MOXDEV_SFDP_ASSUMPTIONS& assumptions,
-                        MOXDEV_SFDP_RECORD& result, std::string& error)
+bool moxdev_sfdp_record(const MOXDEV_SFDP& sfdp, const BYTE id[3], const std::string& name, const std::string& maker,
+                        const MOXDEV_SFDP_ASSUMPTIONS& assumptions, MOXDEV_SFDP_RECORD& result, std::string& error)
 {
     result = MOXDEV_SFDP_RECORD{};
     MOXDEV_SFL_FLASH_INFO& r = result.record;

@@ -111,8 +111,7 @@ bool decode_user_value(const std::string& encoded, std::string& text, std::strin
 
     std::vector<BYTE> inflated(MAX_USER_VALUE_TEXT);
     DWORD inflated_size = MAX_USER_VALUE_TEXT;
-    if (decoded.empty() ||
-        zlib_uncompress(inflated.data(), &inflated_size, decoded.data(), decoded_size) != ZLIB_OK ||
+    if (decoded.empty() || zlib_uncompress(inflated.data(), &inflated_size, decoded.data(), decoded_size) != ZLIB_OK ||
         inflated_size > MAX_USER_VALUE_TEXT) {
         error = "Fail to generate INI because of decompression failure";
         return false;

@@ -39,7 +39,8 @@ bool definition_of(const MOXDEV_SFL_FLASH_INFO& record, std::string& definition,
         if constexpr (std::is_same_v<T, std::string>) {
             text = value;
             stl_toupper(text);
-            if (refused.empty() && (text.empty() || text.size() > 255 || text.find_first_of("@#;") != std::string::npos))
+            if (refused.empty() &&
+                (text.empty() || text.size() > 255 || text.find_first_of("@#;") != std::string::npos))
                 refused = fmt::format("the {} '{}' cannot be carried: 1 to 255 characters without '@', '#' or ';'",
                                       name, value);
         } else if constexpr (std::is_same_v<T, bool>) {
@@ -71,8 +72,7 @@ std::string user_flash_value(const std::vector<MOXDEV_SFL_FLASH_INFO>& records, 
         text += definition + "#" + user_value_check(definition) + ";";
     }
     std::string encoded, decoded, reason;
-    if (!encode_user_value(text, encoded, reason) || !decode_user_value(encoded, decoded, reason) ||
-        decoded != text) {
+    if (!encode_user_value(text, encoded, reason) || !decode_user_value(encoded, decoded, reason) || decoded != text) {
         fail(error, "the value does not decode to its text: " + reason);
         return "";
     }
@@ -123,8 +123,7 @@ std::string refusal(const FLASH_QUESTION& question, const std::string& answer, D
         return "";
     case FLASH_ANSWER::HEX:
     case FLASH_ANSWER::DECIMAL:
-    case FLASH_ANSWER::POWER_OF_TWO:
-        break;
+    case FLASH_ANSWER::POWER_OF_TWO: break;
     }
     const bool hex = question.kind == FLASH_ANSWER::HEX;
     if (question.unused_allowed && (answer == "NONE" || answer == "-1" || answer == (hex ? "FF" : "255"))) {
@@ -174,8 +173,8 @@ bool ask_chip(std::istream& in, std::ostream& out, MOXDEV_SFL_FLASH_INFO& chip, 
         std::string reason = refusal(question, answer, value);
         // The three ID bytes must be read from three different places.
         if (reason.empty() && (q == Q_MEMORY_TYPE_INDEX || q == Q_MFC_ID_INDEX) && value != 255) {
-            const bool taken = value == values[Q_MEMORY_ID_INDEX] ||
-                               (q == Q_MFC_ID_INDEX && value == values[Q_MEMORY_TYPE_INDEX]);
+            const bool taken =
+                value == values[Q_MEMORY_ID_INDEX] || (q == Q_MFC_ID_INDEX && value == values[Q_MEMORY_TYPE_INDEX]);
             if (taken)
                 reason = "Memory ID, Memory Type and Manufacturer ID index cannot be at the same location: "
                          "another ID byte is read from there";

@@ -17,9 +17,17 @@ namespace moxdev {
 // ---------------------------------------------------------------- parameters
 
 // One field list row as an HPS_PARAMETER.
-#define MOXDEV_HPS_PARAMETER(name, type, prompt, hex, power_of_2, ranges, hits, scale)                       \
-    {#name, prompt, MOXDEV_HPS_PARAM_TYPE(type), hex, power_of_2, std::vector<DWORD> MOXDEV_HPS_BRACED ranges, \
-     std::vector<DWORD> MOXDEV_HPS_BRACED hits, scale},
+#define MOXDEV_HPS_PARAMETER(name, type, prompt, hex, power_of_2, ranges, hits, scale)                                 \
+    {#name,                                                                                                            \
+     prompt,                                                                                                           \
+     MOXDEV_HPS_PARAM_TYPE(type),                                                                                      \
+     hex,                                                                                                              \
+     power_of_2,                                                                                                       \
+     std::vector<DWORD>                                                                                                \
+         MOXDEV_HPS_BRACED ranges,                                                                                     \
+     std::vector<DWORD>                                                                                                \
+         MOXDEV_HPS_BRACED hits,                                                                                       \
+     scale},
 
 #define MOXDEV_HPS_FIELD MOXDEV_HPS_PARAMETER
 const std::vector<HPS_PARAMETER>& HPS_KIND<MOXDEV_HPS_NAND_STRUCTURE>::parameters()
@@ -69,8 +77,10 @@ std::string ranges_text(const HPS_PARAMETER& parameter)
     const DWORD pairs = parameter.ranges[0];
     for (DWORD pair = 0; pair < pairs; ++pair) {
         const DWORD low = parameter.ranges[1 + 2 * pair], high = parameter.ranges[2 + 2 * pair];
-        text += (pair == 0 ? "" : pair + 1 == pairs ? " or " : ", ") + number_text(low, parameter.hex) +
-                (low == high ? "" : " to " + number_text(high, parameter.hex));
+        text += (pair == 0           ? ""
+                 : pair + 1 == pairs ? " or "
+                                     : ", ") +
+                number_text(low, parameter.hex) + (low == high ? "" : " to " + number_text(high, parameter.hex));
     }
     return text;
 }
@@ -157,10 +167,10 @@ std::string numeric_answer(const HPS_PARAMETER& parameter, const std::string& an
         text = parameter.hex ? "0x" + number_text(value, true) : std::to_string(value);
     }
     std::string refusal;
-    if (MOXDEV_FLASH_INI::convert_string_to_qword(
-            parameter.type, value, parameter.hex, text, parameter.power_of_2,
-            parameter.ranges.empty() ? nullptr : parameter.ranges.data(),
-            parameter.hits.empty() ? nullptr : parameter.hits.data(), false, parameter.scale, refusal))
+    if (MOXDEV_FLASH_INI::convert_string_to_qword(parameter.type, value, parameter.hex, text, parameter.power_of_2,
+                                                  parameter.ranges.empty() ? nullptr : parameter.ranges.data(),
+                                                  parameter.hits.empty() ? nullptr : parameter.hits.data(), false,
+                                                  parameter.scale, refusal))
         return "";
     return plain_refusal(parameter, refusal, quoted);
 }

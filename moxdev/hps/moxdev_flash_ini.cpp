@@ -1,8 +1,8 @@
 #include "moxdev/moxdev_flash_ini.h"
 
+#include "moxdev/hps/moxdev_parameter_container.h"
 #include "moxdev/internal/moxdev_assert.h"
 #include "moxdev/internal/moxdev_bytes.h"
-#include "moxdev/hps/moxdev_parameter_container.h"
 
 #include "host/gen_string.h"
 
@@ -98,9 +98,8 @@ QWORD MOXDEV_FLASH_INI::convert_string_to_qword(std::string string, bool no_empt
     return value;
 }
 
-bool MOXDEV_FLASH_INI::convert_string_to_qword(MOXDEV_PARAM_TYPE type, QWORD& value, bool hex,
-                                               std::string string, bool power_of_2,
-                                               const DWORD* range_list, const DWORD* hit_list,
+bool MOXDEV_FLASH_INI::convert_string_to_qword(MOXDEV_PARAM_TYPE type, QWORD& value, bool hex, std::string string,
+                                               bool power_of_2, const DWORD* range_list, const DWORD* hit_list,
                                                bool shift, DWORD multiple, std::string& error)
 {
     value = 0;
@@ -316,8 +315,7 @@ bool MOXDEV_FLASH_INI::assign_flash_ini_data(const BYTE* data, DWORD& index, DWO
                 ++index;
             ok = index < size;
             if (ok) {
-                static_cast<std::string*>(target)->assign(reinterpret_cast<const char*>(&data[start]),
-                                                          index - start);
+                static_cast<std::string*>(target)->assign(reinterpret_cast<const char*>(&data[start]), index - start);
                 ++index;
             }
             break;

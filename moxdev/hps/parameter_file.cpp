@@ -1,7 +1,7 @@
 #include "moxdev/parameter_file.h"
 
-#include "moxdev/internal/moxdev_file_store.h"
 #include "moxdev/hps/moxdev_parameter_container.h"
+#include "moxdev/internal/moxdev_file_store.h"
 
 #include "host/fio.h"
 

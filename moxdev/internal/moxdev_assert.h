@@ -14,16 +14,21 @@
 //     static constexpr const char* MOXDEV_UNIT = "moxdev_flash_manager";
 //
 // and a file that forgets it does not compile.
+//
+// MOXDEV_ASSERT reports its expression as written, blanks included: where the
+// reported text must keep a spelling that the formatter would change
+// ("data[data_size-4]"), the check is written with MOXDEV_ASSERT_MSG and the
+// text itself.
 #pragma once
 
 #include "host/msg.h"
 
 #define MOXDEV_MODULE "MOXDEV"
 
-#define MOXDEV_ASSERT_MSG(condition, message)                                                   \
-    do {                                                                                        \
-        if (!(condition))                                                                       \
-            ::MSG_INTERNAL_ERROR::report((message), MOXDEV_MODULE, MOXDEV_UNIT, __LINE__);      \
+#define MOXDEV_ASSERT_MSG(condition, message)                                                                          \
+    do {                                                                                                               \
+        if (!(condition))                                                                                              \
+            ::MSG_INTERNAL_ERROR::report((message), MOXDEV_MODULE, MOXDEV_UNIT, __LINE__);                             \
     } while (0)
 
 #define MOXDEV_ASSERT(condition) MOXDEV_ASSERT_MSG(condition, #condition)

@@ -18,9 +18,18 @@ inline QWORD load_le(const BYTE* data, unsigned width)
         value |= QWORD(data[i]) << (8 * i);
     return value;
 }
-inline WORD load_le16(const BYTE* data) { return WORD(load_le(data, 2)); }
-inline DWORD load_le24(const BYTE* data) { return DWORD(load_le(data, 3)); }
-inline DWORD load_le32(const BYTE* data) { return DWORD(load_le(data, 4)); }
+inline WORD load_le16(const BYTE* data)
+{
+    return WORD(load_le(data, 2));
+}
+inline DWORD load_le24(const BYTE* data)
+{
+    return DWORD(load_le(data, 3));
+}
+inline DWORD load_le32(const BYTE* data)
+{
+    return DWORD(load_le(data, 4));
+}
 
 // Writes the low `width` bytes of `value` at `data`.
 inline void store_le(BYTE* data, QWORD value, unsigned width)

@@ -81,8 +81,7 @@ std::string moxdev_temporary_prefix(const std::string& path)
     return path + ".tmp-";
 }
 
-bool moxdev_replace_file(const std::string& path, const std::vector<BYTE>& bytes, std::string& error,
-                         bool* created)
+bool moxdev_replace_file(const std::string& path, const std::vector<BYTE>& bytes, std::string& error, bool* created)
 {
     std::string temporary = moxdev_temporary_prefix(path) + "XXXXXX";
     const int fd = ::mkstemp(temporary.data());
@@ -141,8 +140,8 @@ bool moxdev_replace_file_by(const std::string& path, const std::function<void(co
     if (fd >= 0)
         ::close(fd);
     if (!flushed || ::rename(temporary.c_str(), path.c_str()) != 0) {
-        error = (flushed ? "cannot replace " + path : "cannot write " + temporary) + ": " +
-                reason(flushed ? errno : saved);
+        error =
+            (flushed ? "cannot replace " + path : "cannot write " + temporary) + ": " + reason(flushed ? errno : saved);
         ::unlink(temporary.c_str());
         return false;
     }

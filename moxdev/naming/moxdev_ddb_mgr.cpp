@@ -68,8 +68,8 @@ IMAGE inflate_image(const BYTE* compressed, DWORD cmp_length, DWORD length, cons
     // The host's inflater reports one byte more than the buffer holds when the
     // stream goes on past it: such an image does not fit and fails inflation,
     // while one that fits but is longer than declared fails the length check.
-    const bool fits = zlib_uncompress(image.data.get(), &data_size, compressed, cmp_length) == ZLIB_OK &&
-                      data_size <= capacity;
+    const bool fits =
+        zlib_uncompress(image.data.get(), &data_size, compressed, cmp_length) == ZLIB_OK && data_size <= capacity;
     MOXDEV_ASSERT_MSG(fits, texts.uncompress);
     MOXDEV_ASSERT_MSG(data_size == length, texts.length);
     const BYTE* data = image.data.get();
@@ -77,12 +77,12 @@ IMAGE inflate_image(const BYTE* compressed, DWORD cmp_length, DWORD length, cons
     MOXDEV_ASSERT_MSG(data_size >= MAGIC_SIZE + CRC_SIZE, "data_size >= 14");
     MOXDEV_ASSERT(memcmp(data, "MOXDEV_DDB", 10) == 0);
 
-    const DWORD crc32 = ~MOX_COMMON::msb_calculate_crc32(data, 0, (data_size - CRC_SIZE) * 8,
-                                                         0xFFFFFFFFu, 0x04C11DB7u, true);
-    MOXDEV_ASSERT(BYTE(crc32) == data[data_size-4]);
-    MOXDEV_ASSERT(BYTE(crc32 >> 8) == data[data_size-3]);
-    MOXDEV_ASSERT(BYTE(crc32 >> 16) == data[data_size-2]);
-    MOXDEV_ASSERT(BYTE(crc32 >> 24) == data[data_size-1]);
+    const DWORD crc32 =
+        ~MOX_COMMON::msb_calculate_crc32(data, 0, (data_size - CRC_SIZE) * 8, 0xFFFFFFFFu, 0x04C11DB7u, true);
+    MOXDEV_ASSERT_MSG(BYTE(crc32) == data[data_size - 4], "BYTE(crc32) == data[data_size-4]");
+    MOXDEV_ASSERT_MSG(BYTE(crc32 >> 8) == data[data_size - 3], "BYTE(crc32 >> 8) == data[data_size-3]");
+    MOXDEV_ASSERT_MSG(BYTE(crc32 >> 16) == data[data_size - 2], "BYTE(crc32 >> 16) == data[data_size-2]");
+    MOXDEV_ASSERT_MSG(BYTE(crc32 >> 24) == data[data_size - 1], "BYTE(crc32 >> 24) == data[data_size-1]");
     image.size = data_size;
     return image;
 }
@@ -213,8 +213,8 @@ void index_grammar(GRAMMAR& grammar)
 // The compiled-in grammar, decoded and indexed.
 std::unique_ptr<const GRAMMAR> build_grammar()
 {
-    auto grammar = std::make_unique<GRAMMAR>(
-        parse_grammar(MOXDDB_GRAMMAR_DATA, MOXDDB_GRAMMAR_CMP_LENGTH, MOXDDB_GRAMMAR_LENGTH));
+    auto grammar =
+        std::make_unique<GRAMMAR>(parse_grammar(MOXDDB_GRAMMAR_DATA, MOXDDB_GRAMMAR_CMP_LENGTH, MOXDDB_GRAMMAR_LENGTH));
     index_grammar(*grammar);
     return grammar;
 }
@@ -359,8 +359,7 @@ void print_grammar_debug(TEXT text)
 
 namespace {
 
-std::string device_name(const std::string& name, bool skip_package_conversion, bool no_fallback,
-                        std::string& stripped)
+std::string device_name(const std::string& name, bool skip_package_conversion, bool no_fallback, std::string& stripped)
 {
     std::string result = reverse_lookup(MOXDEV_DDB_GRAMMAR_ENUM::PACKAGE, name);
     if (result.empty() && !skip_package_conversion) {
@@ -392,21 +391,20 @@ std::string moxdev_device_name(const std::string& name, bool skip_package_conver
 std::string MOXDEV_DEVICE_GRAMMAR_MGR::get_package_name(const std::string& name, bool no_fallback)
 {
     const std::string result = moxdev_package_name(name, no_fallback);
-    print_grammar_debug([&] {
-        return "Map Flow   : Strip Speedgrade\n    Input  : " + name + "\n    Output : " + result + "\n";
-    });
+    print_grammar_debug(
+        [&] { return "Map Flow   : Strip Speedgrade\n    Input  : " + name + "\n    Output : " + result + "\n"; });
     return result;
 }
 
-std::string MOXDEV_DEVICE_GRAMMAR_MGR::get_mox_name(const std::string& name,
-                                                    bool skip_package_conversion, bool no_fallback)
+std::string MOXDEV_DEVICE_GRAMMAR_MGR::get_mox_name(const std::string& name, bool skip_package_conversion,
+                                                    bool no_fallback)
 {
     std::string stripped;
     const std::string result = device_name(name, skip_package_conversion, no_fallback, stripped);
     print_grammar_debug([&] {
         return std::string("Map Flow   : Strip Package (skip package conversion: ") +
-               (skip_package_conversion ? "1" : "0") + ")\n    Input0 : " + name + "\n    Input1 : " +
-               stripped + "\n    Output : " + result + "\n";
+               (skip_package_conversion ? "1" : "0") + ")\n    Input0 : " + name + "\n    Input1 : " + stripped +
+               "\n    Output : " + result + "\n";
     });
     return result;
 }
@@ -453,16 +451,14 @@ std::string MOXDEV_DEVICE_GRAMMAR_MGR::get_pcf_family_pcf(const std::string& nam
     return reverse_lookup(MOXDEV_DDB_GRAMMAR_ENUM::PCF_FAMILY, name);
 }
 
-void MOXDEV_DEVICE_GRAMMAR_MGR::get_mox_pcfs(const std::string& name, std::string& part_pcf,
-                                             std::string& family_pcf)
+void MOXDEV_DEVICE_GRAMMAR_MGR::get_mox_pcfs(const std::string& name, std::string& part_pcf, std::string& family_pcf)
 {
     const std::string device = get_mox_name(name, false, false);
     part_pcf = reverse_lookup(MOXDEV_DDB_GRAMMAR_ENUM::MOX_PART, device);
     family_pcf = reverse_lookup(MOXDEV_DDB_GRAMMAR_ENUM::MOX_FAMILY, device);
 }
 
-void MOXDEV_DEVICE_GRAMMAR_MGR::get_dev_pcfs(const std::string& name, std::string& part_pcf,
-                                             std::string& family_pcf)
+void MOXDEV_DEVICE_GRAMMAR_MGR::get_dev_pcfs(const std::string& name, std::string& part_pcf, std::string& family_pcf)
 {
     part_pcf = reverse_lookup(MOXDEV_DDB_GRAMMAR_ENUM::DEV_PART, name);
     family_pcf = reverse_lookup(MOXDEV_DDB_GRAMMAR_ENUM::DEV_FAMILY, name);

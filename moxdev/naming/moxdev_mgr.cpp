@@ -1,8 +1,8 @@
 #include "moxdev/moxdev_mgr.h"
 
 #include "moxdev/internal/moxdev_assert.h"
-#include "moxdev/naming/moxdev_ddb_internal.h"
 #include "moxdev/moxdev_ddb_mgr.h"
+#include "moxdev/naming/moxdev_ddb_internal.h"
 
 #include "host/dev_catalogue.h"
 #include "host/gen_string.h"
@@ -24,6 +24,7 @@ namespace {
 
 // Value names of the four object kinds, indexed by value. Value 0 is never
 // supported; its name only fills the slot.
+// clang-format off
 const char* const BLOCK_NAMES[] = {
     "NONE", "CC_CS_0", "CC_CS_1", "CC_CS_2", "CC_CS_3", "CC_CS_4", "CC_CS_5", "CC_CS_6",
     "CC_CS_VIO", "DS_DSP", "RT_DSPL", "RT_DSPR", "LA_LAB", "LA_MLAB", "RT_LABL", "RT_LABR",
@@ -64,6 +65,7 @@ const char* const HPS_SETTING_NAMES[] = {
     "SOF_FILE_ERROR_REV9", "SOF_FILE_ERROR_REV10", "HPS_DAP_SPLIT_MODE_DISABLED",
     "HPS_DAP_SPLIT_MODE_USE_SDM_PINS", "HPS_DAP_SPLIT_MODE_USE_HPS_PINS",
 };
+// clang-format on
 
 struct NAME_LIST {
     const char* const* names;
@@ -181,8 +183,8 @@ std::string search_passes(const DEV_PART_MANAGER& catalogue, const std::string& 
 {
     for (int pass = 0; pass < 4; ++pass) {
         std::vector<int> parts;
-        if (!catalogue.filter_part_list(parts, family, "ANY", "ANY", "ANY", "ANY", pass < 2,
-                                        pass % 2 == 0, false, "any") ||
+        if (!catalogue.filter_part_list(parts, family, "ANY", "ANY", "ANY", "ANY", pass < 2, pass % 2 == 0, false,
+                                        "any") ||
             parts.empty())
             continue;
         for (int part : parts) {
@@ -254,8 +256,7 @@ std::string MOXDEV_MGR::get_part_name_from_pcf(std::string pcf_name)
     const DEV_PART_MANAGER catalogue;
     return search_passes(catalogue, "ANY", [&](int part, std::string& name) {
         name = dstr_get_user_string(part);
-        return MOX_COMMON::compare_string(MOXDEV_DEVICE_GRAMMAR_MGR::get_mox_part_pcf(name), pcf_name,
-                                          false);
+        return MOX_COMMON::compare_string(MOXDEV_DEVICE_GRAMMAR_MGR::get_mox_part_pcf(name), pcf_name, false);
     });
 }
 

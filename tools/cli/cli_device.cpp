@@ -1,8 +1,8 @@
 // moxdev device: the device information database.
 #include "cli.h"
+#include "cli_json.h"
 #include "cli_names.h"
 #include "cli_paths.h"
-#include "cli_json.h"
 #include "suggest.h"
 
 #include "moxdev/moxdev.h"
@@ -16,7 +16,6 @@
 #include <memory>
 #include <type_traits>
 
-
 namespace moxdev_cli {
 
 namespace {
@@ -26,8 +25,7 @@ namespace {
 void require_device_database()
 {
     std::error_code error;
-    const std::string file =
-        full_path(gen_get_device_db_fullpath() + "/programmer/mox_dev_info.pcf");
+    const std::string file = full_path(gen_get_device_db_fullpath() + "/programmer/mox_dev_info.pcf");
     if (!std::filesystem::is_regular_file(file, error))
         throw USER_ERROR{"no device database '" + file +
                          "' (MOXDEV_DEVICE_DB_DIR names the directory that holds programmer/mox_dev_info.pcf)"};
@@ -62,8 +60,7 @@ JSON option_name(DWORD value)
 JSON record_json(const MOXDEV_DEVICE_INFO& record)
 {
     JSON fields = JSON::object();
-    moxdev_for_each_device_field(record, [&](const char* name, MOXDEV_MANAGER_TYPE type,
-                                             const auto& value) {
+    moxdev_for_each_device_field(record, [&](const char* name, MOXDEV_MANAGER_TYPE type, const auto& value) {
         using T = std::decay_t<decltype(value)>;
         const std::string name_key = std::string(name) + "_name";
         if constexpr (std::is_same_v<T, std::string> || std::is_same_v<T, bool>) {
@@ -321,8 +318,7 @@ JSON served_values_json(const MOXDEV_DEV_INFO_MANAGER& manager, LIST_BY by, cons
 {
     const MOXDEV_DEVICE_INFO* records = manager.get_device_database();
     JSON entries = JSON::array();
-    auto add = [&](int value, const std::string& identifier, const std::string& display_name,
-                   DWORD index) {
+    auto add = [&](int value, const std::string& identifier, const std::string& display_name, DWORD index) {
         const bool served = index != INVALID_DWORD && index < manager.get_device_count();
         entries.push_back({{"value", value},
                            {"name", text_or_null(identifier)},
@@ -376,8 +372,7 @@ std::vector<DWORD> records_kept(const MOXDEV_DEV_INFO_MANAGER& manager, const LI
     return indexes;
 }
 
-void device_list(bool full, const std::string& by_text, const std::string& family_text,
-                 const std::string& device_text)
+void device_list(bool full, const std::string& by_text, const std::string& family_text, const std::string& device_text)
 {
     const LIST_FILTER filter = list_filter(family_text, device_text);
     const bool filtered = filter.family != DEV_FAMILY_INVALID || filter.device != DEV_DEVICE_INVALID;
@@ -432,8 +427,7 @@ void device_list(bool full, const std::string& by_text, const std::string& famil
         auto name_of = [](const std::string& identifier, long long value) {
             return identifier.empty() ? std::to_string(value) : identifier;
         };
-        fmt::print("{:>6}  {:<20} {:<20} {:<16} {}\n", r,
-                   name_of(dstr_get_identifier(record.family), record.family),
+        fmt::print("{:>6}  {:<20} {:<20} {:<16} {}\n", r, name_of(dstr_get_identifier(record.family), record.family),
                    name_of(dstr_get_identifier(record.device), record.device),
                    name_of(dstr_get_part_identifier(record.part), record.part), record.pcf);
     }
@@ -480,7 +474,8 @@ void device_generate(const std::string& csv, const std::string& out)
     // Devices are served by their programming-file name from the part list.
     const std::string part_list = full_path(gen_get_install_fullpath() + "/h/mox_parts.txt");
     if (!std::filesystem::is_regular_file(part_list, error))
-        throw USER_ERROR{"no part list '" + part_list + "' (MOXDEV_INSTALL_DIR names the directory that holds "
+        throw USER_ERROR{"no part list '" + part_list +
+                         "' (MOXDEV_INSTALL_DIR names the directory that holds "
                          "h/mox_parts.txt)"};
     // Written beside `out` and renamed over it: an earlier file survives.
     unsigned records = 0;
@@ -500,8 +495,8 @@ void add_device_commands(CLI::App& app)
     device->require_subcommand(1);
 
     static std::string name;
-    CLI::App* show = device->add_subcommand(
-        "show", "Show the record that serves a family, device or part (letter case ignored)");
+    CLI::App* show =
+        device->add_subcommand("show", "Show the record that serves a family, device or part (letter case ignored)");
     show->add_option("NAME", name, "Family identifier or name, device name or part name")->required();
     add_json_verb(show, [] { device_show(name); });
 
@@ -522,8 +517,7 @@ void add_device_commands(CLI::App& app)
     add_json_verb(list, [] { device_list(full, by, family, device_filter); });
 
     static std::string csv, out;
-    CLI::App* generate = device->add_subcommand(
-        "generate", "Build a device database file from the device table (CSV)");
+    CLI::App* generate = device->add_subcommand("generate", "Build a device database file from the device table (CSV)");
     generate->add_option("CSV", csv, "Device table, e.g. data/mox_dev_info.csv")->required();
     generate->add_option("OUT", out, "Database file to write, e.g. mox_dev_info.pcf")->required();
     generate->callback([] { device_generate(csv, out); });

@@ -1,9 +1,9 @@
 // moxdev flash: the serial flash database, chip identification and the user
 // flash definition.
-#include "cli.h"
 #include "cli_flash.h"
-#include "cli_paths.h"
+#include "cli.h"
 #include "cli_json.h"
+#include "cli_paths.h"
 #include "suggest.h"
 
 #include "moxdev/moxdev.h"
@@ -278,9 +278,9 @@ void print_list_line(const MOXDEV_FLASH_MANAGER& manager, DWORD i)
         note = "user-defined (MOX_SUPPORT_EXT_SPI_DEV)";
     else if (!state.switch_name.empty())
         note = state.switch_name + (state.usable ? " (on)" : " (off: not usable)");
-    fmt::print("{:>5}  {:<10} {:<16} {:<11} {:>6} {:>6}  {:<7} {}\n", i, record.manufacturer_name,
-               record.device_name, id_text(record), mbit_text(record.device_bit_size),
-               record.device_sector_byte >> 10, record.default_dev ? "yes" : "", note);
+    fmt::print("{:>5}  {:<10} {:<16} {:<11} {:>6} {:>6}  {:<7} {}\n", i, record.manufacturer_name, record.device_name,
+               id_text(record), mbit_text(record.device_bit_size), record.device_sector_byte >> 10,
+               record.default_dev ? "yes" : "", note);
 }
 
 void flash_list(bool every_record, bool full, const LIST_FILTER& filter)
@@ -303,8 +303,8 @@ void flash_list(bool every_record, bool full, const LIST_FILTER& filter)
         manager.print_database();
         return;
     }
-    fmt::print("{:>5}  {:<10} {:<16} {:<11} {:>6} {:>6}  {:<7} {}\n", "index", "maker", "device", "ID", "Mbit",
-               "KiB", "default", "switch");
+    fmt::print("{:>5}  {:<10} {:<16} {:<11} {:>6} {:>6}  {:<7} {}\n", "index", "maker", "device", "ID", "Mbit", "KiB",
+               "default", "switch");
     for (DWORD i : listed) {
         if (!full) {
             print_list_line(manager, i);
@@ -342,7 +342,8 @@ void flash_show(const std::string& name)
     if (json_output) {
         JSON entries = JSON::array();
         for (DWORD i : found)
-            entries.push_back(entry_json(manager, i, usable_index[i] == INVALID_DWORD ? JSON() : JSON(usable_index[i])));
+            entries.push_back(
+                entry_json(manager, i, usable_index[i] == INVALID_DWORD ? JSON() : JSON(usable_index[i])));
         print_json(entries);
         return;
     }
@@ -356,8 +357,8 @@ void flash_show(const std::string& name)
             where += " (user-defined)";
         else if (!state.switch_name.empty() && state.usable)
             where += " (" + state.switch_name + " on)";
-        fmt::print("{}{} {}: {}, ID {}{}\n", n == 0 ? "" : "\n", record.manufacturer_name, record.device_name,
-                   where, id_text(record), record.default_dev ? ", default" : "");
+        fmt::print("{}{} {}: {}, ID {}{}\n", n == 0 ? "" : "\n", record.manufacturer_name, record.device_name, where,
+                   id_text(record), record.default_dev ? ", default" : "");
         print_record(record);
     }
 }
@@ -449,9 +450,10 @@ void flash_identify(const std::vector<std::string>& words, bool silicon_id, cons
                     {"record", record_json(manager.get_flash_database()[index])}});
         return;
     }
-    fmt::print("{} {}: record {}{}\n", manager.sfl_get_manufacturer_name(0),
-               manager.sfl_get_device_name(0), index,
-               user ? " (user-defined)" : derived ? " (derived from its SFDP read)" : "");
+    fmt::print("{} {}: record {}{}\n", manager.sfl_get_manufacturer_name(0), manager.sfl_get_device_name(0), index,
+               user      ? " (user-defined)"
+               : derived ? " (derived from its SFDP read)"
+                         : "");
     print_record(manager.get_flash_database()[index]);
 }
 
@@ -612,8 +614,7 @@ void add_flash_commands(CLI::App& app)
     add_json_verb(decode, [] { flash_decode(value); });
 
     static std::string csv, out;
-    CLI::App* generate = flash->add_subcommand("generate",
-                                               "Build a flash database file from the flash table (CSV)");
+    CLI::App* generate = flash->add_subcommand("generate", "Build a flash database file from the flash table (CSV)");
     generate->add_option("CSV", csv, "Flash table, e.g. data/mox_flash.csv")->required();
     generate->add_option("OUT", out, "Database file to write, e.g. mox_flash.pcf")->required();
     generate->callback([] { flash_generate(csv, out); });

@@ -49,8 +49,8 @@ void update_set(const KIND<RECORD>& kind, const std::function<bool(std::vector<B
     std::string error, moved_aside;
     const bool written = moxdev::update_parameter_set(kind.set, change, error, &moved_aside);
     if (!moved_aside.empty())
-        std::cerr << "moxdev: " << moxdev::parameter_file_path() << " could not be read; it was kept as "
-                  << moved_aside << "\n";
+        std::cerr << "moxdev: " << moxdev::parameter_file_path() << " could not be read; it was kept as " << moved_aside
+                  << "\n";
     if (!written)
         throw USER_ERROR{"cannot change " + moxdev::parameter_file_path() + ": " + error};
 }
@@ -65,8 +65,10 @@ void change_user_records(const KIND<RECORD>& kind, CHANGE change)
         bool foreign = false;
         std::vector<RECORD> records = moxdev::unpack_hps_user_set<RECORD>(set, &foreign);
         if (foreign) {
-            refusal = std::string("its ") + kind.label + " set was written by another program (other signature); "
-                      "'moxdev hps clear " + kind.label + "' removes it";
+            refusal = std::string("its ") + kind.label +
+                      " set was written by another program (other signature); "
+                      "'moxdev hps clear " +
+                      kind.label + "' removes it";
             return false;
         }
         if (!change(records, refusal))
@@ -93,8 +95,7 @@ std::string record_text(const RECORD& record)
     for (DWORD p = 0; p < RECORD::PARAMS; ++p) {
         const bool hex = RECORD::TYPES[p] != MOXDEV_PARAM_STRING && RECORD::TYPES[p] != MOXDEV_PARAM_BOOL &&
                          RECORD::TYPES[p] != MOXDEV_PARAM_QWORD && p < 4;
-        text += (p ? " " : "") +
-                MOXDEV_FLASH_INI::print_flash_ini_data(RECORD::TYPES[p], hex, record.param[p]);
+        text += (p ? " " : "") + MOXDEV_FLASH_INI::print_flash_ini_data(RECORD::TYPES[p], hex, record.param[p]);
     }
     return text;
 }
@@ -310,7 +311,9 @@ void add_hps_commands(CLI::App& app)
 
     static std::string kind, input, id, index;
     auto kind_option = [](CLI::App* command) {
-        command->add_option("KIND", kind, "nand or spi")->required()->check(CLI::IsMember({"nand", "spi"}, CLI::ignore_case));
+        command->add_option("KIND", kind, "nand or spi")
+            ->required()
+            ->check(CLI::IsMember({"nand", "spi"}, CLI::ignore_case));
     };
 
     CLI::App* list_command = hps->add_subcommand("list", "List the flash parts, the user's first (marked)");
@@ -337,8 +340,9 @@ void add_hps_commands(CLI::App& app)
 
     CLI::App* select_command = hps->add_subcommand(
         "select", "Show the HPS descriptor that a JTAG IDCODE selects, word by word (no IDCODE: list them)");
-    select_command->add_option("IDCODE", id, "JTAG IDCODE in hex, e.g. 4BA00477; without it the known IDCODEs "
-                                             "are listed");
+    select_command->add_option("IDCODE", id,
+                               "JTAG IDCODE in hex, e.g. 4BA00477; without it the known IDCODEs "
+                               "are listed");
     add_json_verb(select_command, [] { select(id); });
 }
 

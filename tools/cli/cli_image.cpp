@@ -98,9 +98,7 @@ JSON grammar_json(const MOXDEV_GRAMMAR_TABLES& tables, bool list)
         }
         all_entries += tables[i].size();
         all_names += names;
-        JSON table = {{"name", moxdev_images::grammar_table_name(i)},
-                      {"entries", tables[i].size()},
-                      {"names", names}};
+        JSON table = {{"name", moxdev_images::grammar_table_name(i)}, {"entries", tables[i].size()}, {"names", names}};
         if (list)
             table["list"] = std::move(keys);
         entries.push_back(std::move(table));
@@ -110,9 +108,8 @@ JSON grammar_json(const MOXDEV_GRAMMAR_TABLES& tables, bool list)
             {"entries", all_entries},
             {"names", all_names},
             {"same_as_catalogue", difference.first.empty()},
-            {"first_difference", difference.first.empty()
-                                     ? JSON()
-                                     : JSON({{"table", difference.first}, {"key", difference.second}})}};
+            {"first_difference",
+             difference.first.empty() ? JSON() : JSON({{"table", difference.first}, {"key", difference.second}})}};
 }
 
 void print_grammar(const MOXDEV_GRAMMAR_TABLES& tables, bool list)
@@ -124,8 +121,8 @@ void print_grammar(const MOXDEV_GRAMMAR_TABLES& tables, bool list)
             names += entry.second.size();
         all_entries += tables[i].size();
         all_names += names;
-        fmt::print("  {:<11} {:>6} entries {:>7} names\n", moxdev_images::grammar_table_name(i),
-                   tables[i].size(), names);
+        fmt::print("  {:<11} {:>6} entries {:>7} names\n", moxdev_images::grammar_table_name(i), tables[i].size(),
+                   names);
         if (!list)
             continue;
         for (const auto& entry : tables[i]) {
@@ -192,10 +189,8 @@ void image_check(const std::string& file, IMAGE_KIND kind, bool list)
 
     auto show = [&](const char* kind_name, const char* kind_text, auto print_text, const JSON& details) {
         if (json_output) {
-            JSON document = {{"file", file},
-                             {"kind", kind_name},
-                             {"bytes", image.size()},
-                             {"compressed_bytes", compressed.size()}};
+            JSON document = {
+                {"file", file}, {"kind", kind_name}, {"bytes", image.size()}, {"compressed_bytes", compressed.size()}};
             document.update(details);
             print_json(document);
             return;
@@ -204,11 +199,13 @@ void image_check(const std::string& file, IMAGE_KIND kind, bool list)
         print_text();
     };
     auto show_grammar = [&](const MOXDEV_GRAMMAR_TABLES& tables) {
-        show("grammar", "grammar", [&] { print_grammar(tables, list); },
-             json_output ? grammar_json(tables, list) : JSON());
+        show(
+            "grammar", "grammar", [&] { print_grammar(tables, list); },
+            json_output ? grammar_json(tables, list) : JSON());
     };
     auto show_opn = [&](const std::vector<DWORD>& parts) {
-        show("opn", "OPN", [&] { print_opn(parts, list); }, json_output ? opn_json(parts, list) : JSON());
+        show(
+            "opn", "OPN", [&] { print_opn(parts, list); }, json_output ? opn_json(parts, list) : JSON());
     };
 
     if (kind == IMAGE_KIND::AUTO) {
@@ -261,22 +258,19 @@ void add_image_commands(CLI::App& app)
 
     static std::string file;
     static bool grammar = false, opn = false, list = false;
-    CLI::App* check =
-        image->add_subcommand("check", "Decode a raw naming image with the library's own decoder and show what it holds");
-    check->footer(
-        "FILE is a file that starts with MOXDEV_DDB, e.g. images/grammar.img; it gets every check of the "
-        "compiled-in images. Without --grammar or --opn the grammar decoder is tried first and the "
-        "OPN decoder second; when both refuse the image, the error shown is the grammar "
-        "decoder's if the body starts with a printable name ended by a zero byte, else the OPN "
-        "decoder's. A damaged image is an internal error (exit status 2).");
+    CLI::App* check = image->add_subcommand(
+        "check", "Decode a raw naming image with the library's own decoder and show what it holds");
+    check->footer("FILE is a file that starts with MOXDEV_DDB, e.g. images/grammar.img; it gets every check of the "
+                  "compiled-in images. Without --grammar or --opn the grammar decoder is tried first and the "
+                  "OPN decoder second; when both refuse the image, the error shown is the grammar "
+                  "decoder's if the body starts with a printable name ended by a zero byte, else the OPN "
+                  "decoder's. A damaged image is an internal error (exit status 2).");
     check->add_option("FILE", file, "Raw image file")->required();
-    CLI::Option* grammar_flag =
-        check->add_flag("--grammar", grammar, "Decode the file as a grammar image only");
+    CLI::Option* grammar_flag = check->add_flag("--grammar", grammar, "Decode the file as a grammar image only");
     check->add_flag("--opn", opn, "Decode the file as an OPN image only")->excludes(grammar_flag);
     check->add_flag("--list", list, "Also list every entry (grammar) or every OPN enum (OPN)");
     add_json_verb(check, [] {
-        image_check(file, grammar ? IMAGE_KIND::GRAMMAR : opn ? IMAGE_KIND::OPN : IMAGE_KIND::AUTO,
-                    list);
+        image_check(file, grammar ? IMAGE_KIND::GRAMMAR : opn ? IMAGE_KIND::OPN : IMAGE_KIND::AUTO, list);
     });
 
     static std::string dir;

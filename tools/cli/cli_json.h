@@ -33,15 +33,39 @@ namespace moxdev_cli {
 
 namespace fd {
 #ifdef _WIN32
-inline int of(std::FILE* file) { return _fileno(file); }
-inline int duplicate(int from) { return _dup(from); }
-inline void replace(int from, int to) { _dup2(from, to); }
-inline void close(int descriptor) { _close(descriptor); }
+inline int of(std::FILE* file)
+{
+    return _fileno(file);
+}
+inline int duplicate(int from)
+{
+    return _dup(from);
+}
+inline void replace(int from, int to)
+{
+    _dup2(from, to);
+}
+inline void close(int descriptor)
+{
+    _close(descriptor);
+}
 #else
-inline int of(std::FILE* file) { return fileno(file); }
-inline int duplicate(int from) { return dup(from); }
-inline void replace(int from, int to) { dup2(from, to); }
-inline void close(int descriptor) { ::close(descriptor); }
+inline int of(std::FILE* file)
+{
+    return fileno(file);
+}
+inline int duplicate(int from)
+{
+    return dup(from);
+}
+inline void replace(int from, int to)
+{
+    dup2(from, to);
+}
+inline void close(int descriptor)
+{
+    ::close(descriptor);
+}
 #endif
 } // namespace fd
 

@@ -1,8 +1,8 @@
 // moxdev name / opn / type: device names, ordering part numbers and the
 // type-support checks.
 #include "cli.h"
-#include "cli_names.h"
 #include "cli_json.h"
+#include "cli_names.h"
 #include "suggest.h"
 
 #include "moxdev/moxdev.h"
@@ -178,8 +178,7 @@ std::string or_none(const std::string& text)
 
 // Every name form of one name, "" where none is known.
 struct FORMS {
-    std::string full, package, device, family, programmer_part, programmer_family, configuration,
-        catalogue_family;
+    std::string full, package, device, family, programmer_part, programmer_family, configuration, catalogue_family;
     bool empty() const
     {
         return full.empty() && package.empty() && device.empty() && programmer_part.empty() && family.empty();
@@ -205,8 +204,7 @@ FORMS forms_of(const std::string& name)
                               : MOXDEV_DEVICE_GRAMMAR_MGR::get_pcf_device(forms.programmer_part);
     if (forms.catalogue_family.empty() && !forms.configuration.empty())
         forms.catalogue_family = MOXDEV_DEVICE_GRAMMAR_MGR::get_dev_family_pcf(forms.configuration);
-    forms.family =
-        MOXDEV_DEVICE_GRAMMAR_MGR::get_family(forms.programmer_part.empty() ? name : forms.programmer_part);
+    forms.family = MOXDEV_DEVICE_GRAMMAR_MGR::get_family(forms.programmer_part.empty() ? name : forms.programmer_part);
     return forms;
 }
 
@@ -266,8 +264,8 @@ std::string stands_for(const NAME_TARGETS& targets)
     for (const DEV_FAMILY_ENUM family : targets.families)
         text += (text.empty() ? "" : ", ") + dstr_get_user_string(family);
     const std::size_t count = targets.devices.size() + targets.families.size();
-    const char* kind = targets.devices.empty() ? (count == 1 ? "family " : "families ")
-                                               : (count == 1 ? "device " : "devices ");
+    const char* kind =
+        targets.devices.empty() ? (count == 1 ? "family " : "families ") : (count == 1 ? "device " : "devices ");
     return kind + text;
 }
 
@@ -453,24 +451,23 @@ void add_naming_commands(CLI::App& app)
     CLI::App* name_command = app.add_subcommand("name", "Show every form of a device name");
     name_command->footer("The forms: full ordering name, name without speed grade, device, family, programmer "
                          "part and family, catalogue configuration and family, OPN enum and hash.");
-    name_command->add_option("NAME", name, "Any name form, e.g. KXB100F484C6, KXB100F484, KXB100, KXB100M")
-        ->required();
+    name_command->add_option("NAME", name, "Any name form, e.g. KXB100F484C6, KXB100F484, KXB100, KXB100M")->required();
     add_json_verb(name_command, [] { show_name(name); });
 
     static std::string opn;
-    CLI::App* opn_command = app.add_subcommand(
-        "opn", "Convert between an ordering part number, its OPN enum and its OPN hash");
-    opn_command->add_option("OPN", opn, "An OPN enum (decimal), an OPN hash (0x...) or an ordering name")
-        ->required();
+    CLI::App* opn_command =
+        app.add_subcommand("opn", "Convert between an ordering part number, its OPN enum and its OPN hash");
+    opn_command->add_option("OPN", opn, "An OPN enum (decimal), an OPN hash (0x...) or an ordering name")->required();
     add_json_verb(opn_command, [] { show_opn(opn); });
 
     static std::string kind, item;
-    CLI::App* type_command = app.add_subcommand(
-        "type", "Check whether a value or name of a programmer object kind is supported");
+    CLI::App* type_command =
+        app.add_subcommand("type", "Check whether a value or name of a programmer object kind is supported");
     type_command->add_option("KIND", kind, "block, flash-sector, option-bit or hps-setting (or 0-3)")->required();
     static CLI::Option* item_option =
-        type_command->add_option("VALUE", item, "A value (number) or a value name; without it, every supported "
-                                                "value and name of the kind is listed");
+        type_command->add_option("VALUE", item,
+                                 "A value (number) or a value name; without it, every supported "
+                                 "value and name of the kind is listed");
     add_json_verb(type_command, [] { check_type(kind, item, item_option->count() > 0); });
 }
 

@@ -216,8 +216,8 @@ void print_sfdp_facts(const MOXDEV_SFDP& sfdp)
 {
     std::string table_list;
     for (const MOXDEV_SFDP_PARAMETER_HEADER& t : sfdp.tables)
-        table_list += fmt::format("{}{:04X} ({} DWORDs at 0x{:06X})", table_list.empty() ? "" : ", ", t.id,
-                                  t.length, t.pointer);
+        table_list +=
+            fmt::format("{}{:04X} ({} DWORDs at 0x{:06X})", table_list.empty() ? "" : ", ", t.id, t.length, t.pointer);
     fmt::print("SFDP {}.{}, {} parameter tables: {}\n", sfdp.major, sfdp.minor, sfdp.tables.size(), table_list);
     fmt::print("  {:<20} {}\n", "address bytes", address_text(sfdp.address));
     fmt::print("  {:<20} {} bits ({} Mbit)\n", "density", sfdp.density_bits, sfdp.density_bits >> 20);
@@ -257,8 +257,7 @@ void print_sfdp_text(const SFDP_RESULT& result)
                    *result.definition);
 }
 
-void flash_sfdp(const std::string& file, const std::vector<std::string>& id_words, const std::string& name,
-                bool define)
+void flash_sfdp(const std::string& file, const std::vector<std::string>& id_words, const std::string& name, bool define)
 {
     const SFDP_RESULT result = examine_sfdp(file, id_words, name, define);
     if (json_output)
@@ -289,11 +288,13 @@ void add_sfdp_command(CLI::App& flash)
     sfdp->add_option("FILE", file,
                      "The read: raw binary, or hexdump -C, xxd, xxd -p or plain hex text; - for standard input")
         ->required();
-    sfdp->add_option("--id", id_words, "The chip's Read-ID bytes (9Fh), e.g. 20 BA 19; bytes after the third "
-                                       "are ignored")
+    sfdp->add_option("--id", id_words,
+                     "The chip's Read-ID bytes (9Fh), e.g. 20 BA 19; bytes after the third "
+                     "are ignored")
         ->expected(1, 6);
-    sfdp->add_option("--name", name, "The derived record's device name when the table does not know the ID "
-                                     "(default SFDP_ and the ID)");
+    sfdp->add_option("--name", name,
+                     "The derived record's device name when the table does not know the ID "
+                     "(default SFDP_ and the ID)");
     sfdp->add_flag("--define", define,
                    "Also print the MOX_SUPPORT_EXT_SPI_DEV value that defines the derived record as the user flash");
     sfdp->footer("Fields SFDP does not give (flows, protection bits, die count, voltage, and the times of a "

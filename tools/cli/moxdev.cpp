@@ -62,8 +62,7 @@ void report_usage_error(const CLI::App& app, const CLI::ParseError& error, int a
     int depth = 0;
     const CLI::App* command = reached_command(app, depth);
     const std::string path = command_path(command);
-    const bool needs_subcommand =
-        command->get_require_subcommand_min() > 0 && command->get_subcommands().empty();
+    const bool needs_subcommand = command->get_require_subcommand_min() > 0 && command->get_subcommands().empty();
     if (needs_subcommand && argc == depth + 1) {
         std::cerr << app.help();
         return;
@@ -129,8 +128,8 @@ int main(int argc, char** argv)
         std::fprintf(stderr, "moxdev: %s\n", e.message.c_str());
         return EXIT_USAGE;
     } catch (const MSG_INTERNAL_ERROR& e) {
-        std::fprintf(stderr, "moxdev: internal error: %s (%s, line %d)\n",
-                     e.condition().c_str(), e.unit().c_str(), e.line());
+        std::fprintf(stderr, "moxdev: internal error: %s (%s, line %d)\n", e.condition().c_str(), e.unit().c_str(),
+                     e.line());
         return EXIT_INTERNAL;
     } catch (const std::exception& e) {
         // Anything else the library or a verb throws is a defect too.

@@ -62,7 +62,10 @@ private:
     int m_line;
 };
 
-[[noreturn]] void fail(int line, const std::string& message) { throw DescriptionError(line, message); }
+[[noreturn]] void fail(int line, const std::string& message)
+{
+    throw DescriptionError(line, message);
+}
 
 enum class Status { PRODUCTION, OBSOLETE, PREVIEW };
 
@@ -74,9 +77,9 @@ struct Grade {
 
 // Settings of a product line that apply to the families that follow them.
 struct LineSettings {
-    std::string name;  // "Kestrel"
-    std::string code;  // "KX"
-    std::string key;   // programmer family key
+    std::string name;        // "Kestrel"
+    std::string code;        // "KX"
+    std::string key;         // programmer family key
     std::vector<int> ladder; // package indexes, small to large
     int window = 0;
     std::vector<Grade> grades;
@@ -87,12 +90,12 @@ struct LineSettings {
 
 struct Family {
     int line_no = 0;
-    std::string identifier;   // "KESTREL_II"
-    std::string display;      // "Kestrel II"
-    std::string key;          // "KX_FAMILY" or "NONE"
-    std::string user_name;    // "KXFAMILY2"
-    std::string pcf;          // "kestrel2"
-    std::string prefix;       // device name prefix "KXB"
+    std::string identifier; // "KESTREL_II"
+    std::string display;    // "Kestrel II"
+    std::string key;        // "KX_FAMILY" or "NONE"
+    std::string user_name;  // "KXFAMILY2"
+    std::string pcf;        // "kestrel2"
+    std::string prefix;     // device name prefix "KXB"
     std::vector<std::string> configs;
     Status status = Status::PRODUCTION;
     bool late = false;
@@ -108,11 +111,11 @@ struct Family {
 
 struct Device {
     int line_no = 0;
-    std::string name;             // "KXB100"
-    std::string programmer_part;  // "KXB100M"
-    std::string pcf;              // programming file of the record serving it
-    int family = 0;               // family value
-    int size_index = 0;           // position of its base size in the family
+    std::string name;            // "KXB100"
+    std::string programmer_part; // "KXB100M"
+    std::string pcf;             // programming file of the record serving it
+    int family = 0;              // family value
+    int size_index = 0;          // position of its base size in the family
     std::vector<std::string> configs;
 };
 
@@ -127,16 +130,16 @@ struct Part {
     int package = 0; // package index
     char temperature = 'C';
     int speed = 0;
-    int option = 0;  // option index, 0 = none
+    int option = 0; // option index, 0 = none
 };
 
 struct Catalogue {
     std::string maker;
     std::vector<Package> packages;
     std::vector<std::string> options{""};
-    std::vector<Family> families;  // value i at index i; 0 and the Generic value are placeholders
-    std::vector<Device> devices;   // likewise
-    std::vector<Part> parts;       // part number p at index p
+    std::vector<Family> families; // value i at index i; 0 and the Generic value are placeholders
+    std::vector<Device> devices;  // likewise
+    std::vector<Part> parts;      // part number p at index p
     int part_generic = 0;
     std::string csv_device;
     std::string csv_part;
@@ -146,50 +149,55 @@ struct Catalogue {
 
 // ---------------------------------------------------------------- text helpers
 
-bool is_upper_alnum(const std::string& s) {
-    return !s.empty() && std::all_of(s.begin(), s.end(), [](char c) {
-        return (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9');
-    });
+bool is_upper_alnum(const std::string& s)
+{
+    return !s.empty() &&
+           std::all_of(s.begin(), s.end(), [](char c) { return (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9'); });
 }
 
-bool is_upper_letters(const std::string& s) {
+bool is_upper_letters(const std::string& s)
+{
     return !s.empty() && std::all_of(s.begin(), s.end(), [](char c) { return c >= 'A' && c <= 'Z'; });
 }
 
-bool is_digits(const std::string& s) {
+bool is_digits(const std::string& s)
+{
     return !s.empty() && std::all_of(s.begin(), s.end(), [](char c) { return c >= '0' && c <= '9'; });
 }
 
-bool is_key_name(const std::string& s) {
-    return !s.empty() && s.front() >= 'A' && s.front() <= 'Z' &&
-           std::all_of(s.begin(), s.end(), [](char c) {
-               return (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_';
-           });
+bool is_key_name(const std::string& s)
+{
+    return !s.empty() && s.front() >= 'A' && s.front() <= 'Z' && std::all_of(s.begin(), s.end(), [](char c) {
+        return (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_';
+    });
 }
 
-bool is_pcf_name(const std::string& s) {
-    return !s.empty() && s.front() >= 'a' && s.front() <= 'z' &&
-           std::all_of(s.begin(), s.end(), [](char c) {
-               return (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '_';
-           });
+bool is_pcf_name(const std::string& s)
+{
+    return !s.empty() && s.front() >= 'a' && s.front() <= 'z' && std::all_of(s.begin(), s.end(), [](char c) {
+        return (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '_';
+    });
 }
 
-std::string to_upper(std::string s) {
+std::string to_upper(std::string s)
+{
     absl::AsciiStrToUpper(&s);
     return s;
 }
 
-std::string to_lower(std::string s) {
+std::string to_lower(std::string s)
+{
     absl::AsciiStrToLower(&s);
     return s;
 }
 
-int parse_int(int line, const std::string& text, int low, int high, const char* what) {
-    if (!is_digits(text) || text.size() > 6) fail(line, std::string(what) + " '" + text + "' is not a number");
+int parse_int(int line, const std::string& text, int low, int high, const char* what)
+{
+    if (!is_digits(text) || text.size() > 6)
+        fail(line, std::string(what) + " '" + text + "' is not a number");
     const int value = std::stoi(text);
     if (value < low || value > high) {
-        fail(line, std::string(what) + " " + text + " is outside " + std::to_string(low) + ".." +
-                       std::to_string(high));
+        fail(line, std::string(what) + " " + text + " is outside " + std::to_string(low) + ".." + std::to_string(high));
     }
     return value;
 }
@@ -198,7 +206,8 @@ int parse_int(int line, const std::string& text, int low, int high, const char* 
 
 class Parser {
 public:
-    explicit Parser(Catalogue& catalogue) : m_cat(catalogue) {
+    explicit Parser(Catalogue& catalogue) : m_cat(catalogue)
+    {
         m_cat.families.resize(1);
         m_cat.families[0].identifier = "INVALID";
         m_cat.families[0].display = "Invalid";
@@ -206,24 +215,29 @@ public:
         m_cat.devices[0].name = "Invalid";
     }
 
-    void parse(std::istream& in) {
+    void parse(std::istream& in)
+    {
         std::string text;
         int line_no = 0;
         while (std::getline(in, text)) {
             ++line_no;
             const std::size_t hash = text.find('#');
-            if (hash != std::string::npos) text.erase(hash);
+            if (hash != std::string::npos)
+                text.erase(hash);
             std::istringstream words(text);
             std::vector<std::string> tokens{std::istream_iterator<std::string>(words),
                                             std::istream_iterator<std::string>()};
-            if (!tokens.empty()) statement(line_no, tokens);
+            if (!tokens.empty())
+                statement(line_no, tokens);
         }
         m_last_line = line_no;
     }
 
-    void finish() {
+    void finish()
+    {
         const int end = m_last_line;
-        if (m_cat.maker.empty()) fail(end, "missing 'maker' statement");
+        if (m_cat.maker.empty())
+            fail(end, "missing 'maker' statement");
         const int families = int(m_cat.families.size()) - 1;
         if (families != REAL_FAMILY_COUNT) {
             fail(end, "the catalogue must describe exactly " + std::to_string(REAL_FAMILY_COUNT) +
@@ -251,19 +265,23 @@ public:
     }
 
 private:
-    void statement(int line, const std::vector<std::string>& t) {
+    void statement(int line, const std::vector<std::string>& t)
+    {
         const std::string& word = t[0];
         if (word == "maker") {
             expect_count(line, t, 2, 2);
-            if (!m_cat.maker.empty()) fail(line, "'maker' given twice");
-            if (!std::isupper(static_cast<unsigned char>(t[1][0]))) fail(line, "maker name must be capitalised");
+            if (!m_cat.maker.empty())
+                fail(line, "'maker' given twice");
+            if (!std::isupper(static_cast<unsigned char>(t[1][0])))
+                fail(line, "maker name must be capitalised");
             m_cat.maker = t[1];
         } else if (word == "line") {
             statement_line(line, t);
         } else if (word == "key") {
             need_line(line, word);
             expect_count(line, t, 2, 2);
-            if (!is_key_name(t[1])) fail(line, "programmer family key '" + t[1] + "' must be upper case");
+            if (!is_key_name(t[1]))
+                fail(line, "programmer family key '" + t[1] + "' must be upper case");
             m_line.key = t[1];
         } else if (word == "ladder") {
             statement_ladder(line, t);
@@ -283,10 +301,12 @@ private:
             m_line.family_config_patterns.clear();
             for (std::size_t i = 1; i < t.size(); ++i) {
                 const std::string& p = t[i];
-                if (std::count(p.begin(), p.end(), '*') != 1) fail(line, "pattern '" + p + "' needs one '*'");
+                if (std::count(p.begin(), p.end(), '*') != 1)
+                    fail(line, "pattern '" + p + "' needs one '*'");
                 std::string rest = p;
                 rest.erase(rest.find('*'), 1);
-                if (!rest.empty() && !is_key_name("A" + rest)) fail(line, "bad family configuration pattern '" + p + "'");
+                if (!rest.empty() && !is_key_name("A" + rest))
+                    fail(line, "bad family configuration pattern '" + p + "'");
                 m_line.family_config_patterns.push_back(p);
             }
         } else if (word == "family") {
@@ -297,16 +317,19 @@ private:
             statement_special(line, t);
         } else if (word == "csvdevice") {
             expect_count(line, t, 2, 2);
-            if (!m_cat.csv_device.empty()) fail(line, "'csvdevice' given twice");
+            if (!m_cat.csv_device.empty())
+                fail(line, "'csvdevice' given twice");
             m_cat.csv_device = t[1];
             m_csv_device_line = line;
         } else if (word == "csvpart") {
             expect_count(line, t, 2, 2);
-            if (!m_cat.csv_part.empty()) fail(line, "'csvpart' given twice");
+            if (!m_cat.csv_part.empty())
+                fail(line, "'csvpart' given twice");
             m_cat.csv_part = t[1];
             m_csv_part_line = line;
         } else if (word == "csvoptions") {
-            if (!m_cat.csv_options.empty()) fail(line, "'csvoptions' given twice");
+            if (!m_cat.csv_options.empty())
+                fail(line, "'csvoptions' given twice");
             expect_count(line, t, 2, 100);
             m_cat.csv_options.assign(t.begin() + 1, t.end());
             m_csv_options_line = line;
@@ -315,7 +338,8 @@ private:
         }
     }
 
-    static void expect_count(int line, const std::vector<std::string>& t, std::size_t low, std::size_t high) {
+    static void expect_count(int line, const std::vector<std::string>& t, std::size_t low, std::size_t high)
+    {
         if (t.size() < low || t.size() > high) {
             fail(line, "'" + t[0] + "' takes " +
                            (low == high ? std::to_string(low - 1) : std::to_string(low - 1) + " or more") +
@@ -323,39 +347,49 @@ private:
         }
     }
 
-    void need_line(int line, const std::string& word) const {
-        if (m_line.name.empty()) fail(line, "'" + word + "' outside a product line");
+    void need_line(int line, const std::string& word) const
+    {
+        if (m_line.name.empty())
+            fail(line, "'" + word + "' outside a product line");
     }
 
-    void statement_line(int line, const std::vector<std::string>& t) {
+    void statement_line(int line, const std::vector<std::string>& t)
+    {
         expect_count(line, t, 3, 3);
         const std::string& name = t[1];
         const std::string& code = t[2];
         const bool capitalised = name.size() >= 2 && name[0] >= 'A' && name[0] <= 'Z' &&
                                  std::all_of(name.begin() + 1, name.end(), [](char c) { return c >= 'a' && c <= 'z'; });
-        if (!capitalised) fail(line, "line name '" + name + "' must be one capitalised word");
-        if (code.size() != 2 || !is_upper_letters(code)) fail(line, "line code '" + code + "' must be two upper-case letters");
-        if (!m_line_names.insert(name).second) fail(line, "line '" + name + "' given twice");
-        if (!m_line_codes.insert(code).second) fail(line, "line code '" + code + "' given twice");
+        if (!capitalised)
+            fail(line, "line name '" + name + "' must be one capitalised word");
+        if (code.size() != 2 || !is_upper_letters(code))
+            fail(line, "line code '" + code + "' must be two upper-case letters");
+        if (!m_line_names.insert(name).second)
+            fail(line, "line '" + name + "' given twice");
+        if (!m_line_codes.insert(code).second)
+            fail(line, "line code '" + code + "' given twice");
         m_line = LineSettings();
         m_line.name = name;
         m_line.code = code;
         m_last_family = 0;
     }
 
-    void statement_ladder(int line, const std::vector<std::string>& t) {
+    void statement_ladder(int line, const std::vector<std::string>& t)
+    {
         need_line(line, "ladder");
         expect_count(line, t, 2, 40);
         m_line.ladder.clear();
         for (std::size_t i = 1; i < t.size(); ++i) {
             const std::string& code = t[i];
-            if (code.size() < 2 || !(code[0] >= 'A' && code[0] <= 'Z') || !is_digits(code.substr(1)) || code[1] == '0') {
+            if (code.size() < 2 || !(code[0] >= 'A' && code[0] <= 'Z') || !is_digits(code.substr(1)) ||
+                code[1] == '0') {
                 fail(line, "package '" + code + "' must be one letter and its pin count");
             }
             const int pins = parse_int(line, code.substr(1), 1, 9999, "pin count");
             int index = -1;
             for (std::size_t p = 0; p < m_cat.packages.size(); ++p) {
-                if (m_cat.packages[p].code == code) index = int(p);
+                if (m_cat.packages[p].code == code)
+                    index = int(p);
             }
             if (index < 0) {
                 index = int(m_cat.packages.size());
@@ -368,7 +402,8 @@ private:
         }
     }
 
-    void statement_grades(int line, const std::vector<std::string>& t) {
+    void statement_grades(int line, const std::vector<std::string>& t)
+    {
         need_line(line, "grades");
         expect_count(line, t, 2, 40);
         m_line.grades.clear();
@@ -382,27 +417,38 @@ private:
             grade.temperature = g[0];
             grade.speed = g[1] - '0';
             grade.option = g.substr(2);
-            if (!grade.option.empty() && !is_upper_letters(grade.option)) fail(line, "grade '" + g + "' has a bad option suffix");
-            if (grade.option == ENGINEERING_SAMPLE_OPTION) fail(line, "option ES is reserved for preview families");
-            if (!seen.insert(g).second) fail(line, "grade " + g + " given twice");
+            if (!grade.option.empty() && !is_upper_letters(grade.option))
+                fail(line, "grade '" + g + "' has a bad option suffix");
+            if (grade.option == ENGINEERING_SAMPLE_OPTION)
+                fail(line, "option ES is reserved for preview families");
+            if (!seen.insert(g).second)
+                fail(line, "grade " + g + " given twice");
             m_line.grades.push_back(grade);
         }
     }
 
-    void statement_family(int line, const std::vector<std::string>& t) {
+    void statement_family(int line, const std::vector<std::string>& t)
+    {
         need_line(line, "family");
         expect_count(line, t, 4, 200);
-        if (m_line.key.empty()) fail(line, "family before the line's 'key'");
-        if (m_line.ladder.empty()) fail(line, "family before the line's 'ladder'");
-        if (m_line.grades.empty()) fail(line, "family before the line's 'grades'");
-        if (m_line.window == 0) fail(line, "family before the line's 'window'");
-        if (m_line.window > int(m_line.ladder.size())) fail(line, "window is longer than the package ladder");
-        if (m_line.family_count == 26) fail(line, "a line holds at most 26 families");
+        if (m_line.key.empty())
+            fail(line, "family before the line's 'key'");
+        if (m_line.ladder.empty())
+            fail(line, "family before the line's 'ladder'");
+        if (m_line.grades.empty())
+            fail(line, "family before the line's 'grades'");
+        if (m_line.window == 0)
+            fail(line, "family before the line's 'window'");
+        if (m_line.window > int(m_line.ladder.size()))
+            fail(line, "window is longer than the package ladder");
+        if (m_line.family_count == 26)
+            fail(line, "a line holds at most 26 families");
 
         Family f;
         f.line_no = line;
         const std::string& label = t[1];
-        if (!is_upper_alnum(label)) fail(line, "family label '" + label + "' must be upper-case letters and digits");
+        if (!is_upper_alnum(label))
+            fail(line, "family label '" + label + "' must be upper-case letters and digits");
         const int ordinal = ++m_line.family_count;
         const std::string base = to_upper(m_line.name) + std::to_string(ordinal);
         f.identifier = to_upper(m_line.name) + "_" + label;
@@ -430,21 +476,24 @@ private:
             f.late = true;
             ++next;
         }
-        if (next == t.size()) fail(line, "family without devices");
+        if (next == t.size())
+            fail(line, "family without devices");
         f.ladder = m_line.ladder;
         f.window = m_line.window;
         f.grades = m_line.grades;
         f.versions = m_line.versions;
         if (f.status == Status::PREVIEW) {
             for (const Grade& g : f.grades) {
-                if (!g.option.empty()) fail(line, "grades of a preview family cannot carry an option");
+                if (!g.option.empty())
+                    fail(line, "grades of a preview family cannot carry an option");
             }
         }
 
         claim_name(line, m_family_names, f.identifier, "family name");
         claim_name(line, m_family_names, to_upper(f.display), "family name");
         claim_name(line, m_family_names, f.user_name, "family name");
-        for (const std::string& c : f.configs) claim_name(line, m_family_names, c, "family configuration name");
+        for (const std::string& c : f.configs)
+            claim_name(line, m_family_names, c, "family configuration name");
 
         const int value = int(m_cat.families.size());
         m_cat.families.push_back(f);
@@ -455,7 +504,8 @@ private:
             const std::size_t colon = token.find(':');
             const std::string size = token.substr(0, colon);
             const std::string die = colon == std::string::npos ? size : token.substr(colon + 1);
-            if (!is_digits(size) || !is_digits(die)) fail(line, "device size '" + token + "' must be SIZE or SIZE:DIE in digits");
+            if (!is_digits(size) || !is_digits(die))
+                fail(line, "device size '" + token + "' must be SIZE or SIZE:DIE in digits");
             Family& fam = m_cat.families[value];
             if (std::find(fam.sizes.begin(), fam.sizes.end(), size) != fam.sizes.end()) {
                 fail(line, "size " + size + " given twice");
@@ -466,21 +516,26 @@ private:
         }
     }
 
-    void statement_variants(int line, const std::vector<std::string>& t) {
+    void statement_variants(int line, const std::vector<std::string>& t)
+    {
         need_line(line, "variants");
         expect_count(line, t, 3, 200);
-        if (m_last_family == 0) fail(line, "'variants' before any family of the line");
+        if (m_last_family == 0)
+            fail(line, "'variants' before any family of the line");
         const std::string& suffix = t[1];
-        if (!is_upper_letters(suffix)) fail(line, "variant suffix '" + suffix + "' must be upper-case letters");
+        if (!is_upper_letters(suffix))
+            fail(line, "variant suffix '" + suffix + "' must be upper-case letters");
         const Family& fam = m_cat.families[m_last_family];
         for (std::size_t i = 2; i < t.size(); ++i) {
             const auto it = std::find(fam.sizes.begin(), fam.sizes.end(), t[i]);
-            if (it == fam.sizes.end()) fail(line, "variant of size " + t[i] + ", which the family does not have");
+            if (it == fam.sizes.end())
+                fail(line, "variant of size " + t[i] + ", which the family does not have");
             add_device(line, m_last_family, int(it - fam.sizes.begin()), suffix);
         }
     }
 
-    void add_device(int line, int family_value, int size_index, const std::string& suffix) {
+    void add_device(int line, int family_value, int size_index, const std::string& suffix)
+    {
         Family& fam = m_cat.families[family_value];
         Device d;
         d.line_no = line;
@@ -489,9 +544,12 @@ private:
         d.pcf = fam.pcf;
         d.family = family_value;
         d.size_index = size_index;
-        for (int v = 1; v <= fam.versions; ++v) d.configs.push_back(d.name + "_V" + std::to_string(v));
-        if (d.name.size() < 5) fail(line, "device name " + d.name + " is shorter than 5 characters");
-        if (d.name == "GENERIC" || d.name == "INVALID") fail(line, "device name " + d.name + " is reserved");
+        for (int v = 1; v <= fam.versions; ++v)
+            d.configs.push_back(d.name + "_V" + std::to_string(v));
+        if (d.name.size() < 5)
+            fail(line, "device name " + d.name + " is shorter than 5 characters");
+        if (d.name == "GENERIC" || d.name == "INVALID")
+            fail(line, "device name " + d.name + " is reserved");
         if (!m_device_index.emplace(d.name, int(m_cat.devices.size())).second) {
             fail(line, "device " + d.name + " defined twice");
         }
@@ -499,20 +557,25 @@ private:
         m_cat.devices.push_back(d);
     }
 
-    void statement_special(int line, const std::vector<std::string>& t) {
+    void statement_special(int line, const std::vector<std::string>& t)
+    {
         expect_count(line, t, 3, 200);
-        if (!is_pcf_name(t[1])) fail(line, "programming file name '" + t[1] + "' must be lower-case letters, digits and '_'");
+        if (!is_pcf_name(t[1]))
+            fail(line, "programming file name '" + t[1] + "' must be lower-case letters, digits and '_'");
         m_specials.push_back(Special{line, t[1], std::vector<std::string>(t.begin() + 2, t.end())});
     }
 
-    static void claim_name(int line, std::set<std::string>& names, const std::string& name, const char* what) {
-        if (!names.insert(to_upper(name)).second) fail(line, std::string(what) + " '" + name + "' is already used");
+    static void claim_name(int line, std::set<std::string>& names, const std::string& name, const char* what)
+    {
+        if (!names.insert(to_upper(name)).second)
+            fail(line, std::string(what) + " '" + name + "' is already used");
     }
 
     // Expands every family into its orderable parts and numbers them: the
     // parts of the regular families first, then the Generic part, then the
     // parts of late families.
-    void build_parts(int end) {
+    void build_parts(int end)
+    {
         std::vector<Part> regular;
         std::vector<Part> late;
         for (int f = 1; f < FAMILY_MAX - 1; ++f) {
@@ -520,7 +583,8 @@ private:
             const int ladder = int(fam.ladder.size());
             const int sizes = int(fam.sizes.size());
             int option_es = 0;
-            if (fam.status == Status::PREVIEW) option_es = option_index(ENGINEERING_SAMPLE_OPTION);
+            if (fam.status == Status::PREVIEW)
+                option_es = option_index(ENGINEERING_SAMPLE_OPTION);
             for (int d : fam.devices) {
                 const Device& dev = m_cat.devices[d];
                 // Spread the base sizes over the ladder so that small devices
@@ -544,8 +608,10 @@ private:
                 }
             }
         }
-        if (regular.empty()) fail(end, "no part is numbered below the Generic part");
-        if (late.empty()) fail(end, "no part is numbered above the Generic part; mark a family 'late'");
+        if (regular.empty())
+            fail(end, "no part is numbered below the Generic part");
+        if (late.empty())
+            fail(end, "no part is numbered above the Generic part; mark a family 'late'");
 
         m_cat.parts.clear();
         Part invalid;
@@ -562,10 +628,13 @@ private:
         std::set<std::string> names;
         for (std::size_t p = 1; p < m_cat.parts.size(); ++p) {
             const Part& part = m_cat.parts[p];
-            if (int(p) == m_cat.part_generic) continue;
+            if (int(p) == m_cat.part_generic)
+                continue;
             const Device& dev = m_cat.devices[part.device];
-            if (!names.insert(part.name).second) fail(dev.line_no, "part name " + part.name + " occurs twice");
-            if (m_device_index.count(part.name)) fail(dev.line_no, "part name " + part.name + " equals a device name");
+            if (!names.insert(part.name).second)
+                fail(dev.line_no, "part name " + part.name + " occurs twice");
+            if (m_device_index.count(part.name))
+                fail(dev.line_no, "part name " + part.name + " equals a device name");
         }
         // A programmer part name must not be mistaken for a device or a part.
         for (std::size_t d = 1; d + 1 < m_cat.devices.size(); ++d) {
@@ -576,50 +645,68 @@ private:
         }
     }
 
-    int option_index(const std::string& option) {
+    int option_index(const std::string& option)
+    {
         const auto it = std::find(m_cat.options.begin(), m_cat.options.end(), option);
-        if (it != m_cat.options.end()) return int(it - m_cat.options.begin());
+        if (it != m_cat.options.end())
+            return int(it - m_cat.options.begin());
         m_cat.options.push_back(option);
         return int(m_cat.options.size()) - 1;
     }
 
-    void resolve_specials() {
+    void resolve_specials()
+    {
         std::set<std::string> pcfs;
-        for (int f = 1; f < FAMILY_MAX - 1; ++f) pcfs.insert(m_cat.families[f].pcf);
+        for (int f = 1; f < FAMILY_MAX - 1; ++f)
+            pcfs.insert(m_cat.families[f].pcf);
         for (const Special& s : m_specials) {
-            if (!pcfs.insert(s.pcf).second) fail(s.line, "programming file name " + s.pcf + " is already used");
+            if (!pcfs.insert(s.pcf).second)
+                fail(s.line, "programming file name " + s.pcf + " is already used");
             int family = 0;
             for (const std::string& name : s.devices) {
                 const auto it = m_device_index.find(name);
-                if (it == m_device_index.end()) fail(s.line, "unknown device " + name);
+                if (it == m_device_index.end())
+                    fail(s.line, "unknown device " + name);
                 Device& dev = m_cat.devices[it->second];
-                if (family != 0 && dev.family != family) fail(s.line, "the devices of one special file must share a family");
+                if (family != 0 && dev.family != family)
+                    fail(s.line, "the devices of one special file must share a family");
                 family = dev.family;
-                if (dev.pcf != m_cat.families[dev.family].pcf) fail(s.line, "device " + name + " already has a special file");
+                if (dev.pcf != m_cat.families[dev.family].pcf)
+                    fail(s.line, "device " + name + " already has a special file");
                 dev.pcf = s.pcf;
             }
         }
     }
 
-    void resolve_csv_names(int end) {
-        if (m_cat.csv_device.empty()) fail(end, "missing 'csvdevice' statement");
-        if (!m_device_index.count(m_cat.csv_device)) fail(m_csv_device_line, "unknown device " + m_cat.csv_device);
-        if (m_cat.csv_part.empty()) fail(end, "missing 'csvpart' statement");
+    void resolve_csv_names(int end)
+    {
+        if (m_cat.csv_device.empty())
+            fail(end, "missing 'csvdevice' statement");
+        if (!m_device_index.count(m_cat.csv_device))
+            fail(m_csv_device_line, "unknown device " + m_cat.csv_device);
+        if (m_cat.csv_part.empty())
+            fail(end, "missing 'csvpart' statement");
         bool found = false;
         for (std::size_t p = 1; p < m_cat.parts.size() && !found; ++p) {
             found = int(p) != m_cat.part_generic && m_cat.parts[p].name == m_cat.csv_part;
         }
-        if (!found) fail(m_csv_part_line, "unknown part " + m_cat.csv_part);
-        if (m_cat.csv_options.empty()) fail(end, "missing 'csvoptions' statement");
+        if (!found)
+            fail(m_csv_part_line, "unknown part " + m_cat.csv_part);
+        if (m_cat.csv_options.empty())
+            fail(end, "missing 'csvoptions' statement");
         if (int(m_cat.csv_options.size()) != CSV_OPTION_FAMILY_COUNT) {
-            fail(m_csv_options_line, "'csvoptions' must name exactly " + std::to_string(CSV_OPTION_FAMILY_COUNT) + " families");
+            fail(m_csv_options_line,
+                 "'csvoptions' must name exactly " + std::to_string(CSV_OPTION_FAMILY_COUNT) + " families");
         }
         std::set<std::string> seen;
         for (const std::string& id : m_cat.csv_options) {
             bool known = false;
-            for (int f = 1; f < FAMILY_MAX - 1; ++f) known = known || m_cat.families[f].identifier == id;
-            if (!known) fail(m_csv_options_line, "unknown family identifier " + id);
-            if (!seen.insert(id).second) fail(m_csv_options_line, "family " + id + " named twice");
+            for (int f = 1; f < FAMILY_MAX - 1; ++f)
+                known = known || m_cat.families[f].identifier == id;
+            if (!known)
+                fail(m_csv_options_line, "unknown family identifier " + id);
+            if (!seen.insert(id).second)
+                fail(m_csv_options_line, "family " + id + " named twice");
         }
     }
 
@@ -647,21 +734,23 @@ private:
 
 const char* const GENERATED_NOTE = "Generated by tools/gen_catalogue from data/catalogue.txt; do not edit.";
 
-const char* status_name(Status s) {
+const char* status_name(Status s)
+{
     switch (s) {
-    case Status::OBSOLETE:
-        return "STATUS_OBSOLETE";
-    case Status::PREVIEW:
-        return "STATUS_PREVIEW";
-    case Status::PRODUCTION:
-        break;
+    case Status::OBSOLETE: return "STATUS_OBSOLETE";
+    case Status::PREVIEW: return "STATUS_PREVIEW";
+    case Status::PRODUCTION: break;
     }
     return "STATUS_PRODUCTION";
 }
 
-std::string quoted(const std::string& s) { return "\"" + s + "\""; }
+std::string quoted(const std::string& s)
+{
+    return "\"" + s + "\"";
+}
 
-std::string enums_header(const Catalogue& c) {
+std::string enums_header(const Catalogue& c)
+{
     std::ostringstream o;
     o << "// " << GENERATED_NOTE << "\n"
       << "//\n"
@@ -670,13 +759,15 @@ std::string enums_header(const Catalogue& c) {
       << "#pragma once\n\n"
       << "enum DEV_FAMILY_ENUM {\n"
       << "    DEV_FAMILY_INVALID = 0,\n";
-    for (int f = 1; f < FAMILY_MAX - 1; ++f) o << "    DEV_FAMILY_" << c.families[f].identifier << " = " << f << ",\n";
+    for (int f = 1; f < FAMILY_MAX - 1; ++f)
+        o << "    DEV_FAMILY_" << c.families[f].identifier << " = " << f << ",\n";
     o << "    DEV_FAMILY_GENERIC = " << FAMILY_MAX - 1 << ",\n"
       << "    DEV_FAMILY_MAX = " << FAMILY_MAX << "\n"
       << "};\n\n"
       << "enum DEV_DEVICE_ENUM {\n"
       << "    DEV_DEVICE_INVALID = 0,\n";
-    for (int d = 1; d < DEVICE_MAX - 1; ++d) o << "    DEV_DEVICE_" << c.devices[d].name << " = " << d << ",\n";
+    for (int d = 1; d < DEVICE_MAX - 1; ++d)
+        o << "    DEV_DEVICE_" << c.devices[d].name << " = " << d << ",\n";
     o << "    DEV_DEVICE_GENERIC = " << DEVICE_MAX - 1 << ",\n"
       << "    DEV_DEVICE_MAX = " << DEVICE_MAX << "\n"
       << "};\n\n"
@@ -687,7 +778,8 @@ std::string enums_header(const Catalogue& c) {
     return o.str();
 }
 
-std::string data_source(const Catalogue& c) {
+std::string data_source(const Catalogue& c)
+{
     std::ostringstream o;
     o << "// " << GENERATED_NOTE << "\n\n"
       << "#include \"host/dev_catalogue_data.h\"\n\n"
@@ -698,11 +790,13 @@ std::string data_source(const Catalogue& c) {
       << "const char MAKER_NAME[] = " << quoted(c.maker) << ";\n\n";
 
     o << "const PACKAGE_RECORD PACKAGES[] = {\n";
-    for (const Package& p : c.packages) o << "    {" << quoted(p.code) << ", " << p.pins << "},\n";
+    for (const Package& p : c.packages)
+        o << "    {" << quoted(p.code) << ", " << p.pins << "},\n";
     o << "};\nconst int PACKAGE_COUNT = " << c.packages.size() << ";\n\n";
 
     o << "const char* const OPTIONS[] = {";
-    for (std::size_t i = 0; i < c.options.size(); ++i) o << (i ? ", " : "") << quoted(c.options[i]);
+    for (std::size_t i = 0; i < c.options.size(); ++i)
+        o << (i ? ", " : "") << quoted(c.options[i]);
     o << "};\nconst int OPTION_COUNT = " << c.options.size() << ";\n"
       << "const int OPTION_ENGINEERING_SAMPLE = "
       << (std::find(c.options.begin(), c.options.end(), ENGINEERING_SAMPLE_OPTION) - c.options.begin()) << ";\n\n";
@@ -764,7 +858,8 @@ std::string data_source(const Catalogue& c) {
     return o.str();
 }
 
-std::string ids_source(const Catalogue& c) {
+std::string ids_source(const Catalogue& c)
+{
     std::ostringstream o;
     o << "// " << GENERATED_NOTE << "\n"
       << "//\n"
@@ -779,11 +874,13 @@ std::string ids_source(const Catalogue& c) {
     }
     int csv_device = 0;
     for (int d = 1; d < DEVICE_MAX - 1; ++d) {
-        if (c.devices[d].name == c.csv_device) csv_device = d;
+        if (c.devices[d].name == c.csv_device)
+            csv_device = d;
     }
     int csv_part = 0;
     for (std::size_t p = 1; p < c.parts.size(); ++p) {
-        if (int(p) != c.part_generic && c.parts[p].name == c.csv_part) csv_part = int(p);
+        if (int(p) != c.part_generic && c.parts[p].name == c.csv_part)
+            csv_part = int(p);
     }
     o << "};\n\n"
       << "const MOXDEV_NAME_VALUE DEVICE_IDS[] = {\n"
@@ -796,9 +893,11 @@ std::string ids_source(const Catalogue& c) {
       << "};\n\n"
       << "const MOXDEV_NAME_VALUE OPTION_IDS[] = {\n"
       << "    {\"DEV_FAMILY_INVALID\", DEV_FAMILY_INVALID},\n";
-    for (const std::string& id : c.csv_options) o << "    {\"DEV_FAMILY_" << id << "\", DEV_FAMILY_" << id << "},\n";
+    for (const std::string& id : c.csv_options)
+        o << "    {\"DEV_FAMILY_" << id << "\", DEV_FAMILY_" << id << "},\n";
     o << "};\n\n"
-      << "static_assert(sizeof(FAMILY_IDS) / sizeof(FAMILY_IDS[0]) == DEV_FAMILY_MAX, \"one identifier per family value\");\n\n"
+      << "static_assert(sizeof(FAMILY_IDS) / sizeof(FAMILY_IDS[0]) == DEV_FAMILY_MAX, \"one identifier per family "
+         "value\");\n\n"
       << "} // namespace\n\n"
       << "const MOXDEV_NAME_TABLE MOXDEV_FAMILY_ID_TABLE = {FAMILY_IDS, sizeof(FAMILY_IDS) / sizeof(FAMILY_IDS[0])};\n"
       << "const MOXDEV_NAME_TABLE MOXDEV_DEVICE_ID_TABLE = {DEVICE_IDS, sizeof(DEVICE_IDS) / sizeof(DEVICE_IDS[0])};\n"
@@ -807,7 +906,8 @@ std::string ids_source(const Catalogue& c) {
     return o.str();
 }
 
-std::string part_list(const Catalogue& c) {
+std::string part_list(const Catalogue& c)
+{
     std::ostringstream o;
     o << "// Orderable parts of the " << c.maker << " catalogue, in part-number order.\n"
       << "// " << GENERATED_NOTE << "\n"
@@ -820,7 +920,8 @@ std::string part_list(const Catalogue& c) {
       << "//   TEMP     temperature grade (C commercial, I industrial, A automotive, M military)\n"
       << "//   PCF      programming file of the device information record that serves the device\n";
     for (std::size_t p = 1; p < c.parts.size(); ++p) {
-        if (int(p) == c.part_generic) continue;
+        if (int(p) == c.part_generic)
+            continue;
         const Part& part = c.parts[p];
         const Device& dev = c.devices[part.device];
         const Package& pkg = c.packages[part.package];
@@ -831,7 +932,8 @@ std::string part_list(const Catalogue& c) {
 }
 
 // Writes one output; false (after a message) when it cannot be written.
-bool write_if_changed(const std::filesystem::path& path, const std::string& content) {
+bool write_if_changed(const std::filesystem::path& path, const std::string& content)
+{
     try {
         moxdev_tools::store_if_changed(path, content);
         return true;
@@ -841,20 +943,23 @@ bool write_if_changed(const std::filesystem::path& path, const std::string& cont
     }
 }
 
-int usage() {
+int usage()
+{
     std::cerr << "usage: gen_catalogue DESCRIPTION OUTDIR [--part-list FILE]\n";
     return 1;
 }
 
 } // namespace
 
-int main(int argc, char** argv) {
+int main(int argc, char** argv)
+{
     std::vector<std::string> args(argv + 1, argv + argc);
     std::string part_list_path;
     std::vector<std::string> positional;
     for (std::size_t i = 0; i < args.size(); ++i) {
         if (args[i] == "--part-list") {
-            if (i + 1 == args.size()) return usage();
+            if (i + 1 == args.size())
+                return usage();
             part_list_path = args[++i];
         } else if (!args[i].empty() && args[i][0] == '-') {
             return usage();
@@ -862,7 +967,8 @@ int main(int argc, char** argv) {
             positional.push_back(args[i]);
         }
     }
-    if (positional.size() != 2) return usage();
+    if (positional.size() != 2)
+        return usage();
     const std::string& description = positional[0];
     const std::filesystem::path out_dir = positional[1];
 
@@ -884,6 +990,7 @@ int main(int argc, char** argv) {
     bool ok = write_if_changed(out_dir / "host" / "dev_catalogue_enums.h", enums_header(catalogue));
     ok = write_if_changed(out_dir / "host" / "dev_catalogue_data.cpp", data_source(catalogue)) && ok;
     ok = write_if_changed(out_dir / "moxdev" / "moxdev_dev_info_ids.cpp", ids_source(catalogue)) && ok;
-    if (!part_list_path.empty()) ok = write_if_changed(part_list_path, part_list(catalogue)) && ok;
+    if (!part_list_path.empty())
+        ok = write_if_changed(part_list_path, part_list(catalogue)) && ok;
     return ok ? 0 : 1;
 }

@@ -62,7 +62,8 @@ const COLUMN_TEXT COLUMN_TEXTS[COLUMN_COUNT] = {
      "255_on_silicon-ID_records_only"},
     {"0xNN", "hex_byte", "expected_manufacturer_ID", "reference_ID_table_(byte_0)", "0x00_on_silicon-ID_records"},
     {"0|1|2", "byte_position", "position_of_mfc_id", "Read-ID_order", "always_0"},
-    {"1-254", "number", "our_code_number_for_the_chip's_family", "own_numbering", "one_number_per_family_(block_of_data/flash/)_in_table_order"},
+    {"1-254", "number", "our_code_number_for_the_chip's_family", "own_numbering",
+     "one_number_per_family_(block_of_data/flash/)_in_table_order"},
     {"TRUE|FALSE", "flag", "default_record_of_its_name", "own_choice",
      "the_first_record_of_a_name_is_its_default;_later_ones_are_ID_variants"},
     {"NONE|switch_name", "switch", "enabling_switch_(MOX_ALLOW_+text)_or_NONE", "qualification_status", ""},
@@ -74,8 +75,7 @@ const COLUMN_TEXT COLUMN_TEXTS[COLUMN_COUNT] = {
     {"TRUE|FALSE", "flag", "flag_status_register_polled", "datasheet", "N25Q_and_MT25Q_only"},
     {"1|2|4", "dies", "stacked_dies", "reference_ID_table_(dies)_and_datasheet", "1_where_no_source_states_a_count"},
     {"power_of_two", "bits", "density", "reference_ID_table_(size)", "2_Gbit_at_most_(32-bit_field)"},
-    {"power_of_two", "bytes", "uniform_erase_sector", "reference_ID_table_(sector)",
-     "the_D8h/DCh_block_erase_size"},
+    {"power_of_two", "bytes", "uniform_erase_sector", "reference_ID_table_(sector)", "the_D8h/DCh_block_erase_size"},
     {"TRUE|FALSE", "flag", "half-size_flag", "fixed", "FALSE_throughout"},
     {"TRUE|FALSE", "flag", "needs_4-byte_addresses", "derived_from_density", "TRUE_exactly_above_128_Mbit"},
     {"decimal", "seconds", "whole-device_erase_maximum_(all_dies)", "datasheet_maximum",
@@ -114,13 +114,13 @@ struct PLACE {
 
 // The properties a family or chip may set, with the place each was set.
 const std::set<std::string> PROPERTIES = {
-    "id",         "silicon_id", "size",      "sector",     "dies",      "quad",       "flow",
-    "flag_status", "startup_protected", "sdm", "protect",  "voltage",   "switch",     "page_program",
-    "sector_erase", "chip_erase", "times_from", "datasheet", "revision", "at",         "conditions",
+    "id",           "silicon_id",        "size",       "sector",    "dies",     "quad",   "flow",
+    "flag_status",  "startup_protected", "sdm",        "protect",   "voltage",  "switch", "page_program",
+    "sector_erase", "chip_erase",        "times_from", "datasheet", "revision", "at",     "conditions",
     "note"};
 // Properties that describe one chip only: a family may not set them.
-const std::set<std::string> CHIP_ONLY = {"id", "silicon_id", "size", "times_from", "datasheet", "revision",
-                                         "at", "conditions", "switch"};
+const std::set<std::string> CHIP_ONLY = {"id",       "silicon_id", "size",       "times_from", "datasheet",
+                                         "revision", "at",         "conditions", "switch"};
 
 struct VALUE {
     std::string text;
@@ -332,8 +332,8 @@ std::uint64_t time_value(const VALUE& value)
     const auto point = number.find('.');
     const std::string digits = point == std::string::npos ? number : number.substr(0, point) + number.substr(point + 1);
     const std::size_t decimals = point == std::string::npos ? 0 : number.size() - point - 1;
-    const bool is_number = !digits.empty() && digits.size() <= 12 &&
-                           digits.find_first_not_of("0123456789") == std::string::npos;
+    const bool is_number =
+        !digits.empty() && digits.size() <= 12 && digits.find_first_not_of("0123456789") == std::string::npos;
     if (!is_number || units.count(unit) == 0 || !rest.empty() || decimals > 6)
         fail(value.place, "not a time: \"" + value.text + "\" (write 3 ms, 700 us, 2 s)");
     std::uint64_t nanoseconds = std::stoull(digits) * units.at(unit);
@@ -618,7 +618,7 @@ std::string table_text(std::vector<CHIP>& chips)
         char number[8];
         std::snprintf(number, sizeof number, "#%02zu", i + 1);
         return i == 0 ? std::string(number) + ":Serial_configuration_flash_table_generated_from_data/flash/;"
-                                               "_one_record_per_Read-ID_variant;_lines_2-7_describe_each_column"
+                                              "_one_record_per_Read-ID_variant;_lines_2-7_describe_each_column"
                       : std::string(number);
     });
     line([](std::size_t i) { return std::string(COLUMN_TEXTS[i].values); });

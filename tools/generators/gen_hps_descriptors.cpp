@@ -40,10 +40,12 @@ const char* const ENUMERATOR_PREFIX = "MOXDEV_HPS_";
 
 // Names whose enumerator would clash with another MOXDEV_HPS_ name of the
 // library's interface.
+// clang-format off
 const char* const RESERVED_NAMES[] = {
     "word", "words", "word_count", "word_names", "descriptors", "structure", "nand_structure",
     "spi_structure", "mgr", "nand_mgr", "spi_mgr", "flash_list", "nand_param_names", "spi_param_names",
     "nand_prompts", "spi_prompts", "nand_signature", "spi_signature"};
+// clang-format on
 
 struct Word {
     std::string name;
@@ -57,12 +59,14 @@ public:
 
     // Reads the whole table, collecting every error. Returns false when there
     // was any.
-    bool read(std::istream& in) {
+    bool read(std::istream& in)
+    {
         std::string text;
         int line = 0;
         while (std::getline(in, text)) {
             ++line;
-            if (!text.empty() && text.back() == '\r') text.pop_back();
+            if (!text.empty() && text.back() == '\r')
+                text.pop_back();
             statement(line, text);
         }
         if (m_words.empty()) {
@@ -77,32 +81,39 @@ public:
     const std::vector<Word>& words() const { return m_words; }
 
 private:
-    void error(int line, const std::string& message) {
+    void error(int line, const std::string& message)
+    {
         std::cerr << m_path << ":" << line << ": error: " << message << "\n";
         ++m_errors;
     }
 
-    void statement(int line, const std::string& text) {
+    void statement(int line, const std::string& text)
+    {
         const std::size_t start = text.find_first_not_of(" \t");
-        if (start == std::string::npos || text[start] == '#') return;
+        if (start == std::string::npos || text[start] == '#')
+            return;
 
         const std::size_t hash = text.find('#');
         std::istringstream fields(text.substr(0, hash));
         std::vector<std::string> tokens;
-        for (std::string token; fields >> token;) tokens.push_back(token);
+        for (std::string token; fields >> token;)
+            tokens.push_back(token);
         if (tokens.size() != 4) {
             error(line, "expected 'INDEX NAME FIRST SECOND # COMMENT'");
             // Still count the word when its index is the expected one, so
             // that the following lines are not reported as out of order.
-            if (!tokens.empty() && tokens[0] == std::to_string(m_words.size())) m_words.emplace_back();
+            if (!tokens.empty() && tokens[0] == std::to_string(m_words.size()))
+                m_words.emplace_back();
             return;
         }
 
-        if (!take_index(line, tokens[0])) return;
+        if (!take_index(line, tokens[0]))
+            return;
         const std::size_t index = m_words.size();
         Word word;
         word.name = tokens[1];
-        if (name_ok(line, word.name)) m_names.emplace(word.name, line);
+        if (name_ok(line, word.name))
+            m_names.emplace(word.name, line);
         bool values_ok = true;
         for (std::size_t d = 0; d < DESCRIPTOR_COUNT; ++d) {
             values_ok = parse_value(line, tokens[2 + d], word.value[d]) && values_ok;
@@ -110,8 +121,8 @@ private:
         if (values_ok && index == 0) {
             for (std::size_t d = 0; d < DESCRIPTOR_COUNT; ++d) {
                 if (word.value[d] != KEYS[d]) {
-                    error(line, "word 0 is the key; descriptor " + std::to_string(d + 1) + " must have " +
-                                    hex(KEYS[d]));
+                    error(line,
+                          "word 0 is the key; descriptor " + std::to_string(d + 1) + " must have " + hex(KEYS[d]));
                 }
             }
         }
@@ -129,7 +140,8 @@ private:
     // error: a gap is reported once and the count resumes after it, an index
     // that is not a number is taken for the expected one, and a repeated or
     // excess index drops its line.
-    bool take_index(int line, const std::string& text) {
+    bool take_index(int line, const std::string& text)
+    {
         const int expected = int(m_words.size());
         if (text.empty() || text.size() > 4 || text.find_first_not_of("0123456789") != std::string::npos) {
             error(line, "index '" + text + "' is not a decimal number");
@@ -154,13 +166,15 @@ private:
         return true;
     }
 
-    bool name_ok(int line, const std::string& name) {
+    bool name_ok(int line, const std::string& name)
+    {
         // Lower-case words joined by single underscores, so that the
         // enumerator is a plain upper-case identifier.
         bool good = !name.empty() && name.front() >= 'a' && name.front() <= 'z' && name.back() != '_' &&
                     name.find("__") == std::string::npos;
         for (char c : name) {
-            if (!((c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '_')) good = false;
+            if (!((c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '_'))
+                good = false;
         }
         if (!good) {
             error(line, "name '" + name + "' must be lower-case letters and digits joined by single underscores");
@@ -168,8 +182,8 @@ private:
         }
         for (const char* reserved : RESERVED_NAMES) {
             if (name == reserved) {
-                error(line, "name '" + name + "' is reserved: " + enumerator(name) +
-                                " is already a name of the library");
+                error(line,
+                      "name '" + name + "' is reserved: " + enumerator(name) + " is already a name of the library");
                 return false;
             }
         }
@@ -181,7 +195,8 @@ private:
         return true;
     }
 
-    bool parse_value(int line, const std::string& text, std::uint32_t& value) {
+    bool parse_value(int line, const std::string& text, std::uint32_t& value)
+    {
         if (text == "-") {
             value = ABSENT;
             return true;
@@ -200,22 +215,23 @@ private:
         return true;
     }
 
-    static std::string trim(const std::string& s) {
+    static std::string trim(const std::string& s)
+    {
         const std::size_t first = s.find_first_not_of(" \t");
-        if (first == std::string::npos) return std::string();
+        if (first == std::string::npos)
+            return std::string();
         return s.substr(first, s.find_last_not_of(" \t") - first + 1);
     }
 
 public:
-    static std::string hex(std::uint32_t value) {
+    static std::string hex(std::uint32_t value)
+    {
         char text[16];
         std::snprintf(text, sizeof text, "0x%08X", unsigned(value));
         return text;
     }
 
-    static std::string enumerator(const std::string& name) {
-        return ENUMERATOR_PREFIX + absl::AsciiStrToUpper(name);
-    }
+    static std::string enumerator(const std::string& name) { return ENUMERATOR_PREFIX + absl::AsciiStrToUpper(name); }
 
 private:
     std::string m_path;
@@ -224,9 +240,11 @@ private:
     int m_errors = 0;
 };
 
-std::string header_text(const std::vector<Word>& words, const std::string& source) {
+std::string header_text(const std::vector<Word>& words, const std::string& source)
+{
     std::size_t width = 0;
-    for (const Word& w : words) width = std::max(width, Table::enumerator(w.name).size());
+    for (const Word& w : words)
+        width = std::max(width, Table::enumerator(w.name).size());
 
     std::ostringstream out;
     out << "// Generated by gen_hps_descriptors from " << source << "; do not edit.\n"
@@ -249,7 +267,8 @@ std::string header_text(const std::vector<Word>& words, const std::string& sourc
     return out.str();
 }
 
-std::string source_text(const std::vector<Word>& words, const std::string& source) {
+std::string source_text(const std::vector<Word>& words, const std::string& source)
+{
     std::ostringstream out;
     out << "// Generated by gen_hps_descriptors from " << source << "; do not edit.\n\n"
         << "#include \"moxdev/moxdev_hps_mgr.h\"\n\n"
@@ -268,13 +287,15 @@ std::string source_text(const std::vector<Word>& words, const std::string& sourc
     }
     out << "};\n\n"
         << "extern const char* const MOXDEV_HPS_WORD_NAMES[MOXDEV_HPS_WORD_COUNT] = {\n";
-    for (const Word& w : words) out << "    \"" << w.name << "\",\n";
+    for (const Word& w : words)
+        out << "    \"" << w.name << "\",\n";
     out << "};\n";
     return out.str();
 }
 
 // Writes one output; false (after a message) when it cannot be written.
-bool write_if_changed(const std::filesystem::path& path, const std::string& content) {
+bool write_if_changed(const std::filesystem::path& path, const std::string& content)
+{
     try {
         moxdev_tools::store_if_changed(path, content);
         return true;
@@ -286,7 +307,8 @@ bool write_if_changed(const std::filesystem::path& path, const std::string& cont
 
 } // namespace
 
-int main(int argc, char** argv) {
+int main(int argc, char** argv)
+{
     if (argc != 4) {
         std::cerr << "usage: gen_hps_descriptors TABLE OUT.cpp OUT.h\n";
         return 1;
@@ -298,7 +320,8 @@ int main(int argc, char** argv) {
         return 1;
     }
     Table table(table_path);
-    if (!table.read(in)) return 1;
+    if (!table.read(in))
+        return 1;
 
     // Name the table by its file name only, so that the output does not depend
     // on where the sources are.

@@ -138,7 +138,8 @@ private:
         }
         const bool hex = digits.rfind("0x", 0) == 0;
         const std::string body = hex ? digits.substr(2) : digits;
-        if (body.empty() || body.find_first_not_of(hex ? "0123456789abcdefABCDEF" : "0123456789") != std::string::npos ||
+        if (body.empty() ||
+            body.find_first_not_of(hex ? "0123456789abcdefABCDEF" : "0123456789") != std::string::npos ||
             body.size() > 16)
             return false;
         const unsigned long long number = std::stoull(body, nullptr, hex ? 16 : 10);

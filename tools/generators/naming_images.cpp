@@ -23,10 +23,10 @@ namespace {
 constexpr char MAGIC[] = "MOXDEV_DDB";
 constexpr std::size_t MAGIC_LENGTH = 10;
 
-#define IMAGE_CHECK(condition)                                                                     \
-    do {                                                                                           \
-        if (!(condition))                                                                          \
-            MSG_INTERNAL_ERROR::report(#condition, "MOXDEV", __FILE__, __LINE__);                  \
+#define IMAGE_CHECK(condition)                                                                                         \
+    do {                                                                                                               \
+        if (!(condition))                                                                                              \
+            MSG_INTERNAL_ERROR::report(#condition, "MOXDEV", __FILE__, __LINE__);                                      \
     } while (0)
 
 // A table being collected: keys in byte order, contents in insertion order.
@@ -164,8 +164,7 @@ GRAMMAR_TABLES build_grammar_tables()
         result[i].assign(tables[i].begin(), tables[i].end());
     const std::string problem = check_grammar_tables(result);
     if (!problem.empty())
-        MSG_INTERNAL_ERROR::report("grammar tables of the catalogue: " + problem, "MOXDEV", __FILE__,
-                                   __LINE__);
+        MSG_INTERNAL_ERROR::report("grammar tables of the catalogue: " + problem, "MOXDEV", __FILE__, __LINE__);
     return result;
 }
 
@@ -244,8 +243,7 @@ std::vector<BYTE> write_opn_image(const std::vector<DWORD>& parts)
 
 DWORD frame_crc(const BYTE* data, std::size_t length)
 {
-    return ~MOX_COMMON::msb_calculate_crc32(data, 0, DWORD(length * 8), 0xFFFFFFFFu, 0x04C11DB7u,
-                                             true);
+    return ~MOX_COMMON::msb_calculate_crc32(data, 0, DWORD(length * 8), 0xFFFFFFFFu, 0x04C11DB7u, true);
 }
 
 std::vector<BYTE> compress(const std::vector<BYTE>& data)
@@ -263,8 +261,8 @@ std::string describe(const GRAMMAR_TABLES& tables)
 {
     std::string text;
     for (std::size_t i = 0; i < tables.size(); ++i) {
-        text += (i ? ", " : "") + std::string(grammar_table_name(i)) + " " +
-                std::to_string(tables[i].size()) + "/" + std::to_string(content_count(tables[i]));
+        text += (i ? ", " : "") + std::string(grammar_table_name(i)) + " " + std::to_string(tables[i].size()) + "/" +
+                std::to_string(content_count(tables[i]));
     }
     return text;
 }
@@ -292,8 +290,8 @@ std::vector<std::string> store_images(const IMAGES& images, const std::string& d
     const bool grammar_written = store_file(dir + "/grammar.img", images.grammar);
     const bool opn_written = store_file(dir + "/opn.img", images.opn);
     auto sizes = [](const std::vector<BYTE>& raw, const std::vector<BYTE>& compressed, bool written) {
-        return "; " + std::to_string(raw.size()) + " bytes, " + std::to_string(compressed.size()) +
-               " compressed" + (written ? "" : " (unchanged)");
+        return "; " + std::to_string(raw.size()) + " bytes, " + std::to_string(compressed.size()) + " compressed" +
+               (written ? "" : " (unchanged)");
     };
     return {"grammar image: " + describe(images.tables) +
                 sizes(images.grammar, images.grammar_compressed, grammar_written),
