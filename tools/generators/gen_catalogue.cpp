@@ -53,9 +53,9 @@ const char* const ENGINEERING_SAMPLE_OPTION = "ES";
 
 // A description error, tied to the line that caused it (0: the file as a
 // whole).
-class DescriptionError : public std::runtime_error {
+class DESCRIPTION_ERROR : public std::runtime_error {
 public:
-    DescriptionError(int line, const std::string& message) : std::runtime_error(message), m_line(line) {}
+    DESCRIPTION_ERROR(int line, const std::string& message) : std::runtime_error(message), m_line(line) {}
     int line() const { return m_line; }
 
 private:
@@ -64,31 +64,31 @@ private:
 
 [[noreturn]] void fail(int line, const std::string& message)
 {
-    throw DescriptionError(line, message);
+    throw DESCRIPTION_ERROR(line, message);
 }
 
-enum class Status { PRODUCTION, OBSOLETE, PREVIEW };
+enum class STATUS { PRODUCTION, OBSOLETE, PREVIEW };
 
-struct Grade {
+struct GRADE {
     char temperature = 'C';
     int speed = 0;
     std::string option; // ordering option suffix, empty when none
 };
 
 // Settings of a product line that apply to the families that follow them.
-struct LineSettings {
+struct LINE_SETTINGS {
     std::string name;        // "Kestrel"
     std::string code;        // "KX"
     std::string key;         // programmer family key
     std::vector<int> ladder; // package indexes, small to large
     int window = 0;
-    std::vector<Grade> grades;
+    std::vector<GRADE> grades;
     int versions = 1;
     std::vector<std::string> family_config_patterns{"*"};
     int family_count = 0;
 };
 
-struct Family {
+struct FAMILY {
     int line_no = 0;
     std::string identifier; // "KESTREL_II"
     std::string display;    // "Kestrel II"
@@ -97,11 +97,11 @@ struct Family {
     std::string pcf;        // "kestrel2"
     std::string prefix;     // device name prefix "KXB"
     std::vector<std::string> configs;
-    Status status = Status::PRODUCTION;
+    STATUS status = STATUS::PRODUCTION;
     bool late = false;
     std::vector<int> ladder;
     int window = 0;
-    std::vector<Grade> grades;
+    std::vector<GRADE> grades;
     int versions = 1;
     // Base sizes in order, each with its window position and die.
     std::vector<std::string> sizes;
@@ -109,7 +109,7 @@ struct Family {
     std::vector<int> devices; // device indexes into the device list
 };
 
-struct Device {
+struct DEVICE {
     int line_no = 0;
     std::string name;            // "KXB100"
     std::string programmer_part; // "KXB100M"
@@ -119,12 +119,12 @@ struct Device {
     std::vector<std::string> configs;
 };
 
-struct Package {
+struct PACKAGE {
     std::string code;
     int pins = 0;
 };
 
-struct Part {
+struct PART {
     std::string name;
     int device = 0;  // device value
     int package = 0; // package index
@@ -133,13 +133,13 @@ struct Part {
     int option = 0; // option index, 0 = none
 };
 
-struct Catalogue {
+struct CATALOGUE {
     std::string maker;
-    std::vector<Package> packages;
+    std::vector<PACKAGE> packages;
     std::vector<std::string> options{""};
-    std::vector<Family> families; // value i at index i; 0 and the Generic value are placeholders
-    std::vector<Device> devices;  // likewise
-    std::vector<Part> parts;      // part number p at index p
+    std::vector<FAMILY> families; // value i at index i; 0 and the Generic value are placeholders
+    std::vector<DEVICE> devices;  // likewise
+    std::vector<PART> parts;      // part number p at index p
     int part_generic = 0;
     std::string csv_device;
     std::string csv_part;
@@ -204,9 +204,9 @@ int parse_int(int line, const std::string& text, int low, int high, const char* 
 
 // ---------------------------------------------------------------- parser
 
-class Parser {
+class PARSER {
 public:
-    explicit Parser(Catalogue& catalogue) : m_cat(catalogue)
+    explicit PARSER(CATALOGUE& catalogue) : m_cat(catalogue)
     {
         m_cat.families.resize(1);
         m_cat.families[0].identifier = "INVALID";
@@ -250,11 +250,11 @@ public:
                           " devices (DEV_DEVICE_MAX " + std::to_string(DEVICE_MAX) + "), found " +
                           std::to_string(devices));
         }
-        Family generic_family;
+        FAMILY generic_family;
         generic_family.identifier = "GENERIC";
         generic_family.display = "Generic";
         m_cat.families.push_back(generic_family);
-        Device generic_device;
+        DEVICE generic_device;
         generic_device.name = "Generic";
         generic_device.family = FAMILY_MAX - 1;
         m_cat.devices.push_back(generic_device);
@@ -368,7 +368,7 @@ private:
             fail(line, "line '" + name + "' given twice");
         if (!m_line_codes.insert(code).second)
             fail(line, "line code '" + code + "' given twice");
-        m_line = LineSettings();
+        m_line = LINE_SETTINGS();
         m_line.name = name;
         m_line.code = code;
         m_last_family = 0;
@@ -393,7 +393,7 @@ private:
             }
             if (index < 0) {
                 index = int(m_cat.packages.size());
-                m_cat.packages.push_back(Package{code, pins});
+                m_cat.packages.push_back(PACKAGE{code, pins});
             }
             if (std::find(m_line.ladder.begin(), m_line.ladder.end(), index) != m_line.ladder.end()) {
                 fail(line, "package " + code + " appears twice in the ladder");
@@ -413,7 +413,7 @@ private:
             if (g.size() < 2 || std::string("CIAM").find(g[0]) == std::string::npos || !(g[1] >= '0' && g[1] <= '9')) {
                 fail(line, "grade '" + g + "' must be a temperature letter (C, I, A, M) and a speed digit");
             }
-            Grade grade;
+            GRADE grade;
             grade.temperature = g[0];
             grade.speed = g[1] - '0';
             grade.option = g.substr(2);
@@ -444,7 +444,7 @@ private:
         if (m_line.family_count == 26)
             fail(line, "a line holds at most 26 families");
 
-        Family f;
+        FAMILY f;
         f.line_no = line;
         const std::string& label = t[1];
         if (!is_upper_alnum(label))
@@ -463,11 +463,11 @@ private:
             f.configs.push_back(name);
         }
         if (t[2] == "production") {
-            f.status = Status::PRODUCTION;
+            f.status = STATUS::PRODUCTION;
         } else if (t[2] == "obsolete") {
-            f.status = Status::OBSOLETE;
+            f.status = STATUS::OBSOLETE;
         } else if (t[2] == "preview") {
-            f.status = Status::PREVIEW;
+            f.status = STATUS::PREVIEW;
         } else {
             fail(line, "status '" + t[2] + "' must be production, obsolete or preview");
         }
@@ -482,8 +482,8 @@ private:
         f.window = m_line.window;
         f.grades = m_line.grades;
         f.versions = m_line.versions;
-        if (f.status == Status::PREVIEW) {
-            for (const Grade& g : f.grades) {
+        if (f.status == STATUS::PREVIEW) {
+            for (const GRADE& g : f.grades) {
                 if (!g.option.empty())
                     fail(line, "grades of a preview family cannot carry an option");
             }
@@ -506,7 +506,7 @@ private:
             const std::string die = colon == std::string::npos ? size : token.substr(colon + 1);
             if (!is_digits(size) || !is_digits(die))
                 fail(line, "device size '" + token + "' must be SIZE or SIZE:DIE in digits");
-            Family& fam = m_cat.families[value];
+            FAMILY& fam = m_cat.families[value];
             if (std::find(fam.sizes.begin(), fam.sizes.end(), size) != fam.sizes.end()) {
                 fail(line, "size " + size + " given twice");
             }
@@ -525,7 +525,7 @@ private:
         const std::string& suffix = t[1];
         if (!is_upper_letters(suffix))
             fail(line, "variant suffix '" + suffix + "' must be upper-case letters");
-        const Family& fam = m_cat.families[m_last_family];
+        const FAMILY& fam = m_cat.families[m_last_family];
         for (std::size_t i = 2; i < t.size(); ++i) {
             const auto it = std::find(fam.sizes.begin(), fam.sizes.end(), t[i]);
             if (it == fam.sizes.end())
@@ -536,8 +536,8 @@ private:
 
     void add_device(int line, int family_value, int size_index, const std::string& suffix)
     {
-        Family& fam = m_cat.families[family_value];
-        Device d;
+        FAMILY& fam = m_cat.families[family_value];
+        DEVICE d;
         d.line_no = line;
         d.name = fam.prefix + fam.sizes[size_index] + suffix;
         d.programmer_part = fam.prefix + fam.dies[size_index] + "M";
@@ -562,7 +562,7 @@ private:
         expect_count(line, t, 3, 200);
         if (!is_pcf_name(t[1]))
             fail(line, "programming file name '" + t[1] + "' must be lower-case letters, digits and '_'");
-        m_specials.push_back(Special{line, t[1], std::vector<std::string>(t.begin() + 2, t.end())});
+        m_specials.push_back(SPECIAL{line, t[1], std::vector<std::string>(t.begin() + 2, t.end())});
     }
 
     static void claim_name(int line, std::set<std::string>& names, const std::string& name, const char* what)
@@ -576,17 +576,17 @@ private:
     // parts of late families.
     void build_parts(int end)
     {
-        std::vector<Part> regular;
-        std::vector<Part> late;
+        std::vector<PART> regular;
+        std::vector<PART> late;
         for (int f = 1; f < FAMILY_MAX - 1; ++f) {
-            const Family& fam = m_cat.families[f];
+            const FAMILY& fam = m_cat.families[f];
             const int ladder = int(fam.ladder.size());
             const int sizes = int(fam.sizes.size());
             int option_es = 0;
-            if (fam.status == Status::PREVIEW)
+            if (fam.status == STATUS::PREVIEW)
                 option_es = option_index(ENGINEERING_SAMPLE_OPTION);
             for (int d : fam.devices) {
-                const Device& dev = m_cat.devices[d];
+                const DEVICE& dev = m_cat.devices[d];
                 // Spread the base sizes over the ladder so that small devices
                 // get the small packages; variants share their die's window.
                 const int span = ladder - fam.window;
@@ -594,13 +594,13 @@ private:
                 for (int k = 0; k < fam.window; ++k) {
                     const int package = fam.ladder[start + k];
                     ++m_cat.combo_count;
-                    for (const Grade& g : fam.grades) {
-                        Part p;
+                    for (const GRADE& g : fam.grades) {
+                        PART p;
                         p.device = d;
                         p.package = package;
                         p.temperature = g.temperature;
                         p.speed = g.speed;
-                        p.option = fam.status == Status::PREVIEW ? option_es : option_index(g.option);
+                        p.option = fam.status == STATUS::PREVIEW ? option_es : option_index(g.option);
                         p.name = dev.name + m_cat.packages[package].code + g.temperature + std::to_string(g.speed) +
                                  m_cat.options[p.option];
                         (fam.late ? late : regular).push_back(p);
@@ -614,12 +614,12 @@ private:
             fail(end, "no part is numbered above the Generic part; mark a family 'late'");
 
         m_cat.parts.clear();
-        Part invalid;
+        PART invalid;
         invalid.name = "Invalid";
         m_cat.parts.push_back(invalid);
         m_cat.parts.insert(m_cat.parts.end(), regular.begin(), regular.end());
         m_cat.part_generic = int(m_cat.parts.size());
-        Part generic;
+        PART generic;
         generic.name = "Generic";
         generic.device = DEVICE_MAX - 1;
         m_cat.parts.push_back(generic);
@@ -627,10 +627,10 @@ private:
 
         std::set<std::string> names;
         for (std::size_t p = 1; p < m_cat.parts.size(); ++p) {
-            const Part& part = m_cat.parts[p];
+            const PART& part = m_cat.parts[p];
             if (int(p) == m_cat.part_generic)
                 continue;
-            const Device& dev = m_cat.devices[part.device];
+            const DEVICE& dev = m_cat.devices[part.device];
             if (!names.insert(part.name).second)
                 fail(dev.line_no, "part name " + part.name + " occurs twice");
             if (m_device_index.count(part.name))
@@ -638,7 +638,7 @@ private:
         }
         // A programmer part name must not be mistaken for a device or a part.
         for (std::size_t d = 1; d + 1 < m_cat.devices.size(); ++d) {
-            const Device& dev = m_cat.devices[d];
+            const DEVICE& dev = m_cat.devices[d];
             if (m_device_index.count(dev.programmer_part) || names.count(dev.programmer_part)) {
                 fail(dev.line_no, "programmer part name " + dev.programmer_part + " equals a device or part name");
             }
@@ -659,7 +659,7 @@ private:
         std::set<std::string> pcfs;
         for (int f = 1; f < FAMILY_MAX - 1; ++f)
             pcfs.insert(m_cat.families[f].pcf);
-        for (const Special& s : m_specials) {
+        for (const SPECIAL& s : m_specials) {
             if (!pcfs.insert(s.pcf).second)
                 fail(s.line, "programming file name " + s.pcf + " is already used");
             int family = 0;
@@ -667,7 +667,7 @@ private:
                 const auto it = m_device_index.find(name);
                 if (it == m_device_index.end())
                     fail(s.line, "unknown device " + name);
-                Device& dev = m_cat.devices[it->second];
+                DEVICE& dev = m_cat.devices[it->second];
                 if (family != 0 && dev.family != family)
                     fail(s.line, "the devices of one special file must share a family");
                 family = dev.family;
@@ -710,14 +710,14 @@ private:
         }
     }
 
-    struct Special {
+    struct SPECIAL {
         int line;
         std::string pcf;
         std::vector<std::string> devices;
     };
 
-    Catalogue& m_cat;
-    LineSettings m_line;
+    CATALOGUE& m_cat;
+    LINE_SETTINGS m_line;
     int m_last_family = 0;
     int m_last_line = 0;
     int m_csv_device_line = 0;
@@ -727,19 +727,19 @@ private:
     std::set<std::string> m_line_codes;
     std::set<std::string> m_family_names;
     std::map<std::string, int> m_device_index;
-    std::vector<Special> m_specials;
+    std::vector<SPECIAL> m_specials;
 };
 
 // ---------------------------------------------------------------- writers
 
 const char* const GENERATED_NOTE = "Generated by tools/gen_catalogue from data/catalogue.txt; do not edit.";
 
-const char* status_name(Status s)
+const char* status_name(STATUS s)
 {
     switch (s) {
-    case Status::OBSOLETE: return "STATUS_OBSOLETE";
-    case Status::PREVIEW: return "STATUS_PREVIEW";
-    case Status::PRODUCTION: break;
+    case STATUS::OBSOLETE: return "STATUS_OBSOLETE";
+    case STATUS::PREVIEW: return "STATUS_PREVIEW";
+    case STATUS::PRODUCTION: break;
     }
     return "STATUS_PRODUCTION";
 }
@@ -749,7 +749,7 @@ std::string quoted(const std::string& s)
     return "\"" + s + "\"";
 }
 
-std::string enums_header(const Catalogue& c)
+std::string enums_header(const CATALOGUE& c)
 {
     std::ostringstream o;
     o << "// " << GENERATED_NOTE << "\n"
@@ -778,7 +778,7 @@ std::string enums_header(const Catalogue& c)
     return o.str();
 }
 
-std::string data_source(const Catalogue& c)
+std::string data_source(const CATALOGUE& c)
 {
     std::ostringstream o;
     o << "// " << GENERATED_NOTE << "\n\n"
@@ -790,7 +790,7 @@ std::string data_source(const Catalogue& c)
       << "const char MAKER_NAME[] = " << quoted(c.maker) << ";\n\n";
 
     o << "const PACKAGE_RECORD PACKAGES[] = {\n";
-    for (const Package& p : c.packages)
+    for (const PACKAGE& p : c.packages)
         o << "    {" << quoted(p.code) << ", " << p.pins << "},\n";
     o << "};\nconst int PACKAGE_COUNT = " << c.packages.size() << ";\n\n";
 
@@ -804,7 +804,7 @@ std::string data_source(const Catalogue& c)
     o << "const char* const FAMILY_CONFIG_NAMES[] = {\n";
     std::vector<int> family_config_start;
     int count = 0;
-    for (const Family& f : c.families) {
+    for (const FAMILY& f : c.families) {
         family_config_start.push_back(count);
         for (const std::string& n : f.configs) {
             o << "    " << quoted(n) << ",\n";
@@ -816,7 +816,7 @@ std::string data_source(const Catalogue& c)
     o << "const char* const PART_CONFIG_NAMES[] = {\n";
     std::vector<int> device_config_start;
     count = 0;
-    for (const Device& d : c.devices) {
+    for (const DEVICE& d : c.devices) {
         device_config_start.push_back(count);
         for (const std::string& n : d.configs) {
             o << "    " << quoted(n) << ",\n";
@@ -829,7 +829,7 @@ std::string data_source(const Catalogue& c)
       << "    // identifier, display name, programmer family key, user-visible name, programming file,\n"
       << "    // first configuration name, configuration names, status\n";
     for (std::size_t i = 0; i < c.families.size(); ++i) {
-        const Family& f = c.families[i];
+        const FAMILY& f = c.families[i];
         o << "    {" << quoted(f.identifier) << ", " << quoted(f.display) << ", " << quoted(f.key) << ", "
           << quoted(f.user_name) << ", " << quoted(f.pcf) << ", " << family_config_start[i] << ", " << f.configs.size()
           << ", " << status_name(f.status) << "},\n";
@@ -840,7 +840,7 @@ std::string data_source(const Catalogue& c)
       << "    // name, programmer part name, programming file, family, first configuration name,\n"
       << "    // configuration names\n";
     for (std::size_t i = 0; i < c.devices.size(); ++i) {
-        const Device& d = c.devices[i];
+        const DEVICE& d = c.devices[i];
         o << "    {" << quoted(d.name) << ", " << quoted(d.programmer_part) << ", " << quoted(d.pcf) << ", " << d.family
           << ", " << device_config_start[i] << ", " << d.configs.size() << "},\n";
     }
@@ -848,7 +848,7 @@ std::string data_source(const Catalogue& c)
 
     o << "const PART_RECORD PARTS[] = {\n"
       << "    // name, device, package, speed grade, temperature, option\n";
-    for (const Part& p : c.parts) {
+    for (const PART& p : c.parts) {
         o << "    {" << quoted(p.name) << ", " << p.device << ", " << p.package << ", " << p.speed << ", '"
           << p.temperature << "', " << p.option << "},\n";
     }
@@ -858,7 +858,7 @@ std::string data_source(const Catalogue& c)
     return o.str();
 }
 
-std::string ids_source(const Catalogue& c)
+std::string ids_source(const CATALOGUE& c)
 {
     std::ostringstream o;
     o << "// " << GENERATED_NOTE << "\n"
@@ -906,7 +906,7 @@ std::string ids_source(const Catalogue& c)
     return o.str();
 }
 
-std::string part_list(const Catalogue& c)
+std::string part_list(const CATALOGUE& c)
 {
     std::ostringstream o;
     o << "// Orderable parts of the " << c.maker << " catalogue, in part-number order.\n"
@@ -922,9 +922,9 @@ std::string part_list(const Catalogue& c)
     for (std::size_t p = 1; p < c.parts.size(); ++p) {
         if (int(p) == c.part_generic)
             continue;
-        const Part& part = c.parts[p];
-        const Device& dev = c.devices[part.device];
-        const Package& pkg = c.packages[part.package];
+        const PART& part = c.parts[p];
+        const DEVICE& dev = c.devices[part.device];
+        const PACKAGE& pkg = c.packages[part.package];
         o << part.name << ' ' << dev.name << ' ' << pkg.code << ' ' << pkg.pins << ' ' << part.speed << ' '
           << part.temperature << ' ' << dev.pcf << '\n';
     }
@@ -977,12 +977,12 @@ int main(int argc, char** argv)
         std::cerr << "gen_catalogue: cannot open " << description << "\n";
         return 1;
     }
-    Catalogue catalogue;
+    CATALOGUE catalogue;
     try {
-        Parser parser(catalogue);
+        PARSER parser(catalogue);
         parser.parse(in);
         parser.finish();
-    } catch (const DescriptionError& e) {
+    } catch (const DESCRIPTION_ERROR& e) {
         std::cerr << description << ":" << e.line() << ": error: " << e.what() << "\n";
         return 1;
     }
