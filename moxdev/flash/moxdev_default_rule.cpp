@@ -1,7 +1,6 @@
 #include "moxdev/flash/moxdev_default_rule.h"
 
 #include <absl/strings/ascii.h>
-#include <absl/strings/match.h>
 
 #include <string>
 
@@ -18,19 +17,14 @@ std::size_t FOLDED_HASH::operator()(std::string_view name) const
     return absl::Hash<std::string_view>{}(std::string_view(buffer, name.size()));
 }
 
-bool FOLDED_EQUAL::operator()(std::string_view a, std::string_view b) const
-{
-    return absl::EqualsIgnoreCase(absl::string_view(a.data(), a.size()), absl::string_view(b.data(), b.size()));
-}
-
 void DEFAULTS_PER_NAME::add(std::string_view name, bool is_default, DWORD where)
 {
-    const auto [entry, added] = m_names.try_emplace(name, NAME{where, 0, 0, 0});
+    const auto [entry, added] = m_names.try_emplace(name, m_order.size());
     if (added)
-        m_order.push_back(entry->first);
+        m_order.push_back(NAME{entry->first, where, 0, 0, 0});
     if (!is_default)
         return;
-    NAME& seen = entry->second;
+    NAME& seen = m_order[entry->second];
     if (seen.defaults == 0)
         seen.first_default = where;
     else if (seen.defaults == 1)
@@ -40,12 +34,11 @@ void DEFAULTS_PER_NAME::add(std::string_view name, bool is_default, DWORD where)
 
 DEFAULTS_PER_NAME::VIOLATION DEFAULTS_PER_NAME::first_violation() const
 {
-    for (std::string_view name : m_order) {
-        const NAME& seen = m_names.at(name);
+    for (const NAME& seen : m_order) {
         if (seen.defaults > 1)
-            return {VIOLATION::SECOND_DEFAULT, name, seen.first_default, seen.second_default};
+            return {VIOLATION::SECOND_DEFAULT, seen.name, seen.first_default, seen.second_default};
         if (seen.defaults == 0)
-            return {VIOLATION::NO_DEFAULT, name, seen.first_record, 0};
+            return {VIOLATION::NO_DEFAULT, seen.name, seen.first_record, 0};
     }
     return {};
 }

@@ -55,7 +55,7 @@ std::string upper(std::string text)
 // gen_stricmp(text, "NONE") == 0, without copies.
 bool is_none(const std::string& text)
 {
-    return absl::EqualsIgnoreCase(text, "NONE");
+    return text.size() == 4 && absl::EqualsIgnoreCase(text, "NONE");
 }
 
 } // namespace

@@ -18,17 +18,18 @@ inline QWORD load_le(const BYTE* data, unsigned width)
         value |= QWORD(data[i]) << (8 * i);
     return value;
 }
+// The fixed widths are spelled out: the compiler reads each as one load.
 inline WORD load_le16(const BYTE* data)
 {
-    return WORD(load_le(data, 2));
+    return WORD(data[0] | data[1] << 8);
 }
 inline DWORD load_le24(const BYTE* data)
 {
-    return DWORD(load_le(data, 3));
+    return DWORD(data[0]) | DWORD(data[1]) << 8 | DWORD(data[2]) << 16;
 }
 inline DWORD load_le32(const BYTE* data)
 {
-    return DWORD(load_le(data, 4));
+    return DWORD(data[0]) | DWORD(data[1]) << 8 | DWORD(data[2]) << 16 | DWORD(data[3]) << 24;
 }
 
 // Writes the low `width` bytes of `value` at `data`.
