@@ -1,6 +1,7 @@
 #include "host/gen_string.h"
 
 #include <absl/strings/ascii.h>
+#include <absl/strings/str_split.h>
 
 // ASCII only, whatever the process locale: names and keys are ASCII, and a
 // locale must not change how they compare (Abseil's ASCII helpers ignore it).
@@ -39,15 +40,8 @@ void stl_tolower(std::string& text)
 
 STRING_TOKENIZER::STRING_TOKENIZER(const std::string& text, const std::string& delimiters, bool)
 {
-    std::size_t pos = 0;
-    while (pos < text.size()) {
-        const std::size_t begin = text.find_first_not_of(delimiters, pos);
-        if (begin == std::string::npos)
-            break;
-        std::size_t end = text.find_first_of(delimiters, begin);
-        if (end == std::string::npos)
-            end = text.size();
-        m_tokens.emplace_back(text, begin, end - begin);
-        pos = end;
-    }
+    // Adjacent delimiters give no empty token: a comma and a blank separate
+    // exactly two cells.
+    for (absl::string_view token : absl::StrSplit(text, absl::ByAnyChar(delimiters), absl::SkipEmpty()))
+        m_tokens.emplace_back(token);
 }
