@@ -1,4 +1,4 @@
-// The stand-alone device catalogue over the arrays that tools/gen_catalogue
+// The stand-alone device catalogue over the arrays that tools/generators/gen_catalogue
 // generates from data/catalogue.txt.
 
 #include "host/dev_catalogue.h"

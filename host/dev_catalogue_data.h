@@ -1,6 +1,6 @@
 // Internal: the arrays behind the stand-alone device catalogue.
 //
-// tools/gen_catalogue writes their definitions (dev_catalogue_data.cpp in the
+// tools/generators/gen_catalogue writes their definitions (dev_catalogue_data.cpp in the
 // generated tree) from data/catalogue.txt; host/dev_catalogue.cpp is their
 // only reader. Everything is constant-initialised plain data, so nothing runs
 // at static-initialisation time.
