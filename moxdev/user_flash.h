@@ -34,8 +34,10 @@ struct USER_FLASH_CONTENT {
     bool check_matches = false;   // the check value is this version's
     bool more_chips = false;      // further chips follow (the manager ignores them)
 
-    // Whether the manager takes the first chip as its user record.
-    bool accepted() const { return fields_valid && check_matches; }
+    // Whether the manager takes the first chip as its user record: every
+    // field converts, the check value matches, and it has a device name (a
+    // record without one stands for no user flash at all).
+    bool accepted() const { return fields_valid && check_matches && !record.device_name.empty(); }
 };
 
 // Decodes `value`. False, with the reason in `error`, when it does not

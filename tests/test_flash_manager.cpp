@@ -450,6 +450,20 @@ TEST_F(UserFlash, ValuesAreCheckedBeforeUse)
     }
 }
 
+// A definition whose device name is empty decodes, converts and checks, but
+// the loader takes a nameless record for no user flash: the project's reader
+// says the same (found by the fuzz target).
+TEST_F(UserFlash, AValueWithoutADeviceNameDefinesNoUserFlash)
+{
+    const std::string value = value_of(replace_field(DEFINITION, 1, ""));
+    std::string output, error;
+    EXPECT_EQ(load(value, false, output)->get_flash_count(), 1u);
+    moxdev::USER_FLASH_CONTENT content;
+    ASSERT_TRUE(moxdev::read_user_flash_value(value, content, error)) << error;
+    EXPECT_TRUE(content.fields_valid && content.check_matches);
+    EXPECT_FALSE(content.accepted());
+}
+
 // The prompts of the definition dialogue, in order.
 // clang-format off
 const char* const PROMPTS[] = {

@@ -503,8 +503,10 @@ void flash_decode(const std::string& value)
                     {"accepted", content.accepted()}});
     } else {
         print_record(content.record);
-        fmt::print("fields: {}\ncheck value {}: {}\n",
-                   content.fields_valid ? "valid" : "INVALID (the loader ignores it)", content.check_value,
+        const char* fields = !content.fields_valid                ? "INVALID (the loader ignores it)"
+                             : content.record.device_name.empty() ? "INVALID (no device name: the loader ignores it)"
+                                                                  : "valid";
+        fmt::print("fields: {}\ncheck value {}: {}\n", fields, content.check_value,
                    content.check_matches ? "matches this version"
                                          : "does NOT match this version (the loader ignores it)");
         if (content.more_chips)
