@@ -34,6 +34,11 @@ constexpr DWORD MOXDEV_DB_VERSION = 1;
 constexpr const char* MOXDEV_DEVICE_DB_MAGIC = "MOXIO_DM";
 constexpr const char* MOXDEV_FLASH_DB_MAGIC = "MOXIO_FM";
 
+// The largest payload a generator writes, and so the largest a reader
+// inflates; the largest database file that can hold it.
+constexpr DWORD MOXDEV_MAX_PAYLOAD = 16 * 1024 * 1024;
+constexpr DWORD MOXDEV_MAX_DATABASE_FILE = MOXDEV_MAX_PAYLOAD + MOXDEV_MAX_PAYLOAD / 512 + 1024;
+
 // Zlib inflates at most about 1032 bytes from one compressed byte: an
 // announced size beyond that cannot be honest and is refused before any memory
 // is set aside for it.

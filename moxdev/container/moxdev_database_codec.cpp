@@ -1,6 +1,7 @@
 #include "moxdev/moxdev_database_codec.h"
 
 #include "moxdev/internal/moxdev_bytes.h"
+#include "moxdev/internal/moxdev_file_reader.h"
 
 #include "moxdev/internal/moxdev_assert.h"
 
@@ -180,25 +181,26 @@ MOXDEV_DATABASE_CODEC::PAYLOAD MOXDEV_DATABASE_CODEC::read_database_file(const F
                                                                          const char* file_variable, const char* magic,
                                                                          const std::string& identifier) const
 {
+    // One descriptor for the whole read: the file's kind and size come from
+    // it, so a rename in between shows the old file or the new one, and a
+    // FIFO or a device cannot hang the reader.
     const std::string name = path.fullpath();
-    FIO_STAT stat_info;
-    CODEC_CHECK_MSG(FIO_FILE_SYSTEM::status(name.c_str(), &stat_info),
-                    // One query: status() fails exactly where exists() would.
+    std::vector<BYTE> file;
+    std::string error;
+    const auto read = moxdev::detail::read_file(name, file, error, {MOXDEV_MAX_DATABASE_FILE, false});
+    CODEC_CHECK_MSG(read != moxdev::detail::READ_RESULT::MISSING,
                     std::string("FIO_FILE_SYSTEM::exists(") + file_variable +
                         ".fullpath().c_str()) && FIO_FILE_SYSTEM::status(" + file_variable +
                         ".fullpath().c_str(), &stat_info)");
-    std::unique_ptr<std::FILE, int (*)(std::FILE*)> input(std::fopen(name.c_str(), "rb"), &std::fclose);
-    CODEC_CHECK_MSG(input != nullptr, "input.good()");
-    const QWORD file_size = stat_info.size;
+    CODEC_CHECK_MSG(read != moxdev::detail::READ_RESULT::TOO_LARGE, "database file exceeds the " +
+                                                                        std::to_string(MOXDEV_MAX_DATABASE_FILE) +
+                                                                        " bytes a generator writes");
+    CODEC_CHECK_MSG(read == moxdev::detail::READ_RESULT::READ, "input.good()");
+    const QWORD file_size = file.size();
     CODEC_CHECK(file_size > (8 + 32 + 4 + 2));
-    CODEC_CHECK_MSG(file_size <= 0xFFFFFFFFull, "database file exceeds 4 GiB");
-
-    std::unique_ptr<BYTE[]> file(new BYTE[static_cast<std::size_t>(file_size)]);
-    const std::size_t got = std::fread(file.get(), 1, static_cast<std::size_t>(file_size), input.get());
-    CODEC_CHECK_MSG(got == file_size, "input.good()");
 
     // The magic is compared byte by byte; a mismatch quotes the whole chain.
-    const bool magic_ok = std::memcmp(file.get(), magic, MOXDEV_DB_MAGIC_SIZE) == 0;
+    const bool magic_ok = std::memcmp(file.data(), magic, MOXDEV_DB_MAGIC_SIZE) == 0;
     std::string chain;
     for (DWORD i = 0; !magic_ok && i < MOXDEV_DB_MAGIC_SIZE; ++i)
         chain += std::string(i ? " && " : "") + "data[index++] == '" + magic[i] + "'";
@@ -212,6 +214,15 @@ MOXDEV_DATABASE_CODEC::PAYLOAD MOXDEV_DATABASE_CODEC::read_database_file(const F
 
     DWORD index = MOXDEV_DB_MAGIC_SIZE + MOXDEV_DB_ID_SIZE;
     const DWORD memory_size = moxdev::bytes::load_le32(&file[index]);
+    // No generator writes more: a larger size is refused before anything is
+    // inflated for it. One the compressed bytes cannot reach at all fails as
+    // inflating it would.
+    const QWORD compressed_size = file_size - MOXDEV_DB_HEADER_SIZE - MOXDEV_DB_TRAILER_SIZE;
+    CODEC_CHECK_MSG(QWORD(memory_size) <= compressed_size * MOXDEV_MAX_INFLATE_RATIO,
+                    "new_dcmp_size == original_count");
+    CODEC_CHECK_MSG(memory_size <= MOXDEV_MAX_PAYLOAD, "announced payload size exceeds the " +
+                                                           std::to_string(MOXDEV_MAX_PAYLOAD) +
+                                                           " bytes a generator writes");
     PAYLOAD payload;
     payload.data.reset(decompress_data(&file[MOXDEV_DB_HEADER_SIZE],
                                        DWORD(file_size) - MOXDEV_DB_HEADER_SIZE - MOXDEV_DB_TRAILER_SIZE, memory_size));

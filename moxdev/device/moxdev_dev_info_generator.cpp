@@ -58,7 +58,8 @@ DWORD MOXDEV_DEV_INFO_MANAGER::check_device_file(FIO_PATH csv_file, DWORD& devic
     }
     MOXDEV_ASSERT(device_count == TOTAL_DATABASE_DEVICE);
     size += 4; // "END2"
-    MOXDEV_ASSERT_MSG(size < 0x80000000ull, "device table too large");
+    MOXDEV_ASSERT_MSG(size + get_table_size() <= MOXDEV_MAX_PAYLOAD,
+                      "device table exceeds the " + std::to_string(MOXDEV_MAX_PAYLOAD) + " bytes a payload holds");
     return DWORD(size);
 }
 

@@ -37,7 +37,8 @@ DWORD MOXDEV_FLASH_MANAGER::check_flash_file(FIO_PATH csv, DWORD& record_count)
         ++record_count;
     }
     size += 4; // "END2"
-    const bool status = size > 0 && size < 0x80000000ull;
+    // A table whose payload exceeds what the reader takes fails the check.
+    const bool status = size > 0 && size <= MOXDEV_MAX_PAYLOAD;
     const DWORD device_count = record_count;
     MOXDEV_ASSERT(status && device_count > 0);
     return DWORD(size);

@@ -209,7 +209,8 @@ BYTE* MOXDEV_FLASH_INI::read_flash_ini_data(MOXDEV_FLASH_INI_ENUM set, DWORD& si
     size = 0;
     std::vector<BYTE> file;
     std::vector<std::pair<DWORD, DWORD>> entries;
-    if (read_whole_file(parameter_file_path(), file) != FILE_READ::READ ||
+    std::string error;
+    if (read_parameter_file(parameter_file_path(), file, error) != READ_RESULT::READ ||
         !parse_parameter_container(file, entries, false) || DWORD(set) >= entries.size())
         return nullptr;
     const auto [offset, length] = entries[DWORD(set)];

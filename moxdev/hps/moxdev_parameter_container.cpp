@@ -4,11 +4,9 @@
 
 #include "moxdev/internal/moxdev_assert.h"
 
-#include "host/fio.h"
 #include "host/gen_path.h"
 
 #include <cstring>
-#include <fstream>
 
 // The container belongs to the flash parameter class.
 static constexpr const char* MOXDEV_UNIT = "moxdev_flash_ini";
@@ -29,19 +27,9 @@ std::string parameter_file_path()
     return gen_get_module_fullpath() + "/mox_flash.ini";
 }
 
-FILE_READ read_whole_file(const std::string& path, std::vector<BYTE>& bytes)
+READ_RESULT read_parameter_file(const std::string& path, std::vector<BYTE>& bytes, std::string& error)
 {
-    bytes.clear();
-    FIO_STAT status;
-    if (!FIO_FILE_SYSTEM::exists(path.c_str()) || !FIO_FILE_SYSTEM::status(path.c_str(), &status))
-        return FILE_READ::MISSING;
-    std::ifstream input(path, std::ios::binary);
-    const QWORD file_size = status.size;
-    if (!input.good() || file_size > 0xFFFFFFFFull)
-        return FILE_READ::UNREADABLE;
-    bytes.resize(std::size_t(file_size));
-    input.read(reinterpret_cast<char*>(bytes.data()), std::streamsize(file_size));
-    return std::size_t(input.gcount()) == bytes.size() ? FILE_READ::READ : FILE_READ::UNREADABLE;
+    return read_file(path, bytes, error, {PARAMETER_FILE_CAP, false});
 }
 
 bool parse_parameter_container(const std::vector<BYTE>& file, std::vector<std::pair<DWORD, DWORD>>& entries,

@@ -5,6 +5,8 @@
 // keeps every change under concurrent writers. Library sources only.
 #pragma once
 
+#include "moxdev/internal/moxdev_file_reader.h"
+
 #include "host/host_types.h"
 
 #include <string>
@@ -22,9 +24,14 @@ inline constexpr DWORD PARAMETER_DATA_START = PARAMETER_FILE_HEADER + 8 * PARAME
 // "<module directory>/mox_flash.ini".
 std::string parameter_file_path();
 
-// The whole file at `path`, or why it could not be had.
-enum class FILE_READ { MISSING, READ, UNREADABLE };
-FILE_READ read_whole_file(const std::string& path, std::vector<BYTE>& bytes);
+// The most a parameter file holds: three sets of user parts, each part a few
+// hundred bytes.
+inline constexpr std::size_t PARAMETER_FILE_CAP = 16 * 1024 * 1024;
+
+// The whole file at `path`, or why it could not be had (see
+// moxdev_file_reader.h): one descriptor, a regular file, at most
+// PARAMETER_FILE_CAP bytes.
+READ_RESULT read_parameter_file(const std::string& path, std::vector<BYTE>& bytes, std::string& error);
 
 // The (offset, size) entry of every set of a container file; false when the
 // file is not a valid container. A container must hold some data after its

@@ -10,7 +10,6 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
-#include <filesystem>
 
 namespace moxdev {
 
@@ -41,14 +40,14 @@ std::string parameter_file_path()
 
 PARAMETER_FILE_STATE parameter_file_state()
 {
-    const std::string path = detail::parameter_file_path();
     std::vector<BYTE> file;
-    const FILE_READ read = read_whole_file(path, file);
-    if (read == FILE_READ::MISSING && !std::filesystem::is_directory(path))
+    std::string error;
+    const READ_RESULT read = read_parameter_file(detail::parameter_file_path(), file, error);
+    if (read == READ_RESULT::MISSING)
         return PARAMETER_FILE_STATE::MISSING;
     std::vector<std::pair<DWORD, DWORD>> entries;
-    return read == FILE_READ::READ && parse_parameter_container(file, entries, true) ? PARAMETER_FILE_STATE::VALID
-                                                                                     : PARAMETER_FILE_STATE::DAMAGED;
+    return read == READ_RESULT::READ && parse_parameter_container(file, entries, true) ? PARAMETER_FILE_STATE::VALID
+                                                                                       : PARAMETER_FILE_STATE::DAMAGED;
 }
 
 bool update_parameter_set(MOXDEV_FLASH_INI_ENUM set,
@@ -63,10 +62,6 @@ bool update_parameter_set(MOXDEV_FLASH_INI_ENUM set,
         return false;
     }
     const std::string path = detail::parameter_file_path();
-    if (std::filesystem::is_directory(path)) {
-        error = path + " is a directory";
-        return false;
-    }
     const MOXDEV_FILE_LOCK lock(path + ".lock", lock_timeout_ms);
     if (!lock.held()) {
         error = lock.error();
@@ -78,14 +73,23 @@ bool update_parameter_set(MOXDEV_FLASH_INI_ENUM set,
     // read and the replacement.
     std::vector<std::vector<BYTE>> sets(PARAMETER_SET_COUNT);
     std::vector<BYTE> file;
-    const FILE_READ read = read_whole_file(path, file);
+    std::string problem;
+    const READ_RESULT read = read_parameter_file(path, file, problem);
     std::vector<std::pair<DWORD, DWORD>> entries;
-    if (read == FILE_READ::READ && parse_parameter_container(file, entries, true)) {
+    if (read == READ_RESULT::NOT_A_FILE || read == READ_RESULT::FAILED) {
+        // Not a file of the user's (a directory, FIFO or device, a link loop),
+        // or one the system does not let us read: nothing to keep aside, and
+        // nothing to replace.
+        error = problem;
+        return false;
+    }
+    if (read == READ_RESULT::READ && parse_parameter_container(file, entries, true)) {
         for (DWORD i = 0; i < PARAMETER_SET_COUNT && i < entries.size(); ++i)
             sets[i].assign(file.begin() + entries[i].first, file.begin() + entries[i].first + entries[i].second);
-    } else if (read != FILE_READ::MISSING) {
-        // Nothing the user had is thrown away: a file that does not read is
-        // kept under a name that says so before a new one takes its place.
+    } else if (read != READ_RESULT::MISSING) {
+        // Nothing the user had is thrown away: a file that does not read as a
+        // container (or is larger than one can be) is kept under a name that
+        // says so before a new one takes its place.
         const std::string aside = damaged_name(path);
         if (std::rename(path.c_str(), aside.c_str()) != 0) {
             error = "cannot move the damaged " + path + " aside: " + std::strerror(errno);

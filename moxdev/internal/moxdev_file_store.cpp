@@ -44,9 +44,19 @@ bool write_all(int fd, const BYTE* data, std::size_t size)
 
 MOXDEV_FILE_LOCK::MOXDEV_FILE_LOCK(const std::string& path, DWORD timeout_ms)
 {
-    const int fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666);
+    // Never through a symbolic link: a link planted at the lock's name would
+    // make the writer create or lock a file elsewhere. A FIFO or a device is
+    // no lock either.
+    const int fd = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0666);
     if (fd < 0) {
-        m_error = "cannot open the lock file " + path + ": " + reason(errno);
+        m_error = "cannot open the lock file " + path + ": " +
+                  (errno == ELOOP ? std::string("it is a symbolic link") : reason(errno));
+        return;
+    }
+    struct stat status {};
+    if (::fstat(fd, &status) != 0 || !S_ISREG(status.st_mode)) {
+        m_error = "cannot use the lock file " + path + ": it is not a regular file";
+        ::close(fd);
         return;
     }
     // Polls rather than blocks, so that the wait has a bound; a writer holds
