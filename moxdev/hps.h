@@ -62,8 +62,20 @@ std::string read_hps_answer(const HPS_PARAMETER& parameter, const std::string& a
 // program's signature (it holds none).
 template <class RECORD>
 std::vector<RECORD> unpack_hps_user_set(const std::vector<BYTE>& set, bool* foreign = nullptr);
-// The bytes of a data set holding `records`; no bytes for none.
+// The bytes of a data set holding `records`; no bytes for none. The records
+// must pass hps_record_problem(): the form below checks that.
 template <class RECORD>
 std::vector<BYTE> pack_hps_user_set(const std::vector<RECORD>& records);
+// The same, refusing (false, with the reason) a set that its reader could
+// not read back as it was.
+template <class RECORD>
+bool pack_hps_user_set(const std::vector<RECORD>& records, std::vector<BYTE>& data, std::string& error);
+
+// The longest text a part's text field holds.
+inline constexpr std::size_t HPS_TEXT_MOST = 255;
+// Why `record` cannot be stored as a user part (a text with a control
+// character, a NUL among them, or longer than HPS_TEXT_MOST), "" when it can.
+template <class RECORD>
+std::string hps_record_problem(const RECORD& record);
 
 } // namespace moxdev

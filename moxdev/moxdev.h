@@ -25,9 +25,11 @@
 #include "moxdev/moxdev_mgr.h"
 #include "moxdev/moxdev_sfdp.h"
 
+#include "moxdev/files.h"
 #include "moxdev/flash.h"
 #include "moxdev/generate.h"
 #include "moxdev/hps.h"
 #include "moxdev/parameter_file.h"
 #include "moxdev/table.h"
+#include "moxdev/text.h"
 #include "moxdev/user_flash.h"

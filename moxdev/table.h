@@ -11,26 +11,39 @@
 #include "host/host_types.h"
 
 #include <cstddef>
-#include <fstream>
+#include <memory>
 #include <string>
 #include <vector>
 
 namespace moxdev {
 
+namespace detail {
+class LINE_READER;
+}
+
 // Reads a table line by line: blank lines are skipped, the others trimmed
 // and split into cells at blanks, tabs and commas (empty cells are dropped,
-// so a cell may hold none of them).
+// so a cell may hold none of them). The table is read through one
+// descriptor, a bounded piece at a time (see moxdev_file_reader.h): only a
+// regular file, and no line longer than LINE_CAP. A table that cannot be
+// read reads as one without lines, and error() says why.
 class TABLE_READER {
 public:
-    explicit TABLE_READER(const std::string& path) : m_input(path) {}
+    static constexpr std::size_t LINE_CAP = 1024 * 1024;
+
+    explicit TABLE_READER(const std::string& path);
+    ~TABLE_READER();
+    TABLE_READER(const TABLE_READER&) = delete;
+    TABLE_READER& operator=(const TABLE_READER&) = delete;
 
     // The next line's cells, and its number in the file (from 1, blank lines
-    // counted); false at the end of the table.
+    // counted); false at the end of the table or at a line it cannot read.
     bool next(std::vector<std::string>& cells, std::size_t* file_line = nullptr);
+    // Why the table could not be read (to its end), "" when it could.
+    const std::string& error() const;
 
 private:
-    std::ifstream m_input;
-    std::size_t m_file_line = 0;
+    std::unique_ptr<detail::LINE_READER> m_lines;
 };
 
 // The name a table's type line gives a column of this stream type; null for

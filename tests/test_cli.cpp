@@ -591,7 +591,7 @@ TEST(CliFlash, DialogueAsksAgainAndStoresOnlyUsableValues)
         {"printf '2\\nacme\\n' | moxdev flash define", 1, "uses only the first definition"},
         {"printf '2\\nacme\\n' | moxdev flash define", 1,
          "moxdev: the answers ended before 'Device Name' was answered"},
-        {"moxdev flash define --input missing.txt", 1, "moxdev: cannot read 'missing.txt'\n"},
+        {"moxdev flash define --input missing.txt", 1, "moxdev: cannot read 'missing.txt': no such file\n"},
         // One chip, ID 20 BA 19, for the JSON below.
         {"printf "
          "'1\\nacme\\nmychip\\n19\\n2\\nBA\\n1\\n20\\n0\\nn\\ny\\nn\\nn\\nn\\ny\\n1\\n256\\n64\\n400\\n3\\n1800\\n5C"

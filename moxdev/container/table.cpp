@@ -4,6 +4,7 @@
 #include "moxdev/table.h"
 
 #include "moxdev/container/moxdev_table_checks.h"
+#include "moxdev/internal/moxdev_file_reader.h"
 
 #include "host/gen_string.h"
 
@@ -11,17 +12,25 @@
 
 namespace moxdev {
 
+TABLE_READER::TABLE_READER(const std::string& path) : m_lines(new detail::LINE_READER(path, LINE_CAP)) {}
+
+TABLE_READER::~TABLE_READER() = default;
+
+const std::string& TABLE_READER::error() const
+{
+    return m_lines->error();
+}
+
 bool TABLE_READER::next(std::vector<std::string>& cells, std::size_t* file_line)
 {
     std::string line;
-    while (std::getline(m_input, line)) {
-        ++m_file_line;
+    while (m_lines->next(line)) {
         gen_remove_leading_and_trailing_white_spaces(line);
         if (line.empty())
             continue;
         cells = STRING_TOKENIZER(line, " \t\n,", true).tokens();
         if (file_line != nullptr)
-            *file_line = m_file_line;
+            *file_line = m_lines->line_number();
         return true;
     }
     return false;

@@ -5,6 +5,7 @@
 #include "moxdev/container/moxdev_table_checks.h"
 #include "moxdev/moxdev_dev_info_manager.h"
 #include "moxdev/moxdev_dev_info_manager_auto_export.h"
+#include "moxdev/text.h"
 
 #include "host/mox_common.h"
 
@@ -82,8 +83,10 @@ std::string device_cell_reason(std::size_t column, const std::string& cell, std:
         return fmt::format("'{}' is no {} the table may name", cell,
                            type == MOXDEV_MANAGER_ENUM ? "option family" : field);
     }
-    if (type == MOXDEV_MANAGER_DEVID_STR || type == MOXDEV_MANAGER_STRING)
-        return cell.size() < 256 ? "" : fmt::format("a text of {} characters (at most 255)", cell.size());
+    if (type == MOXDEV_MANAGER_DEVID_STR || type == MOXDEV_MANAGER_STRING) {
+        const std::string problem = stored_text_problem(cell, 255);
+        return problem.empty() ? "" : "'" + cell + "' cannot be stored: " + problem;
+    }
     if (type == MOXDEV_MANAGER_BOOL)
         return cell == "TRUE" || cell == "FALSE" ? "" : fmt::format("'{}' is not TRUE or FALSE", cell);
     const DWORD most = type == MOXDEV_MANAGER_BYTE ? 0xFF : type == MOXDEV_MANAGER_WORD ? 0xFFFF : 0xFFFFFFFF;
@@ -114,6 +117,8 @@ bool check_device_table(const std::string& path, TABLE_PROBLEM& problem)
         }
     }
     problem.file_line = 0;
+    if (!reader.error().empty())
+        return refuse(problem, line, TABLE_PROBLEM::NO_COLUMN, "", "cannot be read: " + reader.error());
     const std::size_t records = line < 2 ? 0 : line - 2;
     if (records != TOTAL_DATABASE_DEVICE)
         return refuse(problem, line, TABLE_PROBLEM::NO_COLUMN, "device_count == TOTAL_DATABASE_DEVICE",

@@ -6,6 +6,7 @@
 #include "moxdev/container/moxdev_table_checks.h"
 #include "moxdev/flash/moxdev_default_rule.h"
 #include "moxdev/moxdev_flash_manager.h"
+#include "moxdev/text.h"
 
 #include "host/mox_common.h"
 
@@ -43,8 +44,10 @@ namespace {
 std::string flash_cell_reason(std::size_t column, const std::string& cell)
 {
     const MOXDEV_MANAGER_TYPE type = MOXDEV_FLASH_FIELD_TYPES[column];
-    if (type == MOXDEV_MANAGER_STRING)
-        return cell.size() <= 255 ? "" : "a text longer than 255 characters";
+    if (type == MOXDEV_MANAGER_STRING) {
+        const std::string problem = stored_text_problem(cell, 255);
+        return problem.empty() ? "" : "'" + cell + "' cannot be stored: " + problem;
+    }
     if (type == MOXDEV_MANAGER_BOOL)
         return cell == "TRUE" || cell == "FALSE" ? "" : "'" + cell + "' is not TRUE or FALSE";
     DWORD value = 0;
@@ -88,6 +91,8 @@ bool check_flash_table(const std::string& path, TABLE_PROBLEM& problem)
         defaults.add(names.back(), cells[DEFAULT_COLUMN] == "TRUE", DWORD(file_line));
     }
     problem.file_line = 0;
+    if (!reader.error().empty())
+        return refuse(problem, line, TABLE_PROBLEM::NO_COLUMN, "", "cannot be read: " + reader.error());
     if (line <= FLASH_TABLE_FIRST_RECORD)
         return refuse(problem, line, TABLE_PROBLEM::NO_COLUMN, "status && device_count > 0",
                       "it holds no flash record");

@@ -1,5 +1,8 @@
 #include "moxdev/user_flash.h"
 
+#include "moxdev/files.h"
+#include "moxdev/text.h"
+
 #include "moxdev/flash/moxdev_flash_access.h"
 #include "moxdev/flash/moxdev_flash_questions.h"
 #include "moxdev/flash/moxdev_user_value_codec.h"
@@ -39,10 +42,11 @@ bool definition_of(const MOXDEV_SFL_FLASH_INFO& record, std::string& definition,
         if constexpr (std::is_same_v<T, std::string>) {
             text = value;
             stl_toupper(text);
-            if (refused.empty() &&
-                (text.empty() || text.size() > 255 || text.find_first_of("@#;") != std::string::npos))
-                refused = fmt::format("the {} '{}' cannot be carried: 1 to 255 characters without '@', '#' or ';'",
-                                      name, value);
+            if (refused.empty() && (text.empty() || text.find_first_of("@#;") != std::string::npos ||
+                                    !stored_text_problem(text, 255).empty()))
+                refused =
+                    fmt::format("the {} '{}' cannot be carried: 1 to 255 printable characters without '@', '#' or ';'",
+                                name, value);
         } else if constexpr (std::is_same_v<T, bool>) {
             text = value ? "1" : "0";
         } else if constexpr (std::is_same_v<T, BYTE>) {
@@ -115,6 +119,8 @@ std::string refusal(const FLASH_QUESTION& question, const std::string& answer, D
         if (answer.find_first_of("@#;") != std::string::npos)
             return "Invalid input: '@', '#' and ';' cannot be part of a text (they separate the fields of "
                    "the value)";
+        if (const std::string problem = stored_text_problem(answer, question.maximum); !problem.empty())
+            return "Invalid input: " + problem;
         return "";
     case FLASH_ANSWER::YES_NO:
         if (answer != "Y" && answer != "N")
@@ -141,11 +147,15 @@ std::string refusal(const FLASH_QUESTION& question, const std::string& answer, D
     return "";
 }
 
-// One answer line, trimmed and upper-cased; false at the end of the answers.
-bool next_answer(std::istream& in, std::string& answer)
+// One answer line, trimmed and upper-cased; false, with the reason, at the
+// end of the answers or at a line too long to be an answer.
+bool next_answer(std::istream& in, std::string& answer, std::string& error, const char* awaited)
 {
-    if (!std::getline(in, answer))
-        return false;
+    const LINE_READ read = read_answer_line(in, answer);
+    if (read == LINE_READ::TOO_LONG)
+        return fail(&error, "an answer is longer than 4096 characters");
+    if (read == LINE_READ::END)
+        return fail(&error, std::string("the answers ended before ") + awaited);
     gen_remove_leading_and_trailing_white_spaces(answer);
     stl_toupper(answer);
     return true;
@@ -167,8 +177,8 @@ bool ask_chip(std::istream& in, std::ostream& out, MOXDEV_SFL_FLASH_INFO& chip, 
         const FLASH_QUESTION& question = FLASH_QUESTIONS[q];
         out << (question.friendly_prompt != nullptr ? question.friendly_prompt : question.prompt) << std::flush;
         std::string answer;
-        if (!next_answer(in, answer))
-            return fail(&error, "the answers ended before '" + question_name(question.prompt) + "' was answered");
+        if (!next_answer(in, answer, error, ("'" + question_name(question.prompt) + "' was answered").c_str()))
+            return false;
         DWORD value = 0;
         std::string reason = refusal(question, answer, value);
         // The three ID bytes must be read from three different places.
@@ -234,8 +244,8 @@ bool define_user_flash(std::istream& in, std::ostream& out, USER_FLASH_DEFINITIO
     for (;;) {
         out << FLASH_COUNT_PROMPT << std::flush;
         std::string answer;
-        if (!next_answer(in, answer))
-            return fail(&error, "the answers ended before the number of chips was given");
+        if (!next_answer(in, answer, error, "the number of chips was given"))
+            return false;
         if (MOX_COMMON::convert_string_to_dword(answer, count) && count >= 1 && count <= MAX_USER_FLASH_CHIPS)
             break;
         out << "Invalid input or too many flash to define: answer 1, 2 or 3\n";

@@ -1,6 +1,7 @@
 #include "moxdev/hps.h"
 
 #include "moxdev/hps/moxdev_hps_fields.h"
+#include "moxdev/text.h"
 
 #include "host/gen_string.h"
 
@@ -185,6 +186,8 @@ std::string read_hps_answer(const HPS_PARAMETER& parameter, const std::string& t
     case MOXDEV_PARAM_STRING:
         if (answer.empty())
             return "an answer is needed";
+        if (const std::string problem = stored_text_problem(answer, HPS_TEXT_MOST); !problem.empty())
+            return "'" + answer + "' cannot be stored: " + problem;
         stl_toupper(answer);
         *static_cast<std::string*>(field) = answer;
         return "";
@@ -243,6 +246,33 @@ std::vector<RECORD> unpack_hps_user_set(const std::vector<BYTE>& set, bool* fore
 }
 
 template <class RECORD>
+std::string hps_record_problem(const RECORD& record)
+{
+    for (DWORD p = 0; p < RECORD::PARAMS; ++p) {
+        if (RECORD::TYPES[p] != MOXDEV_PARAM_STRING)
+            continue;
+        const std::string& text = *static_cast<const std::string*>(record.param[p]);
+        if (const std::string problem = stored_text_problem(text, HPS_TEXT_MOST); !problem.empty())
+            return std::string(HPS_KIND<RECORD>::parameters()[p].name) + " '" + text + "' cannot be stored: " + problem;
+    }
+    return "";
+}
+
+template <class RECORD>
+bool pack_hps_user_set(const std::vector<RECORD>& records, std::vector<BYTE>& data, std::string& error)
+{
+    // What the reader could not read back is not written: a text with a NUL
+    // would end early and shift every field after it.
+    for (const RECORD& record : records) {
+        error = hps_record_problem(record);
+        if (!error.empty())
+            return false;
+    }
+    data = pack_hps_user_set(records);
+    return true;
+}
+
+template <class RECORD>
 std::vector<BYTE> pack_hps_user_set(const std::vector<RECORD>& records)
 {
     if (records.empty())
@@ -264,5 +294,9 @@ template std::vector<MOXDEV_HPS_NAND_STRUCTURE> unpack_hps_user_set(const std::v
 template std::vector<MOXDEV_HPS_SPI_STRUCTURE> unpack_hps_user_set(const std::vector<BYTE>&, bool*);
 template std::vector<BYTE> pack_hps_user_set(const std::vector<MOXDEV_HPS_NAND_STRUCTURE>&);
 template std::vector<BYTE> pack_hps_user_set(const std::vector<MOXDEV_HPS_SPI_STRUCTURE>&);
+template std::string hps_record_problem(const MOXDEV_HPS_NAND_STRUCTURE&);
+template std::string hps_record_problem(const MOXDEV_HPS_SPI_STRUCTURE&);
+template bool pack_hps_user_set(const std::vector<MOXDEV_HPS_NAND_STRUCTURE>&, std::vector<BYTE>&, std::string&);
+template bool pack_hps_user_set(const std::vector<MOXDEV_HPS_SPI_STRUCTURE>&, std::vector<BYTE>&, std::string&);
 
 } // namespace moxdev

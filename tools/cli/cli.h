@@ -1,11 +1,14 @@
 // Pieces shared by the verbs of the moxdev command.
 #pragma once
 
+#include "moxdev/files.h"
+
 #include <CLI/CLI.hpp>
 
-#include <fstream>
 #include <iostream>
+#include <sstream>
 #include <string>
+#include <vector>
 
 namespace moxdev_cli {
 
@@ -15,22 +18,27 @@ struct USER_ERROR {
     std::string message;
 };
 
-// Where a dialogue's answers come from: the file named by --input, or
-// standard input when none is named.
+// Where a dialogue's answers come from: the file named by --input (read
+// whole, a regular file of at most 1 MiB), or standard input when none is
+// named (read a bounded line at a time by the dialogues).
 class ANSWER_SOURCE {
 public:
     explicit ANSWER_SOURCE(const std::string& path)
     {
         if (path.empty())
             return;
-        m_file.open(path);
-        if (!m_file)
-            throw USER_ERROR{"cannot read '" + path + "'"};
+        std::vector<BYTE> bytes;
+        std::string error;
+        if (!moxdev::read_input_file(path, 1024 * 1024, bytes, error))
+            throw USER_ERROR{"cannot read '" + path + "': " + error};
+        m_file.str(std::string(bytes.begin(), bytes.end()));
+        m_from_file = true;
     }
-    std::istream& stream() { return m_file.is_open() ? static_cast<std::istream&>(m_file) : std::cin; }
+    std::istream& stream() { return m_from_file ? static_cast<std::istream&>(m_file) : std::cin; }
 
 private:
-    std::ifstream m_file;
+    std::istringstream m_file;
+    bool m_from_file = false;
 };
 
 // Each adds its verbs below `app`.

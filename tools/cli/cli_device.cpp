@@ -24,11 +24,13 @@ namespace {
 // refused before the manager, which takes it for a damaged installation.
 void require_device_database()
 {
-    std::error_code error;
     const std::string file = full_path(gen_get_device_db_fullpath() + "/programmer/mox_dev_info.pcf");
-    if (!std::filesystem::is_regular_file(file, error))
+    const std::string reason = moxdev::unreadable_reason(file);
+    if (reason == "no such file")
         throw USER_ERROR{"no device database '" + file +
                          "' (MOXDEV_DEVICE_DB_DIR names the directory that holds programmer/mox_dev_info.pcf)"};
+    if (!reason.empty())
+        throw USER_ERROR{"cannot read the device database '" + file + "': " + reason};
 }
 
 std::string family_name(DEV_FAMILY_ENUM family)
@@ -466,14 +468,13 @@ void check_output_file(const std::string& out)
 
 void device_generate(const std::string& csv, const std::string& out)
 {
-    std::error_code error;
-    if (!std::filesystem::is_regular_file(csv, error) || !std::ifstream(csv))
-        throw USER_ERROR{"cannot read '" + csv + "'"};
+    if (const std::string reason = moxdev::unreadable_reason(csv); !reason.empty())
+        throw USER_ERROR{"cannot read '" + csv + "': " + reason};
     check_output_file(out);
     check_device_table(csv);
     // Devices are served by their programming-file name from the part list.
     const std::string part_list = full_path(gen_get_install_fullpath() + "/h/mox_parts.txt");
-    if (!std::filesystem::is_regular_file(part_list, error))
+    if (!moxdev::unreadable_reason(part_list).empty())
         throw USER_ERROR{"no part list '" + part_list +
                          "' (MOXDEV_INSTALL_DIR names the directory that holds "
                          "h/mox_parts.txt)"};

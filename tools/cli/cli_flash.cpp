@@ -73,19 +73,20 @@ std::vector<BYTE> parse_id_bytes(const std::vector<std::string>& words)
     return bytes;
 }
 
-namespace {
-
-// The flash database of the database directory for a one-device chain; with
-// `every_record` the records behind a switch that is off are kept too.
 MOXDEV_FLASH_MANAGER load_table(bool every_record)
 {
     const std::string file = gen_get_device_db_fullpath() + "/programmer/mox_flash.pcf";
-    if (!FIO_FILE_SYSTEM::exists(file.c_str()))
+    const std::string reason = moxdev::unreadable_reason(file);
+    if (reason == "no such file")
         throw USER_ERROR{"the flash database " + full_path(file) +
                          " does not exist; MOXDEV_DEVICE_DB_DIR names the directory that holds "
                          "programmer/mox_flash.pcf"};
+    if (!reason.empty())
+        throw USER_ERROR{"cannot read the flash database " + full_path(file) + ": " + reason};
     return moxdev::load_flash_database(every_record ? moxdev::FLASH_RECORDS::EVERY : moxdev::FLASH_RECORDS::USABLE);
 }
+
+namespace {
 
 std::string upper_text(std::string text)
 {
@@ -528,11 +529,8 @@ void check_flash_table(const std::string& csv)
 
 void flash_generate(const std::string& csv, const std::string& out)
 {
-    FIO_STAT info;
-    if (!FIO_FILE_SYSTEM::status(csv.c_str(), &info))
-        throw USER_ERROR{"cannot read '" + csv + "': no such file"};
-    if (!info.is_regular_file)
-        throw USER_ERROR{"cannot read '" + csv + "': not a file"};
+    if (const std::string reason = moxdev::unreadable_reason(csv); !reason.empty())
+        throw USER_ERROR{"cannot read '" + csv + "': " + reason};
     if (out.empty())
         throw USER_ERROR{"the output file name is empty"};
     std::error_code error;
@@ -549,6 +547,7 @@ void flash_generate(const std::string& csv, const std::string& out)
     // Written beside `out` and renamed over it: an earlier file survives.
     if (!moxdev::generate_flash_database(csv, out, reason))
         throw USER_ERROR{"cannot write '" + out + "': " + reason};
+    FIO_STAT info;
     FIO_FILE_SYSTEM::status(out.c_str(), &info);
     fmt::print("wrote {} ({} bytes)\n", out, info.size);
 }

@@ -73,8 +73,7 @@ void change_user_records(const KIND<RECORD>& kind, CHANGE change)
         }
         if (!change(records, refusal))
             return false;
-        set = moxdev::pack_hps_user_set(records);
-        return true;
+        return moxdev::pack_hps_user_set(records, set, refusal);
     });
 }
 
@@ -142,10 +141,14 @@ void list(const KIND<RECORD>& kind)
     fmt::print("{} records, {} of them the user's\n", records.size(), users);
 }
 
-// Reads answers line by line; false at the end of the input.
+// Reads answers line by line, trimmed; false at the end of the input. A line
+// too long to be an answer ends the input with an error.
 bool next_answer(std::istream& in, std::string& answer)
 {
-    if (!std::getline(in, answer))
+    const moxdev::LINE_READ read = moxdev::read_answer_line(in, answer);
+    if (read == moxdev::LINE_READ::TOO_LONG)
+        throw USER_ERROR{"an answer is longer than 4096 characters"};
+    if (read == moxdev::LINE_READ::END)
         return false;
     gen_remove_leading_and_trailing_white_spaces(answer);
     return true;

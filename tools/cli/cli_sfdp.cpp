@@ -145,7 +145,7 @@ SFDP_RESULT examine_sfdp(const std::string& file, const std::vector<std::string>
     if (id_words.empty() && define)
         throw USER_ERROR{"--define needs --id: a definition binds by the chip's Read-ID bytes"};
     std::copy_n(id_bytes.begin(), std::min<std::size_t>(3, id_bytes.size()), id);
-    const MOXDEV_FLASH_MANAGER table = moxdev::load_flash_database();
+    const MOXDEV_FLASH_MANAGER table = load_table(false);
     result.known = table_record(table, id, !id_words.empty());
 
     const std::string record_name = result.known ? result.known->device_name : name;
