@@ -319,7 +319,7 @@ TEST(CliImage, CheckFindsDamageAndCountsEveryEntry)
         {"cp images/grammar.img bad.img && printf X | dd of=bad.img bs=1 seek=50000 conv=notrunc 2>/dev/null && "
          "moxdev image check bad.img",
          2, "crc32"},
-        {"moxdev image check missing.img", 1, "moxdev: cannot read 'missing.img'\n"},
+        {"moxdev image check missing.img", 1, "moxdev: cannot read 'missing.img': no such file\n"},
     });
     JSON grammar = dir.json("moxdev image check images/grammar.img --json");
     EXPECT_EQ(grammar["kind"], "grammar");
@@ -625,7 +625,7 @@ TEST(CliFlash, SfdpReadsEveryFormAndRefusesWithOneLine)
     EXPECT_EQ(binary["address_bytes"], "3");
     dir.expect({
         {"moxdev flash sfdp '" + source_path("README.md") + "'", 1, "not a dump"},
-        {"moxdev flash sfdp missing", 1, "moxdev: cannot read missing\n"},
+        {"moxdev flash sfdp missing", 1, "moxdev: cannot read missing: no such file\n"},
         {"moxdev flash sfdp data/sfdp/example.hexdump --define", 1,
          "moxdev: --define needs --id: a definition binds by the chip's Read-ID bytes\n"},
         {"moxdev flash sfdp data/sfdp/example.hexdump --id EF 40", 1,

@@ -1,6 +1,7 @@
 #include "moxdev/moxdev_dev_info_manager.h"
 
 #include "moxdev/internal/moxdev_assert.h"
+#include "moxdev/internal/moxdev_file_reader.h"
 #include "moxdev/moxdev_dev_info_manager_auto_export.h"
 
 #include "host/gen_path.h"
@@ -11,6 +12,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstring>
 #include <fstream>
 #include <memory>
 #include <type_traits>
@@ -23,6 +25,8 @@ namespace {
 // Lines of the part list are read in pieces of at most this many bytes,
 // terminator included.
 constexpr int PART_LIST_LINE_LIMIT = 10240;
+// The largest part list read.
+constexpr std::size_t PART_LIST_CAP = 16 * 1024 * 1024;
 constexpr const char* CSV_DELIMITERS = " \t\n,";
 
 // The values an enumeration without a fixed underlying type can hold run
@@ -287,16 +291,26 @@ bool MOXDEV_DEV_INFO_MANAGER::search_part(int part, bool allow_invalid)
 
 void MOXDEV_DEV_INFO_MANAGER::parse_mox_parts()
 {
+    // The whole list through one descriptor, bounded: a part list of the
+    // catalogue's 19,000 parts is about 1 MiB.
     const std::string path = gen_get_install_fullpath() + "/h/mox_parts.txt";
-    std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(path.c_str(), "r"), &std::fclose);
-    MOXDEV_ASSERT_MSG(file != nullptr, "Unable to open the part list " + path);
+    std::vector<BYTE> file;
+    std::string error;
+    MOXDEV_ASSERT_MSG(moxdev::detail::read_file(path, file, error, {PART_LIST_CAP, false}) ==
+                          moxdev::detail::READ_RESULT::READ,
+                      "Unable to read the part list " + path + ": " + error);
 
     std::vector<MOXDEV_PART_LIST_ENTRY> entries;
-    char buffer[PART_LIST_LINE_LIMIT];
     DWORD line_number = 0;
-    while (std::fgets(buffer, sizeof buffer, file.get()) != nullptr) {
+    for (std::size_t at = 0; at < file.size();) {
+        // A line is read in pieces of at most PART_LIST_LINE_LIMIT - 1 bytes,
+        // each up to and with its '\n', and each piece ends at a NUL byte.
+        std::size_t end = at;
+        while (end < file.size() && end - at < std::size_t(PART_LIST_LINE_LIMIT - 1) && file[end++] != '\n') {}
+        std::string line(reinterpret_cast<const char*>(&file[at]), end - at);
+        line.resize(std::strlen(line.c_str()));
+        at = end;
         ++line_number;
-        std::string line = buffer;
         gen_remove_leading_and_trailing_white_spaces(line);
         if (line.empty() || line.compare(0, 2, "//") == 0)
             continue;

@@ -23,15 +23,18 @@ namespace {
 
 enum class IMAGE_KIND { AUTO, GRAMMAR, OPN };
 
+// The compiled-in grammar image is under 1 MiB; no image can need more.
+constexpr std::size_t MAX_IMAGE = 16 * 1024 * 1024;
+
 std::vector<BYTE> read_image(const std::string& file)
 {
-    std::error_code error;
-    if (std::filesystem::is_directory(file, error))
-        throw USER_ERROR{"'" + file + "' is a directory; name an image file, e.g. '" + file + "/grammar.img'"};
-    std::ifstream in(file, std::ios::binary);
-    if (file.empty() || !in)
-        throw USER_ERROR{"cannot read '" + file + "'"};
-    std::vector<BYTE> image{std::istreambuf_iterator<char>(in), {}};
+    std::vector<BYTE> image;
+    std::string error;
+    if (!moxdev::read_input_file(file, MAX_IMAGE, image, error)) {
+        if (error == "it is a directory")
+            throw USER_ERROR{"'" + file + "' is a directory; name an image file, e.g. '" + file + "/grammar.img'"};
+        throw USER_ERROR{"cannot read '" + file + "': " + error};
+    }
     if (image.size() < 10 || std::memcmp(image.data(), "MOXDEV_DDB", 10) != 0)
         throw USER_ERROR{"'" + file + "' is not a raw naming image (it does not start with MOXDEV_DDB)"};
     return image;

@@ -26,19 +26,13 @@ constexpr std::size_t MAX_INPUT = 16 * MOXDEV_SFDP_MAX_BYTES;
 
 std::string read_input(const std::string& file)
 {
-    std::string text;
-    if (file == "-") {
-        text.assign(std::istreambuf_iterator<char>(std::cin), std::istreambuf_iterator<char>());
-    } else {
-        std::ifstream in(file, std::ios::binary);
-        if (!in)
-            throw USER_ERROR{"cannot read " + file};
-        text.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-    }
-    if (text.size() > MAX_INPUT)
-        throw USER_ERROR{fmt::format("{} is {} bytes long: an SFDP read is at most {} bytes", file, text.size(),
-                                     MOXDEV_SFDP_MAX_BYTES)};
-    return text;
+    std::vector<BYTE> bytes;
+    std::string error;
+    const bool read = file == "-" ? moxdev::read_input_stream(0, MAX_INPUT, bytes, error)
+                                  : moxdev::read_input_file(file, MAX_INPUT, bytes, error);
+    if (!read)
+        throw USER_ERROR{"cannot read " + file + ": " + error};
+    return std::string(bytes.begin(), bytes.end());
 }
 
 const char* address_text(MOXDEV_SFDP_ADDRESS address)
