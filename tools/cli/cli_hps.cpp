@@ -207,23 +207,28 @@ template <class RECORD>
 void remove(const KIND<RECORD>& kind, const std::string& index_text)
 {
     // Decimal digits only: a sign or anything else is no index.
-    const std::size_t count = user_records(kind).size();
     std::size_t index = 0;
     const bool digits = !index_text.empty() && index_text.size() < 10 &&
                         index_text.find_first_not_of("0123456789") == std::string::npos;
     if (digits)
         index = std::stoul(index_text);
-    if (!digits || index >= count)
-        throw USER_ERROR{index_refusal(kind, index_text, count)};
-    // Another process may have changed the records since: checked again.
-    change_user_records(kind, [&](std::vector<RECORD>& records, std::string& refusal) {
-        if (index >= records.size()) {
-            refusal = fmt::format("index {} is not one of the {} user {} records", index, records.size(), kind.label);
-            return false;
-        }
-        records.erase(records.begin() + long(index));
-        return true;
-    });
+    // Decided under the writers' lock, on the records as they are in the file
+    // then: another process may have changed them since they were listed.
+    std::string refused;
+    try {
+        change_user_records(kind, [&](std::vector<RECORD>& records, std::string& refusal) {
+            if (!digits || index >= records.size()) {
+                refused = refusal = index_refusal(kind, index_text, records.size());
+                return false;
+            }
+            records.erase(records.begin() + long(index));
+            return true;
+        });
+    } catch (const USER_ERROR&) {
+        if (!refused.empty())
+            throw USER_ERROR{refused};
+        throw;
+    }
     fmt::print("removed user {} record {}\n", kind.label, index);
 }
 

@@ -13,6 +13,7 @@
 
 #include <cstdio>
 #include <exception>
+#include <filesystem>
 #include <iostream>
 #include <memory>
 #include <string>
@@ -131,6 +132,11 @@ int main(int argc, char** argv)
         std::fprintf(stderr, "moxdev: internal error: %s (%s, line %d)\n", e.condition().c_str(), e.unit().c_str(),
                      e.line());
         return EXIT_INTERNAL;
+    } catch (const std::filesystem::filesystem_error& e) {
+        // A path the system refuses (a link loop, a name too long, a folder
+        // that cannot be searched) is the caller's setting to correct.
+        std::fprintf(stderr, "moxdev: %s: %s\n", e.path1().c_str(), e.code().message().c_str());
+        return EXIT_USAGE;
     } catch (const std::exception& e) {
         // Anything else the library or a verb throws is a defect too.
         std::fprintf(stderr, "moxdev: internal error: %s\n", e.what());
