@@ -52,6 +52,13 @@ cp "$scratch/module/mox_flash.ini" "$out/user_parameter_file/nand.ini"
 MOXDEV_MODULE_DIR=$scratch/module "$moxdev" hps add spi --input "$scratch/spi.txt" > /dev/null
 cp "$scratch/module/mox_flash.ini" "$out/user_parameter_file/nand_spi.ini"
 
+# User parts field by field: a NAND part, an SPI part (text lengths first),
+# and an SPI part whose maker holds a NUL (the packing refuses it).
+mkdir -p "$out/user_records"
+printf '\002\054\000\000\000\332\000\000\000\000\000\000\020\000\000\000\000' > "$out/user_records/nand"
+printf '\003\030\040\302\000\377\377\377\000\000\000\000\000\000\000\000\000\010MACRONIX\010QSPI_128' > "$out/user_records/spi"
+printf '\001\030\040\302\000\377\377\377\000\000\000\000\000\000\000\000\000\003M\000X' > "$out/user_records/nul"
+
 # Answers to the validating parse: the arguments come from the input's end.
 mkdir -p "$out/validating_parse"
 printf '0x1000\001\002\003\004\005\006\007\010' > "$out/validating_parse/hex"

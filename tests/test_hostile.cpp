@@ -23,11 +23,10 @@ protected:
     // 124 means it hung.
     int run(const std::string& command, std::string& output) const
     {
-        return run_command("cd '" + dir.path() + "' && export PATH='" +
-                               std::filesystem::path(MOXDEV_CLI).parent_path().string() +
-                               "':\"$PATH\" MOXDEV_MODULE_DIR='" + dir.path() + "' && timeout 20 sh -c '" + command +
-                               "'",
-                           output, true);
+        return run_command(
+            "cd '" + dir.path() + "' && export PATH='" + std::filesystem::path(MOXDEV_CLI).parent_path().string() +
+                "':\"$PATH\" MOXDEV_MODULE_DIR='" + dir.path() + "' && timeout 20 sh -c '" + command + "'",
+            output, true);
     }
 
     TEMP_DIR dir;
@@ -58,8 +57,7 @@ const READER READERS[] = {
     {"mox_flash.ini", "moxdev hps list nand"},
     {"mox_flash.ini", "printf \"2C\\nDA\\n256\\n\" | moxdev hps add nand"},
     {"mox_flash.ini.lock", "printf \"2C\\nDA\\n256\\n\" | moxdev hps add nand"},
-    {"install/h/mox_parts.txt",
-     "MOXDEV_INSTALL_DIR=install moxdev device generate data/mox_dev_info.csv out.pcf"},
+    {"install/h/mox_parts.txt", "MOXDEV_INSTALL_DIR=install moxdev device generate data/mox_dev_info.csv out.pcf"},
     {"input", "moxdev flash sfdp input"},
     {"input", "moxdev flash define --input input"},
     {"input", "moxdev hps add spi --input input"},
@@ -143,11 +141,11 @@ TEST_F(HostileInputs, AControlCharacterInAnAnswerLosesNoRecord)
 {
     std::string output;
     ASSERT_EQ(run("printf \"2C\\nDA\\n256\\n\" | moxdev hps add nand", output), 0) << output;
-    const std::string spi = "C22018\\nFFFFFF\\n0\\n0\\nMAK\\000ER\\nMAKER\\nQSPI_128\\n128\\n64\\n256\\n80\\n3\\n1\\n1500\\n1"
-                            "\\n1\\nY\\nDC\\n12\\n13\\n";
+    const std::string spi =
+        "C22018\\nFFFFFF\\n0\\n0\\nMAK\\000ER\\nMAKER\\nQSPI_128\\n128\\n64\\n256\\n80\\n3\\n1\\n1500\\n1"
+        "\\n1\\nY\\nDC\\n12\\n13\\n";
     ASSERT_EQ(run("printf \"" + spi + "\" | moxdev hps add spi", output), 0) << output;
-    EXPECT_NE(output.find("cannot be stored: it holds a control character (byte 0x00)"), std::string::npos)
-        << output;
+    EXPECT_NE(output.find("cannot be stored: it holds a control character (byte 0x00)"), std::string::npos) << output;
     ASSERT_EQ(run("printf \"98\\nD3\\n64\\n\" | moxdev hps add nand", output), 0) << output;
     ASSERT_EQ(run("moxdev hps list spi && moxdev hps list nand", output), 0) << output;
     EXPECT_NE(output.find("MAKER QSPI_128"), std::string::npos) << output;
