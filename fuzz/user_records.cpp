@@ -59,8 +59,8 @@ bool same(const RECORD& a, const RECORD& b)
     for (DWORD p = 0; p < RECORD::PARAMS; ++p) {
         const MOXDEV_PARAM_TYPE type = RECORD::TYPES[p];
         const bool equal =
-            type == MOXDEV_PARAM_STRING ? *static_cast<const std::string*>(a.param[p]) ==
-                                              *static_cast<const std::string*>(b.param[p])
+            type == MOXDEV_PARAM_STRING
+                ? *static_cast<const std::string*>(a.param[p]) == *static_cast<const std::string*>(b.param[p])
             : type == MOXDEV_PARAM_BOOL ? *static_cast<const bool*>(a.param[p]) == *static_cast<const bool*>(b.param[p])
             : type == MOXDEV_PARAM_DWORD
                 ? *static_cast<const DWORD*>(a.param[p]) == *static_cast<const DWORD*>(b.param[p])
@@ -90,8 +90,8 @@ void check_round_trip(INPUT& in, bool through_file)
     if (!through_file)
         return;
     require(moxdev::update_parameter_set(
-                moxdev::HPS_KIND<RECORD>::set,
-                [&](std::vector<BYTE>& set, std::string&) { return set = packed, true; }, error),
+                moxdev::HPS_KIND<RECORD>::set, [&](std::vector<BYTE>& set, std::string&) { return set = packed, true; },
+                error),
             "the parameter file takes the set");
     DWORD size = 0;
     const std::unique_ptr<BYTE[]> data(MOXDEV_FLASH_INI::read_flash_ini_data(moxdev::HPS_KIND<RECORD>::set, size));

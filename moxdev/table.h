@@ -92,13 +92,19 @@ constexpr bool flash_table_line_has_every_column(std::size_t line)
     return line != 2 && line != 3 && line != 7;
 }
 
+// The bytes one record line takes in the database payload: a tag per field,
+// the values (a text with its length byte), the "END1" marker.
+std::size_t flash_record_payload_size(const std::vector<std::string>& cells);
+
 // The generator's checks of one line's layout: its cells, and on the type
 // and name lines the names. False with the problem.
 bool check_flash_table_layout(std::size_t line, const std::vector<std::string>& cells, TABLE_PROBLEM& problem);
 // The whole table as the generator and the flash manager's loader read it:
 // the layout, every record's cells (flags, numbers and their widths, texts
-// of 1 to 255 characters, densities that are powers of two) and one default
-// record per name. False with the first problem.
+// of 1 to 255 printable characters, densities that are powers of two), a
+// payload within what a database holds, and one default record per name.
+// False with the first problem. Time and memory grow linearly with the
+// records, and the check stops at the record that passes the payload's cap.
 bool check_flash_table(const std::string& path, TABLE_PROBLEM& problem);
 
 // ---------------------------------------------------------------- device table
@@ -107,7 +113,8 @@ bool check_flash_table(const std::string& path, TABLE_PROBLEM& problem);
 bool check_device_table_layout(std::size_t line, const std::vector<std::string>& cells, TABLE_PROBLEM& problem);
 // The whole table as the generator reads it: the layout, every record's cells
 // (catalogue names, flags, numbers and their widths, texts below 256
-// characters) and the record count. False with the first problem.
+// printable characters) and the record count. False with the first problem;
+// a record past the 79th is refused at once. Constant memory, linear time.
 bool check_device_table(const std::string& path, TABLE_PROBLEM& problem);
 
 } // namespace moxdev

@@ -108,6 +108,9 @@ bool check_device_table(const std::string& path, TABLE_PROBLEM& problem)
         problem.file_line = file_line;
         if (!check_device_table_layout(line, cells, problem))
             return false;
+        if (line >= 2 + TOTAL_DATABASE_DEVICE)
+            return refuse(problem, line, TABLE_PROBLEM::NO_COLUMN, "device_count == TOTAL_DATABASE_DEVICE",
+                          fmt::format("a record more than the {} of a device table", TOTAL_DATABASE_DEVICE));
         for (std::size_t column = 0; line >= 2 && column < cells.size(); ++column) {
             std::string reason = device_cell_reason(column, cells[column], problem.known);
             if (!reason.empty()) {

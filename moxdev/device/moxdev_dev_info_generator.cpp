@@ -36,6 +36,10 @@ DWORD encoded_cell_size(MOXDEV_MANAGER_TYPE type, const std::string& cell)
 
 } // namespace
 
+// The checking pass reads the table once, line by line, keeping nothing of
+// a line after it (linear time, constant memory); the writing pass writes
+// the 79 records and the index tables, whose entries each take one lookup in
+// the records (linear in the catalogue's parts).
 DWORD MOXDEV_DEV_INFO_MANAGER::check_device_file(FIO_PATH csv_file, DWORD& device_count)
 {
     // A table that cannot be opened reads as one without rows, which the

@@ -19,6 +19,20 @@ namespace moxdev {
 
 using detail::refuse;
 
+std::size_t flash_record_payload_size(const std::vector<std::string>& cells)
+{
+    std::size_t size = TOTAL_DATABASE_MEMBER + 4; // a tag per field, "END1"
+    for (DWORD i = 0; i < TOTAL_DATABASE_MEMBER && i < cells.size(); ++i) {
+        switch (MOXDEV_FLASH_FIELD_TYPES[i]) {
+        case MOXDEV_MANAGER_STRING: size += 1 + cells[i].size(); break;
+        case MOXDEV_MANAGER_WORD: size += 2; break;
+        case MOXDEV_MANAGER_DWORD: size += 4; break;
+        default: size += 1; break;
+        }
+    }
+    return size;
+}
+
 bool check_flash_table_layout(std::size_t line, const std::vector<std::string>& cells, TABLE_PROBLEM& problem)
 {
     if (flash_table_line_has_every_column(line) && cells.size() != TOTAL_DATABASE_MEMBER)
@@ -76,6 +90,7 @@ bool check_flash_table(const std::string& path, TABLE_PROBLEM& problem)
     std::deque<std::string> names;
     detail::DEFAULTS_PER_NAME defaults(1024);
     std::size_t line = 0, file_line = 0;
+    std::size_t payload = MOXDEV_DB_PAYLOAD_HEADER_SIZE + 4; // and "END2"
     for (; reader.next(cells, &file_line); ++line) {
         problem.file_line = file_line;
         if (!check_flash_table_layout(line, cells, problem))
@@ -87,6 +102,11 @@ bool check_flash_table(const std::string& path, TABLE_PROBLEM& problem)
             if (!reason.empty())
                 return refuse(problem, line, column, "", std::move(reason));
         }
+        payload += flash_record_payload_size(cells);
+        if (payload > MOXDEV_MAX_PAYLOAD)
+            return refuse(
+                problem, line, TABLE_PROBLEM::NO_COLUMN, "status && device_count > 0",
+                fmt::format("the records up to here take more than the {} bytes a database holds", MOXDEV_MAX_PAYLOAD));
         names.push_back(cells[DEVICE_NAME_COLUMN]);
         defaults.add(names.back(), cells[DEFAULT_COLUMN] == "TRUE", DWORD(file_line));
     }

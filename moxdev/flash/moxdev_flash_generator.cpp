@@ -10,6 +10,10 @@
 // Internal errors of this file are the class's own.
 static constexpr const char* MOXDEV_UNIT = "moxdev_flash_manager";
 
+// The checking pass reads the table once, line by line, keeping nothing of
+// a line after it (linear time, constant memory); the writing pass reads it
+// again and builds the image, at most MOXDEV_MAX_PAYLOAD bytes, in one
+// buffer.
 DWORD MOXDEV_FLASH_MANAGER::check_flash_file(FIO_PATH csv, DWORD& record_count)
 {
     // A table that cannot be opened reads as one without records, which the
@@ -24,16 +28,7 @@ DWORD MOXDEV_FLASH_MANAGER::check_flash_file(FIO_PATH csv, DWORD& record_count)
             MOXDEV_FAIL(problem.condition);
         if (line < moxdev::FLASH_TABLE_FIRST_RECORD)
             continue;
-        size += TOTAL_DATABASE_MEMBER; // one tag per field
-        for (DWORD i = 0; i < TOTAL_DATABASE_MEMBER; ++i) {
-            switch (MOXDEV_FLASH_FIELD_TYPES[i]) {
-            case MOXDEV_MANAGER_STRING: size += 1 + svec[i].size(); break;
-            case MOXDEV_MANAGER_WORD: size += 2; break;
-            case MOXDEV_MANAGER_DWORD: size += 4; break;
-            default: size += 1; break;
-            }
-        }
-        size += 4; // "END1"
+        size += moxdev::flash_record_payload_size(svec);
         ++record_count;
     }
     size += 4; // "END2"
