@@ -11,7 +11,11 @@ int zlib_compress(BYTE* dest, DWORD* dest_len, const BYTE* src, DWORD src_len)
     return status == Z_OK ? ZLIB_OK : status;
 }
 
-int zlib_uncompress(BYTE* dest, DWORD* dest_len, const BYTE* src, DWORD src_len)
+namespace {
+
+// Inflates as zlib_uncompress says; `unused_input` receives how many bytes of
+// src were left after the end of the stream.
+int inflate_stream(BYTE* dest, DWORD* dest_len, const BYTE* src, DWORD src_len, DWORD& unused_input)
 {
     z_stream stream{};
     stream.next_in = const_cast<BYTE*>(src);
@@ -41,5 +45,22 @@ int zlib_uncompress(BYTE* dest, DWORD* dest_len, const BYTE* src, DWORD src_len)
     if (status != Z_STREAM_END)
         return status == Z_OK || status == Z_BUF_ERROR ? Z_DATA_ERROR : status;
     *dest_len = produced;
+    unused_input = stream.avail_in;
     return ZLIB_OK;
+}
+
+} // namespace
+
+int zlib_uncompress(BYTE* dest, DWORD* dest_len, const BYTE* src, DWORD src_len)
+{
+    DWORD unused_input = 0;
+    return inflate_stream(dest, dest_len, src, src_len, unused_input);
+}
+
+int zlib_uncompress_used(BYTE* dest, DWORD* dest_len, const BYTE* src, DWORD src_len, DWORD* src_used)
+{
+    DWORD unused_input = 0;
+    const int status = inflate_stream(dest, dest_len, src, src_len, unused_input);
+    *src_used = status == ZLIB_OK ? src_len - unused_input : 0;
+    return status;
 }

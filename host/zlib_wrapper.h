@@ -16,3 +16,8 @@ int zlib_compress(BYTE* dest, DWORD* dest_len, const BYTE* src, DWORD src_len);
 // from "too short" by the length alone. Data after the end of the stream is
 // ignored. A damaged or truncated stream gives a zlib error code.
 int zlib_uncompress(BYTE* dest, DWORD* dest_len, const BYTE* src, DWORD src_len);
+
+// As zlib_uncompress, and *src_used receives how many bytes of src the stream
+// took (the rest followed its end), for callers that must tell a value that
+// goes on from one that ends with its stream.
+int zlib_uncompress_used(BYTE* dest, DWORD* dest_len, const BYTE* src, DWORD src_len, DWORD* src_used);

@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <string>
+#include <string_view>
 
 namespace moxdev {
 
@@ -12,5 +13,11 @@ namespace moxdev {
 // holds a control character (a NUL among them: the packed texts end at one)
 // or is too long; "" when it can.
 std::string stored_text_problem(const std::string& text, std::size_t most);
+
+// `text` in single quotes for a message about it: control characters shown
+// as \xNN and anything past the 40th character cut, with the length said, so
+// that a NUL or a megabyte-long cell cannot garble or flood the line that
+// reports it.
+std::string quoted(std::string_view text);
 
 } // namespace moxdev

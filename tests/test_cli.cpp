@@ -435,6 +435,17 @@ TEST(CliFlash, IdentifyListShowAndGenerateAnswerOrRefuse)
         {bad_table("sed '9s/,[^,]*//5'"), 1, "moxdev: bad.csv:9: 32 cells; a flash table line has 33"},
         {bad_table("awk -F, -v OFS=, 'NR==9{$13=\"yes\"}1'"), 1,
          "moxdev: bad.csv:9: column 13 (extended_mode): 'yes' is not TRUE or FALSE"},
+        // A cell is quoted escaped and cut: a NUL or a megabyte cannot flood the line.
+        {bad_table("awk -F, -v OFS=, 'NR==9{$2=\"W2\" sprintf(\"%c\", 1) \"5Q\"}1'"), 1,
+         "moxdev: bad.csv:9: column 2 (device_name): 'W2\\x015Q' cannot be stored: it holds a control character "
+         "(byte 0x01)\n"},
+        {bad_table("perl -pe 'if ($. == 9) { @f = split /,/, $_, -1; $f[1] = \"X\" x 500000; $_ = join \",\", @f }'"),
+         1,
+         "moxdev: bad.csv:9: column 2 (device_name): 'XXXXXXXXXXXXXXXXXXXXXXXXXXXXXXXXXXXXXXXX...' (500000 characters) "
+         "cannot be stored: it is "
+         "longer than 255 characters\n"},
+        // Old Mac line ends read as line ends.
+        {"tr '\\n' '\\r' < data/mox_flash.csv > cr.csv; moxdev flash generate cr.csv out.pcf", 0, "wrote out.pcf"},
         {bad_table("awk -F, -v OFS=, 'NR==9{$11=\"TRUE\"; d=$0} 1; END{print d}'"), 1,
          "column 11 (default_dev): a second default record for VCS4 (the first is on line 9)"},
         {"moxdev flash generate none.csv out.pcf", 1, "moxdev: cannot read 'none.csv': no such file\n"},
@@ -584,6 +595,8 @@ TEST(CliFlash, DialogueAsksAgainAndStoresOnlyUsableValues)
         {"MOX_SUPPORT_EXT_SPI_DEV='" + value + "' moxdev flash list", 0, " CHIP1 "},
         // A damaged value is ignored, and the debug switch says why.
         {"moxdev flash decode '" + damaged + "'", 1, "moxdev: "},
+        // Characters after the compressed definition are not vouched for.
+        {"moxdev flash decode '" + value + value.substr(0, 8) + "'", 1, "goes on after its compressed definition"},
         {debug + "moxdev flash identify 20 BA 19", 0, "MICRON MT25QL256: record 5"},
         {debug + "moxdev flash identify 20 BA 19", 0, "Fail to"},
         // Answers that end early stop the dialogue with no value; several

@@ -2,6 +2,7 @@
 // checks of each table are in its subsystem (device/device_table.cpp,
 // flash/flash_table.cpp).
 #include "moxdev/table.h"
+#include "moxdev/text.h"
 
 #include "moxdev/container/moxdev_table_checks.h"
 #include "moxdev/internal/moxdev_file_reader.h"
@@ -65,7 +66,7 @@ bool check_type_line(const std::vector<std::string>& cells, const MOXDEV_MANAGER
             return refuse(problem, 0, i, "Unsupported type", "a column of an unsupported type");
         if (cells[i] != expected)
             return refuse(problem, 0, i, fmt::format("svec.at(i) == \"{}\"", expected),
-                          fmt::format("type '{}', expected '{}'", cells[i], expected));
+                          fmt::format("type {}, expected '{}'", quoted(cells[i]), expected));
     }
     return true;
 }

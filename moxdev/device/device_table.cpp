@@ -32,7 +32,7 @@ bool check_device_table_layout(std::size_t line, const std::vector<std::string>&
         for (std::size_t i = 0; i < columns; ++i) {
             if (cells[i] != MOXDEV_DEVICE_FIELD_NAMES[i])
                 return refuse(problem, 1, i, "temp == m_db_name_list[i]",
-                              fmt::format("name '{}', expected '{}'", cells[i], MOXDEV_DEVICE_FIELD_NAMES[i]));
+                              fmt::format("name {}, expected '{}'", quoted(cells[i]), MOXDEV_DEVICE_FIELD_NAMES[i]));
         }
     }
     return true;
@@ -80,19 +80,19 @@ std::string device_cell_reason(std::size_t column, const std::string& cell, std:
         for (std::size_t i = 0; i < table.count; ++i)
             known.push_back(table.entries[i].name);
         const std::string field = MOXDEV_DEVICE_FIELD_NAMES[column];
-        return fmt::format("'{}' is no {} the table may name", cell,
+        return fmt::format("{} is no {} the table may name", quoted(cell),
                            type == MOXDEV_MANAGER_ENUM ? "option family" : field);
     }
     if (type == MOXDEV_MANAGER_DEVID_STR || type == MOXDEV_MANAGER_STRING) {
         const std::string problem = stored_text_problem(cell, 255);
-        return problem.empty() ? "" : "'" + cell + "' cannot be stored: " + problem;
+        return problem.empty() ? "" : quoted(cell) + " cannot be stored: " + problem;
     }
     if (type == MOXDEV_MANAGER_BOOL)
-        return cell == "TRUE" || cell == "FALSE" ? "" : fmt::format("'{}' is not TRUE or FALSE", cell);
+        return cell == "TRUE" || cell == "FALSE" ? "" : quoted(cell) + " is not TRUE or FALSE";
     const DWORD most = type == MOXDEV_MANAGER_BYTE ? 0xFF : type == MOXDEV_MANAGER_WORD ? 0xFFFF : 0xFFFFFFFF;
     DWORD value = 0;
     if (!MOX_COMMON::convert_string_to_dword(cell, value) || value > most)
-        return fmt::format("'{}' is not a number of 0 to {} (a {} field)", cell, most, table_type_name(type));
+        return fmt::format("{} is not a number of 0 to {} (a {} field)", quoted(cell), most, table_type_name(type));
     return "";
 }
 

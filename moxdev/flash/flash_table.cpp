@@ -45,7 +45,7 @@ bool check_flash_table_layout(std::size_t line, const std::vector<std::string>& 
         for (std::size_t i = 0; i < TOTAL_DATABASE_MEMBER; ++i) {
             if (absl::AsciiStrToLower(cells[i]) != MOXDEV_FLASH_FIELD_NAMES[i])
                 return refuse(problem, 1, i, "temp == m_name_list[i]",
-                              fmt::format("name '{}', expected '{}'", cells[i], MOXDEV_FLASH_FIELD_NAMES[i]));
+                              fmt::format("name {}, expected '{}'", quoted(cells[i]), MOXDEV_FLASH_FIELD_NAMES[i]));
         }
     }
     return true;
@@ -60,14 +60,14 @@ std::string flash_cell_reason(std::size_t column, const std::string& cell)
     const MOXDEV_MANAGER_TYPE type = MOXDEV_FLASH_FIELD_TYPES[column];
     if (type == MOXDEV_MANAGER_STRING) {
         const std::string problem = stored_text_problem(cell, 255);
-        return problem.empty() ? "" : "'" + cell + "' cannot be stored: " + problem;
+        return problem.empty() ? "" : quoted(cell) + " cannot be stored: " + problem;
     }
     if (type == MOXDEV_MANAGER_BOOL)
-        return cell == "TRUE" || cell == "FALSE" ? "" : "'" + cell + "' is not TRUE or FALSE";
+        return cell == "TRUE" || cell == "FALSE" ? "" : quoted(cell) + " is not TRUE or FALSE";
     DWORD value = 0;
     const DWORD maximum = type == MOXDEV_MANAGER_BYTE ? 0xFF : type == MOXDEV_MANAGER_WORD ? 0xFFFF : 0xFFFFFFFF;
     if (!MOX_COMMON::convert_string_to_dword(cell, value))
-        return "'" + cell + "' is not a number";
+        return quoted(cell) + " is not a number";
     if (value > maximum)
         return fmt::format("{} does not fit a {} (0 to {})", cell, table_type_name(type), maximum);
     if (std::string(MOXDEV_FLASH_FIELD_NAMES[column]) == "device_bit_size" &&

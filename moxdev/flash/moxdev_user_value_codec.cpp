@@ -7,6 +7,7 @@
 
 #include <zlib.h>
 
+#include <algorithm>
 #include <array>
 #include <vector>
 
@@ -89,7 +90,7 @@ bool encode_user_value(const std::string& text, std::string& encoded, std::strin
     return true;
 }
 
-bool decode_user_value(const std::string& encoded, std::string& text, std::string& error)
+bool decode_user_value(const std::string& encoded, std::string& text, std::string& error, bool whole_stream)
 {
     text.clear();
     const DWORD decoded_size = DWORD((QWORD(encoded.size()) * 6 + 7) / 8);
@@ -111,9 +112,18 @@ bool decode_user_value(const std::string& encoded, std::string& text, std::strin
 
     std::vector<BYTE> inflated(MAX_USER_VALUE_TEXT);
     DWORD inflated_size = MAX_USER_VALUE_TEXT;
-    if (decoded.empty() || zlib_uncompress(inflated.data(), &inflated_size, decoded.data(), decoded_size) != ZLIB_OK ||
+    DWORD used = 0;
+    if (decoded.empty() ||
+        zlib_uncompress_used(inflated.data(), &inflated_size, decoded.data(), decoded_size, &used) != ZLIB_OK ||
         inflated_size > MAX_USER_VALUE_TEXT) {
         error = "Fail to generate INI because of decompression failure";
+        return false;
+    }
+    // The encoder writes just the characters the stream needs, with zero
+    // bits padding the last one.
+    if (whole_stream && (QWORD(encoded.size()) != (QWORD(used) * 8 + 5) / 6 ||
+                         std::any_of(decoded.begin() + used, decoded.end(), [](BYTE b) { return b != 0; }))) {
+        error = "characters follow the end of the compressed text";
         return false;
     }
     text.assign(reinterpret_cast<const char*>(inflated.data()), inflated_size);

@@ -28,7 +28,9 @@ constexpr DWORD MAX_USER_VALUE_TEXT = 64 * 1024;
 bool encode_user_value(const std::string& text, std::string& encoded, std::string& error);
 // The inverse: false with the reason when a character is not of the
 // alphabet or the bytes do not inflate (to at most MAX_USER_VALUE_TEXT).
-bool decode_user_value(const std::string& encoded, std::string& text, std::string& error);
+// The loader accepts bytes after the end of the stream, as zlib's one-shot
+// inflate does; `whole_stream` refuses them, since an encoder never writes any.
+bool decode_user_value(const std::string& encoded, std::string& text, std::string& error, bool whole_stream = false);
 
 // The 16-letter check value of a non-empty definition under this tool
 // version.

@@ -45,8 +45,8 @@ bool definition_of(const MOXDEV_SFL_FLASH_INFO& record, std::string& definition,
             if (refused.empty() && (text.empty() || text.find_first_of("@#;") != std::string::npos ||
                                     !stored_text_problem(text, 255).empty()))
                 refused =
-                    fmt::format("the {} '{}' cannot be carried: 1 to 255 printable characters without '@', '#' or ';'",
-                                name, value);
+                    fmt::format("the {} {} cannot be carried: 1 to 255 printable characters without '@', '#' or ';'",
+                                name, quoted(value));
         } else if constexpr (std::is_same_v<T, bool>) {
             text = value ? "1" : "0";
         } else if constexpr (std::is_same_v<T, BYTE>) {
@@ -76,7 +76,8 @@ std::string user_flash_value(const std::vector<MOXDEV_SFL_FLASH_INFO>& records, 
         text += definition + "#" + user_value_check(definition) + ";";
     }
     std::string encoded, decoded, reason;
-    if (!encode_user_value(text, encoded, reason) || !decode_user_value(encoded, decoded, reason) || decoded != text) {
+    if (!encode_user_value(text, encoded, reason) || !decode_user_value(encoded, decoded, reason, true) ||
+        decoded != text) {
         fail(error, "the value does not decode to its text: " + reason);
         return "";
     }
@@ -94,6 +95,13 @@ bool read_user_flash_value(const std::string& value, USER_FLASH_CONTENT& content
     std::string reason;
     if (!decode_user_value(value, content.decoded, reason))
         return fail(&error, "not a user flash value (" + reason + ")");
+    // An encoder writes the compressed definition and nothing after it; the
+    // loader skips what follows, so a value that goes on was cut and pasted
+    // wrongly or altered, and is not vouched for.
+    std::string whole;
+    if (!decode_user_value(value, whole, reason, true))
+        return fail(&error, "the value goes on after its compressed definition: it is damaged (the loader skips "
+                            "the extra characters); define the chip again");
     if (!split_user_value(content.decoded, content.definition, content.check_value))
         return fail(&error, "the value has no check value (definition#check;)");
     if (content.definition.empty() || content.check_value.empty())

@@ -131,18 +131,18 @@ bool read_number(std::string text, bool hex, bool k, QWORD& value, bool& too_lar
 
 // The flash parameter class's refusal, said plainly (the two that name the
 // rule keep its words and add the rule itself).
-std::string plain_refusal(const HPS_PARAMETER& parameter, const std::string& refusal, const std::string& quoted)
+std::string plain_refusal(const HPS_PARAMETER& parameter, const std::string& refusal, const std::string& shown)
 {
     if (refusal == "Input must be power of 2")
-        return quoted + " is not a power of 2 (1, 2, 4, 8, ...)";
+        return shown + " is not a power of 2 (1, 2, 4, 8, ...)";
     if (refusal == "Input is out of range")
         return refusal + ": answer " + ranges_text(parameter);
     if (refusal == "Input is invalid (hit)")
         return refusal + ": " + HIT_REASON;
     if (refusal == "Calculation overflow compare to type" || refusal == "Conversion overflow compare to type")
-        return quoted + " is too large for this parameter";
+        return shown + " is too large for this parameter";
     if (refusal == "Invalid QWORD conversion")
-        return quoted + " is not a number";
+        return shown + " is not a number";
     return refusal;
 }
 
@@ -150,21 +150,21 @@ std::string plain_refusal(const HPS_PARAMETER& parameter, const std::string& ref
 std::string numeric_answer(const HPS_PARAMETER& parameter, const std::string& answer, QWORD& value)
 {
     const QWORD largest = largest_value(parameter.type);
-    const std::string quoted = "'" + answer + "'";
+    const std::string shown = quoted(answer);
     // -1 stands for the largest value the parameter holds.
     std::string text = answer;
     if (answer != "-1") {
         const bool k = prompt_takes_k(parameter.prompt);
         bool too_large = false;
         if (!read_number(answer, parameter.hex, k, value, too_large))
-            return quoted + (parameter.hex ? " is not a hexadecimal number"
-                             : k           ? " is not a number (digits, or digits and k for 1024)"
-                                           : " is not a number");
+            return shown + (parameter.hex ? " is not a hexadecimal number"
+                            : k           ? " is not a number (digits, or digits and k for 1024)"
+                                          : " is not a number");
         // The parameter class weighs the low 32 bits against the ranges only.
         if (!parameter.ranges.empty() && (too_large || value > 0xFFFFFFFFu))
             return "Input is out of range: answer " + ranges_text(parameter);
         if (too_large || value > largest)
-            return quoted + " is too large: at most " + number_text(largest, parameter.hex);
+            return shown + " is too large: at most " + number_text(largest, parameter.hex);
         text = parameter.hex ? "0x" + number_text(value, true) : std::to_string(value);
     }
     std::string refusal;
@@ -173,7 +173,7 @@ std::string numeric_answer(const HPS_PARAMETER& parameter, const std::string& an
                                                   parameter.hits.empty() ? nullptr : parameter.hits.data(), false,
                                                   parameter.scale, refusal))
         return "";
-    return plain_refusal(parameter, refusal, quoted);
+    return plain_refusal(parameter, refusal, shown);
 }
 
 } // namespace
@@ -187,7 +187,7 @@ std::string read_hps_answer(const HPS_PARAMETER& parameter, const std::string& t
         if (answer.empty())
             return "an answer is needed";
         if (const std::string problem = stored_text_problem(answer, HPS_TEXT_MOST); !problem.empty())
-            return "'" + answer + "' cannot be stored: " + problem;
+            return quoted(answer) + " cannot be stored: " + problem;
         stl_toupper(answer);
         *static_cast<std::string*>(field) = answer;
         return "";
@@ -253,7 +253,8 @@ std::string hps_record_problem(const RECORD& record)
             continue;
         const std::string& text = *static_cast<const std::string*>(record.param[p]);
         if (const std::string problem = stored_text_problem(text, HPS_TEXT_MOST); !problem.empty())
-            return std::string(HPS_KIND<RECORD>::parameters()[p].name) + " '" + text + "' cannot be stored: " + problem;
+            return std::string(HPS_KIND<RECORD>::parameters()[p].name) + " " + quoted(text) +
+                   " cannot be stored: " + problem;
     }
     return "";
 }
