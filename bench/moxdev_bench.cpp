@@ -12,18 +12,23 @@
 
 #include "tools/cli/dump_text.h"
 #include <absl/container/flat_hash_map.h>
+#include <absl/strings/str_split.h>
 
 #include <benchmark/benchmark.h>
+#include <unistd.h>
 #include <zlib.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <iterator>
 #include <memory>
 #include <set>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -403,6 +408,168 @@ void register_sfdp_benchmarks()
     });
 }
 
+// ---------------------------------------------------------------- tables
+
+// Tables far larger than any shipped one, written once into a scratch
+// directory: the shipped header lines and then record lines made from the
+// shipped records under new unique names, so that every per-name check
+// sees a new name.
+class TABLES {
+public:
+    static constexpr std::size_t HUGE_ROWS = 1000000;
+
+    TABLES() : m_dir(std::filesystem::temp_directory_path() / ("moxdev_bench_tables." + std::to_string(::getpid())))
+    {
+        std::filesystem::create_directories(m_dir);
+        const std::string source = std::string(MOXDEV_BENCH_SOURCE_DIR) + "/data/";
+        const std::vector<std::string> flash = lines(source + "mox_flash.csv");
+        const std::vector<std::string> device = lines(source + "mox_dev_info.csv");
+        // A flash record line's device name is its second cell, and each
+        // name has its default record (default_dev, the 11th cell).
+        const auto flash_row = [](std::vector<std::string>& cells, const std::string& name) {
+            cells.at(1) = name;
+            cells.at(10) = "TRUE";
+        };
+        write(flash_huge(), flash, moxdev::FLASH_TABLE_FIRST_RECORD, HUGE_ROWS, flash_row);
+        m_flash_largest_rows = largest_flash_rows(flash);
+        write(flash_largest(), flash, moxdev::FLASH_TABLE_FIRST_RECORD, m_flash_largest_rows, flash_row);
+        // A device record line's file name (pcf) is its second cell.
+        write(device_huge(), device, 2, HUGE_ROWS,
+              [](std::vector<std::string>& cells, const std::string& name) { cells.at(1) = name; });
+    }
+    ~TABLES()
+    {
+        std::error_code ignored;
+        if (!std::getenv("MOXDEV_BENCH_KEEP"))
+            std::filesystem::remove_all(m_dir, ignored);
+    }
+    TABLES(const TABLES&) = delete;
+    TABLES& operator=(const TABLES&) = delete;
+
+    std::string flash_huge() const { return (m_dir / "flash_huge.csv").string(); }
+    std::string flash_largest() const { return (m_dir / "flash_largest.csv").string(); }
+    std::string device_huge() const { return (m_dir / "device_huge.csv").string(); }
+    std::string output() const { return (m_dir / "out.pcf").string(); }
+    std::size_t flash_largest_rows() const { return m_flash_largest_rows; }
+
+private:
+    static std::vector<std::string> lines(const std::string& path)
+    {
+        std::ifstream in(path);
+        std::vector<std::string> out;
+        for (std::string line; std::getline(in, line);)
+            out.push_back(line);
+        if (out.empty())
+            throw std::runtime_error("cannot read " + path);
+        return out;
+    }
+
+    static std::vector<std::string> cells(const std::string& line)
+    {
+        std::vector<std::string> out;
+        std::stringstream in(line);
+        for (std::string cell; std::getline(in, cell, ',');)
+            out.push_back(cell);
+        return out;
+    }
+
+    // Rows cycle through the shipped records; row i is named "R<i>".
+    template <class NAME_ROW>
+    static void write(const std::string& path, const std::vector<std::string>& source, std::size_t first_record,
+                      std::size_t rows, NAME_ROW name_row)
+    {
+        std::ofstream out(path);
+        for (std::size_t i = 0; i < first_record; ++i)
+            out << source[i] << '\n';
+        const std::size_t records = source.size() - first_record;
+        for (std::size_t row = 0; row < rows; ++row) {
+            std::vector<std::string> record = cells(source[first_record + row % records]);
+            name_row(record, "R" + std::to_string(row));
+            for (std::size_t i = 0; i < record.size(); ++i)
+                out << (i == 0 ? "" : ",") << record[i];
+            out << '\n';
+        }
+        if (!out.flush())
+            throw std::runtime_error("cannot write " + path);
+    }
+
+    // The most rows whose payload stays below the cap a database holds, with
+    // a margin of a hundred records for the longest names.
+    static std::size_t largest_flash_rows(const std::vector<std::string>& source)
+    {
+        std::size_t most = 0;
+        for (std::size_t i = moxdev::FLASH_TABLE_FIRST_RECORD; i < source.size(); ++i) {
+            std::vector<std::string> record = cells(source[i]);
+            record.at(1) = "R" + std::to_string(HUGE_ROWS);
+            most = std::max(most, moxdev::flash_record_payload_size(record));
+        }
+        return MOXDEV_MAX_PAYLOAD / most - 100;
+    }
+
+    std::filesystem::path m_dir;
+    std::size_t m_flash_largest_rows = 0;
+};
+
+// The least any reader of a table does: every line of the file, split into
+// its cells.
+std::size_t read_lines(const std::string& path)
+{
+    std::ifstream in(path);
+    std::size_t cells = 0;
+    for (std::string line; std::getline(in, line);) {
+        const std::vector<absl::string_view> split = absl::StrSplit(line, ',');
+        cells += split.size();
+    }
+    return cells;
+}
+
+void register_table_benchmarks(const TABLES& tables)
+{
+    const auto check = [](const std::string& path, bool (*checker)(const std::string&, moxdev::TABLE_PROBLEM&),
+                          bool accepted) {
+        return [path, checker, accepted](benchmark::State& state) {
+            moxdev::TABLE_PROBLEM problem;
+            if (checker(path, problem) != accepted)
+                state.SkipWithError(accepted ? "the table is refused" : "the table is accepted");
+            for (auto _ : state)
+                benchmark::DoNotOptimize(checker(path, problem));
+        };
+    };
+    const auto read = [](const std::string& path) {
+        return [path](benchmark::State& state) {
+            for (auto _ : state)
+                benchmark::DoNotOptimize(read_lines(path));
+        };
+    };
+    // The generators refuse a table with an internal error, as a damaged
+    // build product; a refusal here is the time it takes to give it.
+    const auto generate = [&tables](const std::string& path, bool device) {
+        return [&tables, path, device](benchmark::State& state) {
+            for (auto _ : state) {
+                std::string error;
+                unsigned records = 0;
+                try {
+                    benchmark::DoNotOptimize(
+                        device ? moxdev::generate_device_database(path, tables.output(), records, error)
+                               : moxdev::generate_flash_database(path, tables.output(), error));
+                } catch (const MSG_INTERNAL_ERROR&) {}
+            }
+        };
+    };
+    benchmark::RegisterBenchmark("flash_table_huge/check",
+                                 check(tables.flash_huge(), moxdev::check_flash_table, false));
+    benchmark::RegisterBenchmark("flash_table_huge/generate", generate(tables.flash_huge(), false));
+    benchmark::RegisterBenchmark("flash_table_huge/read_lines", read(tables.flash_huge()));
+    benchmark::RegisterBenchmark("flash_table_largest/check",
+                                 check(tables.flash_largest(), moxdev::check_flash_table, true));
+    benchmark::RegisterBenchmark("flash_table_largest/generate", generate(tables.flash_largest(), false));
+    benchmark::RegisterBenchmark("flash_table_largest/read_lines", read(tables.flash_largest()));
+    benchmark::RegisterBenchmark("device_table_huge/check",
+                                 check(tables.device_huge(), moxdev::check_device_table, false));
+    benchmark::RegisterBenchmark("device_table_huge/generate", generate(tables.device_huge(), true));
+    benchmark::RegisterBenchmark("device_table_huge/read_lines", read(tables.device_huge()));
+}
+
 std::size_t flash_chip_count()
 {
     return MOXDEV_FLASH_MANAGER(false, 1, false, false).get_flash_count();
@@ -450,6 +617,8 @@ int main(int argc, char** argv)
         DATA data = prepare();
         register_benchmarks(data);
         register_sfdp_benchmarks();
+        const TABLES tables;
+        register_table_benchmarks(tables);
 
         MEDIAN_REPORTER medians;
         benchmark::RunSpecifiedBenchmarks(&medians);
@@ -497,6 +666,31 @@ int main(int argc, char** argv)
                                 "`flash sfdp` on the largest read it takes, 64 KiB as `hexdump -C` text "
                                 "(goal: well under 50 ms)",
                                 "", "flash_sfdp/largest", "", GOAL::NONE, 0));
+
+        const std::string huge = count_text(TABLES::HUGE_ROWS, "rows");
+        const std::string largest = count_text(tables.flash_largest_rows(), "rows");
+        const std::string every_line = "reading every line of the file and splitting it into cells";
+        // The checks stop at the first record past what a database holds; the
+        // generators read the table whole in their checking pass before they
+        // refuse it, and the writing pass compresses at zlib's best level.
+        rows.push_back(time_row(medians, "`check_flash_table` on a flash table of " + huge + " (refused at the cap)",
+                                every_line, "flash_table_huge/check", "flash_table_huge/read_lines", GOAL::AT_MOST,
+                                1.5));
+        rows.push_back(time_row(medians, "`generate_flash_database` on a flash table of " + huge + " (refused)",
+                                every_line, "flash_table_huge/generate", "flash_table_huge/read_lines", GOAL::AT_MOST,
+                                5));
+        rows.push_back(
+            time_row(medians, "`check_flash_table` on the largest flash table a database holds (" + largest + ")",
+                     every_line, "flash_table_largest/check", "flash_table_largest/read_lines", GOAL::AT_MOST, 10));
+        rows.push_back(
+            time_row(medians, "`generate_flash_database` on the largest flash table a database holds (" + largest + ")",
+                     every_line, "flash_table_largest/generate", "flash_table_largest/read_lines", GOAL::AT_MOST, 40));
+        rows.push_back(
+            time_row(medians, "`check_device_table` on a device table of " + huge + " (refused at the 80th record)",
+                     every_line, "device_table_huge/check", "device_table_huge/read_lines", GOAL::AT_MOST, 0.01));
+        rows.push_back(time_row(medians, "`generate_device_database` on a device table of " + huge + " (refused)",
+                                every_line, "device_table_huge/generate", "device_table_huge/read_lines", GOAL::AT_MOST,
+                                5));
 
         std::cout << "Machine: " << machine_description() << "\n\n";
         const bool met = print_table(std::cout, rows);
