@@ -638,7 +638,7 @@ TEST(CliFlash, SfdpReadsEveryFormAndRefusesWithOneLine)
     EXPECT_EQ(binary["address_bytes"], "3");
     dir.expect({
         {"moxdev flash sfdp '" + source_path("README.md") + "'", 1, "not a dump"},
-        {"moxdev flash sfdp missing", 1, "moxdev: cannot read missing: no such file\n"},
+        {"moxdev flash sfdp missing", 1, "moxdev: cannot read 'missing': no such file\n"},
         {"moxdev flash sfdp data/sfdp/example.hexdump --define", 1,
          "moxdev: --define needs --id: a definition binds by the chip's Read-ID bytes\n"},
         {"moxdev flash sfdp data/sfdp/example.hexdump --id EF 40", 1,

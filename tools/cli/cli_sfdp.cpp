@@ -31,7 +31,8 @@ std::string read_input(const std::string& file)
     const bool read = file == "-" ? moxdev::read_input_stream(0, MAX_INPUT, bytes, error)
                                   : moxdev::read_input_file(file, MAX_INPUT, bytes, error);
     if (!read)
-        throw USER_ERROR{"cannot read " + file + ": " + error};
+        throw USER_ERROR{"cannot read " + (file == "-" ? std::string("standard input") : "'" + file + "'") + ": " +
+                         error};
     return std::string(bytes.begin(), bytes.end());
 }
 
