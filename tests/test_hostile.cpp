@@ -106,6 +106,16 @@ TEST_F(HostileInputs, ModuleDirectoriesTheSystemRefusesAreTheUsersError)
         EXPECT_EQ(run(command, output), status) << command << "\n" << output;
         EXPECT_EQ(output.find("internal error"), std::string::npos) << output;
     }
+    // Permissions do not hold back the superuser, so only others can see an
+    // unsearchable directory.
+    if (::geteuid() != 0) {
+        const std::string add = "printf \"2C\\nDA\\n256\\n\" | MOXDEV_MODULE_DIR=locked/sub moxdev hps add nand";
+        EXPECT_EQ(
+            run("mkdir -p locked/sub && chmod 000 locked && " + add + "; s=$?; chmod 755 locked; exit $s", output), 1)
+            << output;
+        EXPECT_NE(output.find("locked/sub"), std::string::npos) << output;
+        EXPECT_EQ(output.find("internal error"), std::string::npos) << output;
+    }
 }
 
 // Endless inputs end, and inputs larger than their reader's cap are refused
