@@ -127,6 +127,15 @@ TEST(Cli, HelpUsageErrorsAndStatuses)
         ASSERT_EQ(dir.run("tail -n 1 err.txt", output), 0);
         EXPECT_EQ(output.rfind("moxdev: ", 0), 0u) << arguments << "\n" << output;
     }
+    // An answer that cannot be written is not a success: status 1 and one
+    // line saying why, whichever verb lost it.
+    for (const char* arguments : {"--help", "--version", "device list --json", "device show kxb100f484c6", "flash list",
+                                  "flash identify EF 40 18", "flash sfdp data/sfdp/example.hexdump",
+                                  "name kxb120f484i7", "opn KXB120F484I7", "hps list nand", "type block"}) {
+        std::string output;
+        EXPECT_EQ(dir.run("moxdev " + std::string(arguments) + " > /dev/full", output), 1) << arguments;
+        EXPECT_EQ(output, "moxdev: cannot write the output: No space left on device\n") << arguments;
+    }
     // A damaged database is an internal error, status 2, with nothing on
     // standard output.
     dir.expect({{"mkdir -p bad/programmer && echo short > bad/programmer/mox_dev_info.pcf && "

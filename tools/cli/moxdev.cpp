@@ -11,12 +11,15 @@
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <exception>
 #include <filesystem>
 #include <iostream>
 #include <memory>
 #include <string>
+#include <system_error>
 
 using moxdev_cli::USER_ERROR;
 
@@ -89,9 +92,46 @@ void report_usage_error(const CLI::App& app, const CLI::ParseError& error, int a
     std::fprintf(stderr, "moxdev: %s; see '%s --help'\n", message.c_str(), path.c_str());
 }
 
+// Set once a lost write has been reported, so that it is reported once.
+bool output_failure_reported = false;
+
+void report_output_failure(const std::string& reason)
+{
+    if (!output_failure_reported)
+        std::fprintf(stderr, "moxdev: cannot write the output: %s\n", reason.c_str());
+    output_failure_reported = true;
+}
+
+// Whether everything printed reached standard output: a full disk, a closed
+// pipe or /dev/full loses an answer, and a command whose answer is lost has
+// not succeeded. The stream keeps only that a write failed, so errno names
+// the reason when it is one a write gives.
+bool output_written()
+{
+    std::cout.flush();
+    const bool flushed = std::fflush(stdout) == 0;
+    if (flushed && !std::ferror(stdout) && !std::cout.fail())
+        return true;
+    const int failure = errno;
+    const bool write_reason = failure == ENOSPC || failure == EPIPE || failure == EIO || failure == EDQUOT ||
+                              failure == EFBIG || failure == EBADF || failure == EAGAIN;
+    report_output_failure(write_reason ? std::strerror(failure) : "the write failed");
+    return false;
+}
+
+int run(int argc, char** argv);
+
 } // namespace
 
 int main(int argc, char** argv)
+{
+    const int status = run(argc, argv);
+    return output_written() || status != 0 ? status : EXIT_USAGE;
+}
+
+namespace {
+
+int run(int argc, char** argv)
 {
     CLI::App app{"moxdev: device and configuration-flash information for FPGA/CPLD programmers", "moxdev"};
     app.set_version_flag("--version", version_text(), "Print the version and build number");
@@ -137,6 +177,15 @@ int main(int argc, char** argv)
         // that cannot be searched) is the caller's setting to correct.
         std::fprintf(stderr, "moxdev: %s: %s\n", e.path1().c_str(), e.code().message().c_str());
         return EXIT_USAGE;
+    } catch (const std::system_error& e) {
+        // fmt::print reports a failed write so; the answer is lost, which
+        // the caller must learn (status 1), not a defect of the library.
+        if (e.code().category() == std::system_category() || e.code().category() == std::generic_category()) {
+            report_output_failure(e.code().message());
+            return EXIT_USAGE;
+        }
+        std::fprintf(stderr, "moxdev: internal error: %s\n", e.what());
+        return EXIT_INTERNAL;
     } catch (const std::exception& e) {
         // Anything else the library or a verb throws is a defect too.
         std::fprintf(stderr, "moxdev: internal error: %s\n", e.what());
@@ -144,3 +193,5 @@ int main(int argc, char** argv)
     }
     return 0;
 }
+
+} // namespace
