@@ -421,7 +421,17 @@ TEST(CliFlash, IdentifyListShowAndGenerateAnswerOrRefuse)
     };
     dir.expect({
         {"moxdev flash identify 0x20ba19", 0, "MICRON MT25QL256: record 5\n  manufacturer_name"},
-        {"moxdev flash identify 2G", 1, "moxdev: '2G' is not a hex byte sequence (e.g. 20 BA 19)\n"},
+        {"moxdev flash identify 2G", 1,
+         "moxdev: '2G' is not a hex byte or a run of hex bytes (e.g. EF 40 18, EF4018 or 0xEF,0x40,0x18)\n"},
+        // ID bytes as people write them: words, one string, 0x, commas, colons, run together.
+        {"for id in 'EF 40 18' 0xEF,0x40,0x18 EF4018 ef:40:18 '0xEF 0x4018'; do moxdev flash identify \"$id\" | "
+         "head -n 1; done",
+         0,
+         "WINBOND W25Q128JV: record 162\nWINBOND W25Q128JV: record 162\nWINBOND W25Q128JV: record 162\n"
+         "WINBOND W25Q128JV: record 162\nWINBOND W25Q128JV: record 162\n"},
+        {"moxdev flash identify '0xEF4'", 1, "moxdev: '0xEF4' is not a hex byte or a run of hex bytes"},
+        {"moxdev flash identify ,", 1, "moxdev: no ID bytes were given (e.g. EF 40 18)\n"},
+        {"moxdev flash identify EF 40 99 --sfdp data", 1, "moxdev: cannot read 'data': it is a directory\n"},
         {"moxdev flash identify 00 00 00", 1,
          "moxdev: no known flash matches 00 00 00 (device ID: manufacturer, type, capacity)\nhint: all bytes 00: no "
          "chip answered; check the wiring, the chip select and the power of the flash\n"},
@@ -429,12 +439,21 @@ TEST(CliFlash, IdentifyListShowAndGenerateAnswerOrRefuse)
          "\nhint: this maker and type are known with the capacity bytes 12 "
          "W25Q20CL, 13 W25Q40BV, 14 W25Q80BV,"},
         {"moxdev flash show nosuchchip", 1, "moxdev: no flash named 'nosuchchip'\n"},
-        {"moxdev flash list 'ZZ*'", 1, "moxdev: no flash record named ZZ* (--all also lists the switched-off ones)\n"},
-        {"moxdev flash list 'W25Q*' --maker micron", 1,
+        // Filters that keep nothing answer with nothing: status 0, a note on standard error.
+        {"moxdev flash list 'ZZ*'", 0, "moxdev: no flash record named ZZ* (--all also lists the switched-off ones)\n"},
+        {"moxdev flash list 'ZZ*' --json 2>/dev/null", 0, "[]\n"},
+        {"moxdev flash list 'W25Q*' --maker micron", 0,
          "moxdev: no flash record named W25Q*, of the maker 'micron' (--all also lists the switched-off ones)\n"},
         {"moxdev flash list --maker winbnd", 1,
          "moxdev: no flash record of the maker 'winbnd' (did you mean WINBOND?)\n"},
-        {"moxdev flash list --size 3X", 1, "moxdev: '3X' is not a density (e.g. 512K, 128M or 1G: Kbit, Mbit, Gbit)\n"},
+        {"moxdev flash list --size 3X", 1,
+         "moxdev: '3X' is not a size (e.g. 512K, 128M or 1G: Kbit, Mbit, Gbit; 16MB or 16MiB: bytes)\n"},
+        // Sizes: a multiple alone or with b/bit is bits, with B/iB/byte bytes.
+        {"for s in 128M 128Mbit 128Mb 16MB 16MiB 16Mbyte; do moxdev flash list --size $s | tail -n 1 | cut -c1-11; "
+         "done",
+         0, "48 records:\n48 records:\n48 records:\n48 records:\n48 records:\n48 records:\n"},
+        {"moxdev flash list --size 2Gbit | tail -n 1", 0, "11 records: "},
+        {"moxdev flash list --size 4G --json 2>/dev/null", 0, "[]\n"},
         {"moxdev flash list --voltage 5", 1, "moxdev: '5' is not a flash voltage (3.3V or 1.8V)\n"},
         // A bad table line is named by file, line and column.
         {bad_table("awk -F, -v OFS=, 'NR==9{$4=\"0x1FF\"}1'"), 1,

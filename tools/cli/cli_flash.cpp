@@ -11,6 +11,8 @@
 #include "host/mox_common.h"
 
 #include <absl/strings/ascii.h>
+#include <absl/strings/match.h>
+#include <absl/strings/str_split.h>
 #include <algorithm>
 #include <fmt/format.h>
 
@@ -58,18 +60,29 @@ JSON record_json(const MOXDEV_SFL_FLASH_INFO& record)
     return fields;
 }
 
+// ID bytes as people write them: separate words or one quoted string, hex
+// with or without "0x", separated by blanks, commas or colons, or run
+// together ("EF4018"): a group of one or two digits is one byte, a longer
+// group of an even count is read two digits a byte.
 std::vector<BYTE> parse_id_bytes(const std::vector<std::string>& words)
 {
     std::vector<BYTE> bytes;
-    for (std::string word : words) {
-        if (word.size() > 2 && word[0] == '0' && (word[1] == 'x' || word[1] == 'X'))
-            word.erase(0, 2);
-        if (word.empty() || word.size() % 2 != 0 ||
-            word.find_first_not_of("0123456789abcdefABCDEF") != std::string::npos)
-            throw USER_ERROR{"'" + word + "' is not a hex byte sequence (e.g. 20 BA 19)"};
-        for (std::size_t i = 0; i < word.size(); i += 2)
-            bytes.push_back(BYTE(std::stoul(word.substr(i, 2), nullptr, 16)));
+    for (const std::string& word : words) {
+        for (const absl::string_view group : absl::StrSplit(word, absl::ByAnyChar(" \t,:;"), absl::SkipEmpty())) {
+            absl::string_view digits = group;
+            if (digits.size() > 2 && digits[0] == '0' && (digits[1] == 'x' || digits[1] == 'X'))
+                digits.remove_prefix(2);
+            const bool hex = !digits.empty() && digits.find_first_not_of("0123456789abcdefABCDEF") == digits.npos;
+            if (!hex || (digits.size() > 2 && digits.size() % 2 != 0))
+                throw USER_ERROR{moxdev::quoted(std::string_view(group.data(), group.size())) +
+                                 " is not a hex byte or a run of hex bytes (e.g. EF 40 18, EF4018 or 0xEF,0x40,0x18)"};
+            const std::size_t step = digits.size() <= 2 ? digits.size() : 2;
+            for (std::size_t i = 0; i < digits.size(); i += step)
+                bytes.push_back(BYTE(std::stoul(std::string(digits.substr(i, step)), nullptr, 16)));
+        }
     }
+    if (bytes.empty() && !words.empty())
+        throw USER_ERROR{"no ID bytes were given (e.g. EF 40 18)"};
     return bytes;
 }
 
@@ -133,27 +146,34 @@ JSON entry_json(const MOXDEV_FLASH_MANAGER& manager, DWORD index, const JSON& sh
 }
 
 // A density as the list shows it: Mbit, with a fraction below 1 Mbit.
-std::string mbit_text(DWORD bits)
+std::string mbit_text(QWORD bits)
 {
     return fmt::format("{:g}", double(bits) / double(1u << 20));
 }
 
-// "128M", "1G", "512K" (bits; "Mbit", "Gb" and the like too; a bare number is
-// Mbit) as a number of bits.
-DWORD parse_density(const std::string& text)
+// A size as people write it, as a number of bits. K, M and G are binary
+// multiples (1024); a lower-case "b" or "bit" means bits, an upper-case "B",
+// "iB" or "byte" bytes, and a multiple alone bits, as densities are given:
+// "16M" = "16Mbit" = "16Mb" = 16 Mbit; "2MB" = "2MiB" = 16 Mbit; "1G" = 1 Gbit;
+// a bare number is Mbit.
+QWORD parse_density(const std::string& text)
 {
     std::size_t digits = 0;
     while (digits < text.size() && std::isdigit(static_cast<unsigned char>(text[digits])))
         ++digits;
     std::string unit = text.substr(digits);
-    stl_toupper(unit);
-    if (unit.size() > 1 && (unit.substr(1) == "BIT" || unit.substr(1) == "B"))
-        unit.erase(1);
-    const int shift = unit.empty() || unit == "M" ? 20 : unit == "K" ? 10 : unit == "G" ? 30 : -1;
+    const int shift = unit.empty() ? 20 : 10 * int(std::string("KMG").find(char(std::toupper(unit[0]))) + 1);
+    if (!unit.empty())
+        unit.erase(0, 1);
+    const bool bytes =
+        unit == "B" || unit == "iB" || absl::EqualsIgnoreCase(unit, "byte") || absl::EqualsIgnoreCase(unit, "bytes");
+    const bool bits =
+        unit.empty() || unit == "b" || absl::EqualsIgnoreCase(unit, "bit") || absl::EqualsIgnoreCase(unit, "bits");
     const unsigned long long count = digits == 0 || digits > 6 ? 0 : std::stoull(text.substr(0, digits));
-    if (shift < 0 || count == 0 || (count << shift) > 0xFFFFFFFFull)
-        throw USER_ERROR{"'" + text + "' is not a density (e.g. 512K, 128M or 1G: Kbit, Mbit, Gbit)"};
-    return DWORD(count << shift);
+    if (shift <= 0 || (!bytes && !bits) || count == 0)
+        throw USER_ERROR{moxdev::quoted(text) +
+                         " is not a size (e.g. 512K, 128M or 1G: Kbit, Mbit, Gbit; 16MB or 16MiB: bytes)"};
+    return QWORD(count) << shift << (bytes ? 3 : 0);
 }
 
 // "3.3V", "3.3", "1.8v" as the table writes it ("3.3V").
@@ -203,7 +223,7 @@ struct LIST_FILTER {
 };
 
 // The records `filter` keeps, by index.
-std::vector<DWORD> listed_records(const MOXDEV_FLASH_MANAGER& manager, const LIST_FILTER& filter, DWORD bits,
+std::vector<DWORD> listed_records(const MOXDEV_FLASH_MANAGER& manager, const LIST_FILTER& filter, QWORD bits,
                                   const std::string& voltage)
 {
     const MOXDEV_SFL_FLASH_INFO* records = manager.get_flash_database();
@@ -212,7 +232,7 @@ std::vector<DWORD> listed_records(const MOXDEV_FLASH_MANAGER& manager, const LIS
         const MOXDEV_SFL_FLASH_INFO& record = records[i];
         const bool wanted =
             (filter.maker.empty() || gen_stricmp(record.manufacturer_name, filter.maker) == 0) &&
-            (bits == 0 || record.device_bit_size == bits) &&
+            (bits == 0 || QWORD(record.device_bit_size) == bits) &&
             (voltage.empty() ||
              ("|" + upper_text(record.asc_voltage) + "|").find("|" + voltage + "|") != std::string::npos) &&
             (filter.pattern.empty() || wildcard_match(filter.pattern, record.device_name));
@@ -222,10 +242,8 @@ std::vector<DWORD> listed_records(const MOXDEV_FLASH_MANAGER& manager, const LIS
     return listed;
 }
 
-// Why no record is listed: an unknown maker (with the closest ones), or the
-// filters that together keep nothing.
-USER_ERROR nothing_listed(const MOXDEV_FLASH_MANAGER& manager, const LIST_FILTER& filter, DWORD bits,
-                          const std::string& voltage, bool every_record)
+// A maker no record has is a mistake, with the closest ones.
+void check_maker(const MOXDEV_FLASH_MANAGER& manager, const LIST_FILTER& filter)
 {
     const MOXDEV_SFL_FLASH_INFO* records = manager.get_flash_database();
     std::vector<std::string> makers;
@@ -237,7 +255,12 @@ USER_ERROR nothing_listed(const MOXDEV_FLASH_MANAGER& manager, const LIST_FILTER
                                  return gen_stricmp(name, filter.maker) == 0;
                              });
     if (!known_maker)
-        return {"no flash record of the maker '" + filter.maker + "'" + did_you_mean(filter.maker, makers)};
+        throw USER_ERROR{"no flash record of the maker '" + filter.maker + "'" + did_you_mean(filter.maker, makers)};
+}
+
+// Which filters together keep nothing: a note for a person, not an error.
+std::string nothing_listed(const LIST_FILTER& filter, QWORD bits, const std::string& voltage, bool every_record)
+{
     std::string wanted;
     auto add = [&](const std::string& part) { wanted += (wanted.empty() ? "" : ", ") + part; };
     if (!filter.pattern.empty())
@@ -248,7 +271,7 @@ USER_ERROR nothing_listed(const MOXDEV_FLASH_MANAGER& manager, const LIST_FILTER
         add(mbit_text(bits) + " Mbit");
     if (!voltage.empty())
         add(voltage);
-    return {"no flash record " + wanted + (every_record ? "" : " (--all also lists the switched-off ones)")};
+    return "no flash record " + wanted + (every_record ? "" : " (--all also lists the switched-off ones)");
 }
 
 // "VELMAR 4, MICRON 34, ...": the listed records per maker, each maker once,
@@ -287,11 +310,19 @@ void print_list_line(const MOXDEV_FLASH_MANAGER& manager, DWORD i)
 void flash_list(bool every_record, bool full, const LIST_FILTER& filter)
 {
     const MOXDEV_FLASH_MANAGER manager = load_table(every_record);
-    const DWORD bits = filter.size.empty() ? 0 : parse_density(filter.size);
+    const QWORD bits = filter.size.empty() ? 0 : parse_density(filter.size);
     const std::string voltage = filter.voltage.empty() ? "" : parse_voltage(filter.voltage);
+    check_maker(manager, filter);
     const std::vector<DWORD> listed = listed_records(manager, filter, bits, voltage);
-    if (listed.empty())
-        throw nothing_listed(manager, filter, bits, voltage, every_record);
+    // Filters that keep nothing are an answer: an empty list, and a note on
+    // standard error for a person.
+    if (listed.empty()) {
+        if (json_output)
+            print_json(JSON::array());
+        else
+            std::fprintf(stderr, "moxdev: %s\n", nothing_listed(filter, bits, voltage, every_record).c_str());
+        return;
+    }
     if (json_output) {
         JSON entries = JSON::array();
         for (DWORD i : listed)
@@ -570,7 +601,9 @@ void add_flash_commands(CLI::App& app)
                      "Only the chips whose name matches, '*' and '?' as wildcards, e.g. 'W25Q*' (letter case "
                      "ignored)");
     list->add_option("--maker", filter.maker, "Only the records of this maker, e.g. winbond (letter case ignored)");
-    list->add_option("--size", filter.size, "Only the chips of this density, e.g. 512K, 128M or 1G (bits)");
+    list->add_option(
+        "--size", filter.size,
+        "Only the chips of this size: 512K, 128M, 1G or 2Gbit are bits (K, M, G = 1024^n); 16MB or 16MiB are bytes");
     list->add_option("--voltage", filter.voltage, "Only the chips of this voltage: 3.3V or 1.8V");
     list->footer("The filters combine. The last line counts the records listed per maker. "
                  "With --json every record is given whole, so --full changes nothing; fields that are not "
