@@ -11,16 +11,29 @@
 
 #include "moxdev/moxdev_flash_manager.h"
 
+#include <cstddef>
 #include <iosfwd>
 #include <string>
 #include <vector>
 
 namespace moxdev {
 
+// The one rule for the names a user flash definition carries (maker and
+// device): 1 to USER_FLASH_NAME_MOST printable characters, none of '@', '#'
+// or ';' (they separate the value's parts). Why `name` breaks it, or "".
+inline constexpr std::size_t USER_FLASH_NAME_MOST = 19;
+std::string user_flash_name_problem(const std::string& name);
+
+// The one rule for a flash chip's configuration voltage, as the flash table
+// writes it: "3.3V" or "1.8V" ("3.3", "1.8v" are read so). The written form,
+// or "" when `typed` is neither.
+std::string flash_voltage(const std::string& typed);
+
 // The value that defines `records` (one to three) as user flash chips, in the
 // form the flash manager decodes; the manager uses the first. Empty, with
-// the reason in `error`, when a text field is empty, longer than 255
-// characters or holds '@', '#' or ';' (which separate the value's parts).
+// the reason in `error`, when a name breaks user_flash_name_problem(), the
+// voltage is not flash_voltage()'s, or another text is empty, longer than 255
+// characters or holds '@', '#' or ';'.
 std::string user_flash_value(const std::vector<MOXDEV_SFL_FLASH_INFO>& records, std::string* error = nullptr);
 std::string user_flash_value(const MOXDEV_SFL_FLASH_INFO& record, std::string* error = nullptr);
 

@@ -461,6 +461,8 @@ TEST(CliFlash, IdentifyListShowAndGenerateAnswerOrRefuse)
         {bad_table("awk -F, -v OFS=, 'NR==9{$20=\"3000000\"}1'"), 1,
          "moxdev: bad.csv:9: column 20 (device_bit_size): the density 3000000 is not a power of two"},
         {bad_table("sed '9s/,[^,]*//5'"), 1, "moxdev: bad.csv:9: 32 cells; a flash table line has 33"},
+        {bad_table("awk -F, -v OFS=, 'NR==9{$33=\"banana\"}1'"), 1,
+         "moxdev: bad.csv:9: column 33 (asc_voltage): 'banana' is not a flash voltage (3.3V or 1.8V)\n"},
         {bad_table("awk -F, -v OFS=, 'NR==9{$13=\"yes\"}1'"), 1,
          "moxdev: bad.csv:9: column 13 (extended_mode): 'yes' is not TRUE or FALSE"},
         // A cell is quoted escaped and cut: a NUL or a megabyte cannot flood the line.
@@ -584,7 +586,8 @@ TEST(CliFlash, DialogueAsksAgainAndStoresOnlyUsableValues)
                                         "3",    "1800",  "5C", "5C", "0",  "ff", "none", "y",  "3.3v"};
     // A refused answer before each of some good ones: the question comes again.
     const std::pair<std::size_t, const char*> refused[] = {
-        {0, "ac@me"}, {1, "chip#1"}, {26, "3.3;V"}, {3, "3"}, {7, "2"}, {23, "2"}, {24, "8"}, {15, "3"}, {8, "yes"}};
+        {0, "ac@me"}, {1, "chip#1"}, {26, "3.3;V"}, {26, "banana"}, {1, "a-name-of-20-letters"}, {3, "3"}, {7, "2"},
+        {23, "2"},    {24, "8"},     {15, "3"},     {8, "yes"}};
     std::string input = "0\n1\n";
     for (std::size_t q = 0; q < answers.size(); ++q) {
         for (const auto& [question, answer] : refused)
@@ -671,6 +674,10 @@ TEST(CliFlash, SfdpReadsEveryFormAndRefusesWithOneLine)
          "moxdev: --define needs --id: a definition binds by the chip's Read-ID bytes\n"},
         {"moxdev flash sfdp data/sfdp/example.hexdump --id EF 40", 1,
          "moxdev: --id takes the three Read-ID bytes (maker, type, capacity), e.g. 20 BA 19\n"},
+        // A name for a definition follows the dialogue's rule.
+        {"moxdev flash sfdp data/sfdp/example.hexdump --id EF 40 99 --name a-name-of-20-letters", 1,
+         "moxdev: --name 'a-name-of-20-letters': a name has 1 to 19 characters\n"},
+        {"moxdev flash sfdp data", 1, "moxdev: cannot read 'data': it is a directory\n"},
         {"printf 'SFDP\\000\\001\\003\\377' > short.bin && moxdev flash sfdp short.bin", 1,
          "moxdev: SFDP: the 4 parameter headers reach beyond the 8 bytes given\n"},
     });

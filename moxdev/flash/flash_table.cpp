@@ -7,6 +7,7 @@
 #include "moxdev/flash/moxdev_default_rule.h"
 #include "moxdev/moxdev_flash_manager.h"
 #include "moxdev/text.h"
+#include "moxdev/user_flash.h"
 
 #include "host/mox_common.h"
 
@@ -60,7 +61,12 @@ std::string flash_cell_reason(std::size_t column, const std::string& cell)
     const MOXDEV_MANAGER_TYPE type = MOXDEV_FLASH_FIELD_TYPES[column];
     if (type == MOXDEV_MANAGER_STRING) {
         const std::string problem = stored_text_problem(cell, 255);
-        return problem.empty() ? "" : quoted(cell) + " cannot be stored: " + problem;
+        if (!problem.empty())
+            return quoted(cell) + " cannot be stored: " + problem;
+        // The voltage is written as the user flash definition writes it.
+        if (std::string(MOXDEV_FLASH_FIELD_NAMES[column]) == "asc_voltage" && flash_voltage(cell) != cell)
+            return quoted(cell) + " is not a flash voltage (3.3V or 1.8V)";
+        return "";
     }
     if (type == MOXDEV_MANAGER_BOOL)
         return cell == "TRUE" || cell == "FALSE" ? "" : quoted(cell) + " is not TRUE or FALSE";

@@ -10,6 +10,7 @@
 #include "host/gen_string.h"
 #include "host/mox_common.h"
 
+#include <absl/strings/ascii.h>
 #include <fmt/format.h>
 
 #include <iostream>
@@ -42,11 +43,17 @@ bool definition_of(const MOXDEV_SFL_FLASH_INFO& record, std::string& definition,
         if constexpr (std::is_same_v<T, std::string>) {
             text = value;
             stl_toupper(text);
-            if (refused.empty() && (text.empty() || text.find_first_of("@#;") != std::string::npos ||
-                                    !stored_text_problem(text, 255).empty()))
-                refused =
-                    fmt::format("the {} {} cannot be carried: 1 to 255 printable characters without '@', '#' or ';'",
-                                name, quoted(value));
+            const std::string field = name;
+            std::string problem;
+            if (field == "manufacturer_name" || field == "device_name")
+                problem = user_flash_name_problem(text);
+            else if (field == "asc_voltage")
+                problem = flash_voltage(text) == text ? "" : "the voltage is 3.3V or 1.8V";
+            else if (text.empty() || text.find_first_of("@#;") != std::string::npos ||
+                     !stored_text_problem(text, 255).empty())
+                problem = "1 to 255 printable characters without '@', '#' or ';'";
+            if (refused.empty() && !problem.empty())
+                refused = fmt::format("the {} {} cannot be carried: {}", name, quoted(value), problem);
         } else if constexpr (std::is_same_v<T, bool>) {
             text = value ? "1" : "0";
         } else if constexpr (std::is_same_v<T, BYTE>) {
@@ -61,6 +68,23 @@ bool definition_of(const MOXDEV_SFL_FLASH_INFO& record, std::string& definition,
 }
 
 } // namespace
+
+std::string user_flash_name_problem(const std::string& name)
+{
+    if (name.empty() || name.size() > USER_FLASH_NAME_MOST)
+        return fmt::format("a name has 1 to {} characters", USER_FLASH_NAME_MOST);
+    if (name.find_first_of("@#;") != std::string::npos)
+        return "'@', '#' and ';' cannot be part of a name (they separate the fields of the value)";
+    return stored_text_problem(name, USER_FLASH_NAME_MOST);
+}
+
+std::string flash_voltage(const std::string& typed)
+{
+    std::string text = absl::AsciiStrToUpper(typed);
+    if (!text.empty() && text.back() != 'V')
+        text += 'V';
+    return text == "3.3V" || text == "1.8V" ? text : "";
+}
 
 std::string user_flash_value(const std::vector<MOXDEV_SFL_FLASH_INFO>& records, std::string* error)
 {
@@ -122,12 +146,9 @@ std::string refusal(const FLASH_QUESTION& question, const std::string& answer, D
 {
     switch (question.kind) {
     case FLASH_ANSWER::NAME:
-        if (answer.empty() || answer.size() > question.maximum)
-            return fmt::format("Empty name or name too long: 1 to {} characters", question.maximum);
-        if (answer.find_first_of("@#;") != std::string::npos)
-            return "Invalid input: '@', '#' and ';' cannot be part of a text (they separate the fields of "
-                   "the value)";
-        if (const std::string problem = stored_text_problem(answer, question.maximum); !problem.empty())
+        if (&question == &FLASH_QUESTIONS[Q_VOLTAGE])
+            return flash_voltage(answer).empty() ? "Invalid input: the voltage is 3.3V or 1.8V" : "";
+        if (const std::string problem = user_flash_name_problem(answer); !problem.empty())
             return "Invalid input: " + problem;
         return "";
     case FLASH_ANSWER::YES_NO:
@@ -239,7 +260,7 @@ bool ask_chip(std::istream& in, std::ostream& out, MOXDEV_SFL_FLASH_INFO& chip, 
     chip.protection_division = BYTE(values[Q_DIVISOR]);
     chip.bottom_value = BYTE(values[Q_BOTTOM]);
     chip.sdm_support = values[Q_SDM] != 0;
-    chip.asc_voltage = texts[Q_VOLTAGE];
+    chip.asc_voltage = flash_voltage(texts[Q_VOLTAGE]);
     return true;
 }
 

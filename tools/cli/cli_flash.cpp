@@ -179,11 +179,9 @@ QWORD parse_density(const std::string& text)
 // "3.3V", "3.3", "1.8v" as the table writes it ("3.3V").
 std::string parse_voltage(const std::string& typed)
 {
-    std::string text = upper_text(typed);
-    if (!text.empty() && text.back() != 'V')
-        text += 'V';
-    if (text != "3.3V" && text != "1.8V")
-        throw USER_ERROR{"'" + typed + "' is not a flash voltage (3.3V or 1.8V)"};
+    const std::string text = moxdev::flash_voltage(typed);
+    if (text.empty())
+        throw USER_ERROR{moxdev::quoted(typed) + " is not a flash voltage (3.3V or 1.8V)"};
     return text;
 }
 

@@ -128,6 +128,13 @@ SFDP_RESULT examine_sfdp(const std::string& file, const std::vector<std::string>
                          bool define)
 {
     SFDP_RESULT result;
+    // The name goes into a definition value: the same rule as the dialogue's.
+    if (!name.empty()) {
+        std::string upper = name;
+        stl_toupper(upper);
+        if (const std::string problem = moxdev::user_flash_name_problem(upper); !problem.empty())
+            throw USER_ERROR{"--name " + moxdev::quoted(name) + ": " + problem};
+    }
     const std::vector<BYTE> bytes = read_sfdp_file(file);
     std::string error;
     if (!moxdev_decode_sfdp(bytes.data(), bytes.size(), result.sfdp, error))
@@ -289,7 +296,7 @@ void add_sfdp_command(CLI::App& flash)
         ->expected(1, 6);
     sfdp->add_option("--name", name,
                      "The derived record's device name when the table does not know the ID "
-                     "(default SFDP_ and the ID)");
+                     "(default SFDP_ and the ID; 1 to 19 characters without '@', '#' or ';')");
     sfdp->add_flag("--define", define,
                    "Also print the MOX_SUPPORT_EXT_SPI_DEV value that defines the derived record as the user flash");
     sfdp->footer("Fields SFDP does not give (flows, protection bits, die count, voltage, and the times of a "
