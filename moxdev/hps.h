@@ -26,6 +26,12 @@ struct HPS_PARAMETER {
     std::vector<DWORD> ranges;
     std::vector<DWORD> hits;
     DWORD scale;
+    // What the prompt leaves unsaid, for a person: shown after it, e.g. the
+    // byte order of an ID. Null when nothing is.
+    const char* hint = nullptr;
+    // The answer may be ID bytes in read order ("20 BA 18"), stored with the
+    // first byte lowest.
+    bool id_bytes = false;
 };
 
 // What tells the two kinds of part apart.
@@ -52,9 +58,12 @@ struct HPS_KIND<MOXDEV_HPS_SPI_STRUCTURE> {
 
 // Reads `answer` (trimmed) for `parameter` into the field `field` points to:
 // texts are upper-cased and may not be empty, flags are Y or N, numbers are
-// checked by the parameter's rule (a number may be written as its prompt
-// writes it: 64k for 65536; -1 is the largest value) and scaled. Returns ""
-// when the answer was taken, else why it was refused, in the prompt's words.
+// checked by the parameter's rule and scaled. A number may be written as its
+// prompt writes it: with the prompt's unit ("64k" or "64KB" for a size in
+// Kbyte, "256MB" for MByte, "5s" for seconds), with a k for 1024 where the
+// prompt writes one ("64k MByte"); -1 is the largest value; ID bytes as read
+// where the parameter says so. Returns "" when the answer was taken, else
+// why it was refused, in the prompt's words.
 std::string read_hps_answer(const HPS_PARAMETER& parameter, const std::string& answer, void* field);
 
 // The user's parts held by a data set of this kind, in order; a damaged part
@@ -70,6 +79,10 @@ std::vector<BYTE> pack_hps_user_set(const std::vector<RECORD>& records);
 // not read back as it was.
 template <class RECORD>
 bool pack_hps_user_set(const std::vector<RECORD>& records, std::vector<BYTE>& data, std::string& error);
+
+// Whether two parts hold the same value in every parameter.
+template <class RECORD>
+bool same_hps_part(const RECORD& a, const RECORD& b);
 
 // The longest text a part's text field holds.
 inline constexpr std::size_t HPS_TEXT_MOST = 255;

@@ -347,30 +347,40 @@ TEST(CliHps, UserPartsAreAddedListedAndRemovedWithReasonsForEveryRefusal)
     const SCRATCH dir;
     const std::string density = "Memory Density [1 - 64k MByte] : ";
     const std::string range = "Input is out of range: answer 1 to 65536\n";
-    const std::string ids = "Manufacturer ID (hex) [Cannot be all 0's or all 1's] : 2C\n"
-                            "Device ID (hex) [Cannot be all 0's or all 1's] : DC\n";
+    const std::string id_prompt = "Manufacturer ID (hex) [Cannot be all 0's or all 1's] (one byte, 01 to FE) : ";
+    const std::string ids =
+        id_prompt + "2C\nDevice ID (hex) [Cannot be all 0's or all 1's] (one byte, 01 to FE) : DC\n";
     const std::string prompts = ids + density + "512\n";
     dir.expect({
         {"moxdev hps list nand", 0, "10 records, 0 of them the user's"},
         {"moxdev hps remove spi -1", 1, "moxdev: there are no user spi records to remove (index -1)\n"},
-        // Each refused answer with its reason, then the question again.
-        {"printf 'zz\\n2C\\nDC\\n0\\n65537\\n4294967297\\n99999999999999999999999\\n-5\\n64m\\n64K\\n' | "
-         "moxdev hps add nand",
+        // Each refused answer with its reason, then the question again. An ID
+        // is one byte; a size may carry the prompt's unit or its k.
+        {"printf 'zz\\n100\\n1AB\\n2C\\nDC\\n0\\n65537\\n4294967297\\n99999999999999999999999\\n-5\\n64g\\n64K\\n' "
+         "| moxdev hps add nand",
          0,
-         "Manufacturer ID (hex) [Cannot be all 0's or all 1's] : zz\n'zz' is not a hexadecimal number\n" + ids +
-             density + "0\n" + range + density + "65537\n" + range + density + "4294967297\n" + range + density +
-             "99999999999999999999999\n" + range + density +
+         id_prompt + "zz\n'zz' is not a hexadecimal number\n" + id_prompt +
+             "100\nInput is out of range: answer 1 to FE\n" + id_prompt +
+             "1AB\nInput is out of range: answer 1 to FE\n" + ids + density + "0\n" + range + density + "65537\n" +
+             range + density + "4294967297\n" + range + density + "99999999999999999999999\n" + range + density +
              "-5\n'-5' is not a number (digits, or digits and k for 1024)\n" + density +
-             "64m\n'64m' is not a number (digits, or digits and k for 1024)\n" + density +
+             "64g\n'64g' is not a number (digits, or digits and k for 1024)\n" + density +
              "64K\nadded: 0x0000002C 0x000000DC 68719476736\n"},
         // Prompts keep their lines through a pipe or a file...
-        {"printf '2C\\nDC\\n512\\n' > answers.txt && moxdev hps add nand < answers.txt", 0,
-         prompts + "added: 0x0000002C 0x000000DC 536870912\n"},
-        {"moxdev hps add nand --input answers.txt", 0, prompts + "added: 0x0000002C 0x000000DC 536870912\n"},
+        {"printf '2C\\nDC\\n512MB\\n' > answers.txt && moxdev hps add nand < answers.txt", 0,
+         ids + density + "512MB\nadded: 0x0000002C 0x000000DC 536870912\n"},
+        {"printf '2C\\nDC\\n512\\n' > answers.txt && moxdev hps add nand --input answers.txt", 1,
+         prompts + "moxdev: cannot change " + dir.file("mox_flash.ini") +
+             ": this part is already user nand record 0 (see 'moxdev hps list nand')\n"},
         // ...but on a terminal the typed answer is on the prompt's line already,
         // so nothing follows the prompt. script (util-linux; Debian's bsdutils)
         // gives the command a terminal.
-        {"script -qec 'moxdev hps add nand' /dev/null < answers.txt", 0, density + "added: "},
+        {"printf '2C\\nDC\\n128\\n' > answers2.txt && script -qec 'moxdev hps add nand' /dev/null < answers2.txt", 0,
+         density + "added: "},
+        // A directory the file cannot be written in is refused before any question.
+        {"MOXDEV_MODULE_DIR=missing moxdev hps add nand < answers.txt", 1,
+         "moxdev: cannot write mox_flash.ini in the module directory missing: it does not exist; set "
+         "MOXDEV_MODULE_DIR to a directory you can write\n"},
         {"moxdev hps clear nand", 0, "removed every user nand record\n"},
         {"printf '98\\nD3\\n1024\\n' | moxdev hps add nand && moxdev hps add nand < answers.txt", 0, ""},
         {"moxdev hps list nand", 0,
@@ -384,7 +394,8 @@ TEST(CliHps, UserPartsAreAddedListedAndRemovedWithReasonsForEveryRefusal)
                      std::string("moxdev: index ") + index +
                          " is not one of the 2 user nand records (0 to 1; see 'moxdev hps list nand')\n"}});
     dir.expect({
-        {"printf '1840EF\\nFFFFFF\\n0\\n0\\nwinbond\\nqspi_128\\n128\\n64\\n256\\n200\\n2\\n2\\n3000\\n1\\n1\\ny"
+        // The silicon ID as read (stored first byte lowest), the sector size with its unit.
+        {"printf 'EF 40 18\\nFFFFFF\\n0\\n0\\nwinbond\\nqspi_128\\n128\\n64k\\n256\\n200\\n2\\n2\\n3000\\n1\\n1\\ny"
          "\\nDC\\n12\\n13\\n' > spi.txt && moxdev hps add spi --input spi.txt",
          0, ""},
         {"moxdev hps list spi", 0,

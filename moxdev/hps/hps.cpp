@@ -6,6 +6,9 @@
 #include "host/gen_string.h"
 
 #include <absl/strings/ascii.h>
+#include <absl/strings/match.h>
+#include <absl/strings/str_split.h>
+#include <absl/strings/strip.h>
 #include <fmt/format.h>
 
 #include <cctype>
@@ -30,21 +33,61 @@ namespace moxdev {
          MOXDEV_HPS_BRACED hits,                                                                                       \
      scale},
 
+namespace {
+
+// This project's rules beside the field list's own, by parameter name.
+struct PROJECT_RULE {
+    const char* name;
+    std::vector<DWORD> ranges; // replaces the list's ranges when not empty
+    const char* hint;
+    bool id_bytes;
+};
+
+// The field list's rows with this project's rules applied.
+std::vector<HPS_PARAMETER> with_rules(std::vector<HPS_PARAMETER> parameters, const std::vector<PROJECT_RULE>& rules)
+{
+    for (const PROJECT_RULE& rule : rules) {
+        for (HPS_PARAMETER& parameter : parameters) {
+            if (std::strcmp(parameter.name, rule.name) != 0)
+                continue;
+            if (!rule.ranges.empty())
+                parameter.ranges = rule.ranges;
+            parameter.hint = rule.hint;
+            parameter.id_bytes = rule.id_bytes;
+        }
+    }
+    return parameters;
+}
+
+} // namespace
+
 #define MOXDEV_HPS_FIELD MOXDEV_HPS_PARAMETER
 const std::vector<HPS_PARAMETER>& HPS_KIND<MOXDEV_HPS_NAND_STRUCTURE>::parameters()
 {
-    static const std::vector<HPS_PARAMETER> parameters = {
+    // A NAND ID is one byte: the list's rule alone would take 1AB, and
+    // refuse 100 as "all 0's" by its low byte.
+    static const std::vector<HPS_PARAMETER> parameters = with_rules(
+        {
 #include "moxdev/moxdev_hps_nand_fields.def"
-    };
+        },
+        {{"manufacturer_id", {1, 0x01, 0xFE}, "one byte, 01 to FE", false},
+         {"device_id", {1, 0x01, 0xFE}, "one byte, 01 to FE", false}});
     return parameters;
 }
 
 #define MOXDEV_HPS_FIELD MOXDEV_HPS_PARAMETER
 const std::vector<HPS_PARAMETER>& HPS_KIND<MOXDEV_HPS_SPI_STRUCTURE>::parameters()
 {
-    static const std::vector<HPS_PARAMETER> parameters = {
+    // The silicon ID is stored with the first byte read lowest (the built-in
+    // parts hold 20 BA 18 as 0x0018BA20); a person may give the bytes as read.
+    static const std::vector<HPS_PARAMETER> parameters = with_rules(
+        {
 #include "moxdev/moxdev_hps_spi_fields.def"
-    };
+        },
+        {{"siid",
+          {},
+          "the Read-ID bytes as read, e.g. 20 BA 18; one number holds the first byte lowest: 18BA20",
+          true}});
     return parameters;
 }
 
@@ -92,6 +135,64 @@ bool prompt_takes_k(const char* prompt)
 {
     static const std::regex k_number("[0-9][kK]\\b");
     return std::regex_search(prompt, k_number);
+}
+
+// The unit a prompt states for its answer ("[1 - 1024 Kbyte]" gives Kbyte)
+// and the ways people write it, lower-cased; none when it states none.
+const std::vector<std::string>& unit_spellings(const char* prompt)
+{
+    static const std::vector<std::pair<std::regex, std::vector<std::string>>> units = {
+        {std::regex("Kbyte\\]"), {"k", "kb", "kib", "kbyte", "kbytes"}},
+        {std::regex("MByte\\]"), {"m", "mb", "mib", "mbyte", "mbytes"}},
+        {std::regex("Mbit\\]"), {"m", "mb", "mbit", "mbits"}},
+        {std::regex("microseconds\\]"), {"us", "microsecond", "microseconds"}},
+        {std::regex("[^o]seconds\\]"), {"s", "sec", "second", "seconds"}},
+    };
+    static const std::vector<std::string> none;
+    for (const auto& [pattern, spellings] : units) {
+        if (std::regex_search(prompt, pattern))
+            return spellings;
+    }
+    return none;
+}
+
+// `answer` without a trailing unit written as the prompt states it.
+std::string without_unit(const HPS_PARAMETER& parameter, const std::string& answer)
+{
+    if (parameter.hex)
+        return answer;
+    const std::size_t digits = answer.find_first_not_of("0123456789");
+    if (digits == std::string::npos || digits == 0)
+        return answer;
+    const std::string suffix = absl::AsciiStrToLower(absl::StripAsciiWhitespace(answer.substr(digits)));
+    for (const std::string& spelling : unit_spellings(parameter.prompt)) {
+        // "64k MByte": the k before the unit is a multiple, kept.
+        for (const std::string& kept : {std::string(), std::string("k")}) {
+            if (suffix == kept + spelling || suffix == kept + " " + spelling)
+                return answer.substr(0, digits) + kept;
+        }
+    }
+    return answer;
+}
+
+// ID bytes as read ("20 BA 18", "20,BA,18"), the first byte lowest; false
+// when `answer` is not such a list of one to four bytes.
+bool read_id_bytes(const std::string& answer, QWORD& value)
+{
+    if (answer.find_first_of(" \t,:") == std::string::npos)
+        return false;
+    value = 0;
+    int count = 0;
+    for (const absl::string_view word : absl::StrSplit(answer, absl::ByAnyChar(" \t,:"), absl::SkipEmpty())) {
+        absl::string_view digits = word;
+        if (absl::StartsWithIgnoreCase(digits, "0x"))
+            digits.remove_prefix(2);
+        if (count == 4 || digits.empty() || digits.size() > 2 ||
+            digits.find_first_not_of("0123456789abcdefABCDEF") != digits.npos)
+            return false;
+        value |= QWORD(std::stoul(std::string(digits), nullptr, 16)) << (8 * count++);
+    }
+    return count > 0;
 }
 
 // Reads `text` as a whole number (hexadecimal digits with an optional 0x when
@@ -156,7 +257,8 @@ std::string numeric_answer(const HPS_PARAMETER& parameter, const std::string& an
     if (answer != "-1") {
         const bool k = prompt_takes_k(parameter.prompt);
         bool too_large = false;
-        if (!read_number(answer, parameter.hex, k, value, too_large))
+        if (parameter.id_bytes && read_id_bytes(answer, value)) {
+        } else if (!read_number(without_unit(parameter, answer), parameter.hex, k, value, too_large))
             return shown + (parameter.hex ? " is not a hexadecimal number"
                             : k           ? " is not a number (digits, or digits and k for 1024)"
                                           : " is not a number");
@@ -246,6 +348,29 @@ std::vector<RECORD> unpack_hps_user_set(const std::vector<BYTE>& set, bool* fore
 }
 
 template <class RECORD>
+bool same_hps_part(const RECORD& a, const RECORD& b)
+{
+    for (DWORD p = 0; p < RECORD::PARAMS; ++p) {
+        const void* x = a.param[p];
+        const void* y = b.param[p];
+        bool same = true;
+        switch (RECORD::TYPES[p]) {
+        case MOXDEV_PARAM_STRING:
+            same = *static_cast<const std::string*>(x) == *static_cast<const std::string*>(y);
+            break;
+        case MOXDEV_PARAM_BOOL: same = *static_cast<const bool*>(x) == *static_cast<const bool*>(y); break;
+        case MOXDEV_PARAM_BYTE: same = *static_cast<const BYTE*>(x) == *static_cast<const BYTE*>(y); break;
+        case MOXDEV_PARAM_WORD: same = *static_cast<const WORD*>(x) == *static_cast<const WORD*>(y); break;
+        case MOXDEV_PARAM_DWORD: same = *static_cast<const DWORD*>(x) == *static_cast<const DWORD*>(y); break;
+        case MOXDEV_PARAM_QWORD: same = *static_cast<const QWORD*>(x) == *static_cast<const QWORD*>(y); break;
+        }
+        if (!same)
+            return false;
+    }
+    return true;
+}
+
+template <class RECORD>
 std::string hps_record_problem(const RECORD& record)
 {
     for (DWORD p = 0; p < RECORD::PARAMS; ++p) {
@@ -295,6 +420,8 @@ template std::vector<MOXDEV_HPS_NAND_STRUCTURE> unpack_hps_user_set(const std::v
 template std::vector<MOXDEV_HPS_SPI_STRUCTURE> unpack_hps_user_set(const std::vector<BYTE>&, bool*);
 template std::vector<BYTE> pack_hps_user_set(const std::vector<MOXDEV_HPS_NAND_STRUCTURE>&);
 template std::vector<BYTE> pack_hps_user_set(const std::vector<MOXDEV_HPS_SPI_STRUCTURE>&);
+template bool same_hps_part(const MOXDEV_HPS_NAND_STRUCTURE&, const MOXDEV_HPS_NAND_STRUCTURE&);
+template bool same_hps_part(const MOXDEV_HPS_SPI_STRUCTURE&, const MOXDEV_HPS_SPI_STRUCTURE&);
 template std::string hps_record_problem(const MOXDEV_HPS_NAND_STRUCTURE&);
 template std::string hps_record_problem(const MOXDEV_HPS_SPI_STRUCTURE&);
 template bool pack_hps_user_set(const std::vector<MOXDEV_HPS_NAND_STRUCTURE>&, std::vector<BYTE>&, std::string&);

@@ -6,7 +6,9 @@
 
 #include <fmt/format.h>
 
+#include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <functional>
 #include <iostream>
@@ -154,9 +156,31 @@ bool next_answer(std::istream& in, std::string& answer)
     return true;
 }
 
+// Refuses before any question is asked when the user file cannot be
+// written: its directory must be there and writable.
+void check_writable()
+{
+    const std::filesystem::path file = moxdev::parameter_file_path();
+    const std::filesystem::path directory = file.parent_path().empty() ? "." : file.parent_path();
+    std::error_code error;
+    const auto status = std::filesystem::status(directory, error);
+    std::string reason;
+    if (!std::filesystem::exists(status))
+        reason = "it does not exist";
+    else if (!std::filesystem::is_directory(status))
+        reason = "it is not a directory";
+    else if (::access(directory.c_str(), W_OK | X_OK) != 0)
+        reason = std::strerror(errno);
+    if (!reason.empty())
+        throw USER_ERROR{fmt::format("cannot write {} in the module directory {}: {}; set MOXDEV_MODULE_DIR to a "
+                                     "directory you can write",
+                                     file.filename().string(), directory.string(), reason)};
+}
+
 template <class RECORD>
 void add(const KIND<RECORD>& kind, const std::string& input_file)
 {
+    check_writable();
     ANSWER_SOURCE source(input_file);
     std::istream& in = source.stream();
     // A terminal shows the typed answer on the prompt's line; answers from a
@@ -168,7 +192,10 @@ void add(const KIND<RECORD>& kind, const std::string& input_file)
     for (DWORD p = 0; p < RECORD::PARAMS; ++p) {
         const moxdev::HPS_PARAMETER& parameter = kind.parameters()[p];
         for (;;) {
-            fmt::print("{} : ", parameter.prompt);
+            if (parameter.hint != nullptr)
+                fmt::print("{} ({}) : ", parameter.prompt, parameter.hint);
+            else
+                fmt::print("{} : ", parameter.prompt);
             std::fflush(stdout);
             std::string answer;
             if (!next_answer(in, answer)) {
@@ -186,7 +213,15 @@ void add(const KIND<RECORD>& kind, const std::string& input_file)
         }
     }
 
-    change_user_records(kind, [&](std::vector<RECORD>& records, std::string&) {
+    change_user_records(kind, [&](std::vector<RECORD>& records, std::string& refusal) {
+        // The same part twice changes nothing a programmer sees.
+        for (std::size_t i = 0; i < records.size(); ++i) {
+            if (moxdev::same_hps_part(records[i], record)) {
+                refusal = fmt::format("this part is already user {} record {} (see 'moxdev hps list {}')", kind.label,
+                                      i, kind.label);
+                return false;
+            }
+        }
         records.insert(records.begin(), record);
         return true;
     });
@@ -332,7 +367,11 @@ void add_hps_commands(CLI::App& app)
     add_command->footer("Each parameter is asked with its prompt and checked; a refused answer is explained and "
                         "asked again. Answers come from the terminal, standard input or --input; answers that do "
                         "not come from the terminal are shown after their prompt. A number may be written as the "
-                        "prompt writes it (64k for 65536).");
+                        "prompt writes it, with its unit or its k: 64k or 64KB for a size in Kbyte, 256MB or 64k "
+                        "for one in MByte, 80s for seconds. A NAND ID is one byte (01 to FE); the SPI silicon ID "
+                        "may be given as read (20 BA 18; one number holds the first byte lowest: 18BA20). A part "
+                        "that is already a user part is refused. The part goes into mox_flash.ini in "
+                        "MOXDEV_MODULE_DIR, which must be writable.");
     kind_option(add_command);
     add_command->add_option("--input", input, "Read the answers from this file, one per line");
     add_command->callback([] { with_kind(kind, [](const auto& k) { add(k, input); }); });

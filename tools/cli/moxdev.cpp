@@ -119,6 +119,14 @@ bool output_written()
     return false;
 }
 
+// What was printed before an error goes out first, so that a transcript
+// shows the error where it happened.
+void flush_answer()
+{
+    std::cout.flush();
+    std::fflush(stdout);
+}
+
 int run(int argc, char** argv);
 
 } // namespace
@@ -166,13 +174,16 @@ int run(int argc, char** argv)
         report_usage_error(app, e, argc, argv);
         return EXIT_USAGE;
     } catch (const USER_ERROR& e) {
+        flush_answer();
         std::fprintf(stderr, "moxdev: %s\n", e.message.c_str());
         return EXIT_USAGE;
     } catch (const MSG_INTERNAL_ERROR& e) {
+        flush_answer();
         std::fprintf(stderr, "moxdev: internal error: %s (%s, line %d)\n", e.condition().c_str(), e.unit().c_str(),
                      e.line());
         return EXIT_INTERNAL;
     } catch (const std::filesystem::filesystem_error& e) {
+        flush_answer();
         // A path the system refuses (a link loop, a name too long, a folder
         // that cannot be searched) is the caller's setting to correct.
         std::fprintf(stderr, "moxdev: %s: %s\n", e.path1().c_str(), e.code().message().c_str());
@@ -187,6 +198,7 @@ int run(int argc, char** argv)
         std::fprintf(stderr, "moxdev: internal error: %s\n", e.what());
         return EXIT_INTERNAL;
     } catch (const std::exception& e) {
+        flush_answer();
         // Anything else the library or a verb throws is a defect too.
         std::fprintf(stderr, "moxdev: internal error: %s\n", e.what());
         return EXIT_INTERNAL;
