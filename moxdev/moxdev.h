@@ -27,6 +27,7 @@
 
 #include "moxdev/files.h"
 #include "moxdev/flash.h"
+#include "moxdev/flash_sources.h"
 #include "moxdev/generate.h"
 #include "moxdev/hps.h"
 #include "moxdev/parameter_file.h"

@@ -12,6 +12,7 @@
 
 #include <absl/strings/ascii.h>
 #include <absl/strings/match.h>
+#include <absl/strings/str_join.h>
 #include <absl/strings/str_split.h>
 #include <algorithm>
 #include <fmt/format.h>
@@ -25,15 +26,145 @@
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <map>
 #include <set>
 #include <type_traits>
 
 namespace moxdev_cli {
 
-void print_record(const MOXDEV_SFL_FLASH_INFO& record)
+namespace {
+
+// A size in bytes as people read it: "16 MiB", "64 KiB", "512 bytes".
+std::string bytes_size_text(QWORD bytes)
 {
+    for (const auto& [unit, shift] : {std::pair<const char*, int>{"GiB", 30}, {"MiB", 20}, {"KiB", 10}}) {
+        if (bytes >= (QWORD(1) << shift) && bytes % (QWORD(1) << shift) == 0)
+            return fmt::format("{} {}", bytes >> shift, unit);
+    }
+    return fmt::format("{} bytes", bytes);
+}
+
+// A density: "16 MiB (128 Mbit)".
+std::string density_text(DWORD bits)
+{
+    const std::string mbit =
+        bits % (1u << 20) == 0 ? fmt::format("{} Mbit", bits >> 20) : fmt::format("{} Kbit", bits >> 10);
+    return bytes_size_text(bits / 8) + " (" + mbit + ")";
+}
+
+// A time given in microseconds: "3 ms", "700 us", "2 s".
+std::string microseconds_text(QWORD us)
+{
+    if (us >= 1000000 && us % 1000000 == 0)
+        return fmt::format("{} s", us / 1000000);
+    if (us >= 1000 && us % 1000 == 0)
+        return fmt::format("{} ms", us / 1000);
+    return fmt::format("{} us", us);
+}
+
+// The unit of each field whose name does not say it.
+const std::map<std::string, std::string> FIELD_UNITS = {
+    {"device_bit_size", "bits"}, {"device_sector_byte", "bytes"}, {"bulk_erase_time", "s"},
+    {"sec_erase_time", "s"},     {"program_utime", "us"},
+};
+
+// A field's value with its unit, and the value as people read it.
+std::string value_with_unit(const MOXDEV_SFL_FLASH_INFO& record, const std::string& field, const std::string& value)
+{
+    if (field == "device_bit_size")
+        return value + " bits (" + bytes_size_text(record.device_bit_size / 8) + ")";
+    if (field == "device_sector_byte")
+        return value + " bytes (" + bytes_size_text(record.device_sector_byte) + ")";
+    if (field == "program_utime")
+        return value + " us" +
+               (record.program_utime >= 1000 && record.program_utime % 1000 == 0
+                    ? " (" + microseconds_text(record.program_utime) + ")"
+                    : "");
+    if (field == "bulk_erase_time" || field == "sec_erase_time")
+        return value + " s";
+    return value;
+}
+
+} // namespace
+
+std::string record_summary(const MOXDEV_SFL_FLASH_INFO& record)
+{
+    return fmt::format("ID {}, {}, {} sectors, {}", moxdev::flash_id_text(record), density_text(record.device_bit_size),
+                       bytes_size_text(record.device_sector_byte), record.asc_voltage);
+}
+
+void print_record(const MOXDEV_SFL_FLASH_INFO& record, const moxdev::MAXIMA_SOURCE* source)
+{
+    fmt::print("  maxima: chip erase {} s, sector erase {} s, page program {}\n", record.bulk_erase_time,
+               record.sec_erase_time, microseconds_text(record.program_utime));
+    fmt::print("  from:   {}\n", source_text(source));
+    if (source != nullptr && !source->raised_by.empty())
+        fmt::print("          raised to cover the later records with its ID: {}\n",
+                   absl::StrJoin(source->raised_by, ", "));
     for (const auto& field : moxdev_flash_info_to_text(record))
-        fmt::print("  {:<20} {}\n", field.first, field.second);
+        fmt::print("  {:<20} {}\n", field.first, value_with_unit(record, field.first, field.second));
+}
+
+std::string source_text(const moxdev::MAXIMA_SOURCE* source)
+{
+    if (source == nullptr)
+        return "not recorded (no line for this record in " + moxdev::FLASH_SOURCES::default_path() + ")";
+    const std::string sheet =
+        "\"" + source->datasheet + "\"" + (source->revision.empty() ? "" : ", " + source->revision);
+    if (source->kind == "datasheet")
+        return "its datasheet " + sheet;
+    if (source->kind == "sibling")
+        return "the sibling " + source->sibling + " (" + source->scaling + "), datasheet " + sheet;
+    return source->kind + ": " + source->note;
+}
+
+JSON source_json(const moxdev::MAXIMA_SOURCE* source)
+{
+    if (source == nullptr)
+        return nullptr;
+    JSON json = {{"kind", source->kind}};
+    if (source->kind == "datasheet" || source->kind == "sibling") {
+        json["datasheet"] = source->datasheet;
+        json["revision"] = source->revision;
+        json["at"] = source->at;
+        json["conditions"] = source->conditions;
+    }
+    if (source->kind == "sibling") {
+        json["sibling"] = source->sibling;
+        json["scaling"] = source->scaling;
+    }
+    if (!source->note.empty())
+        json["note"] = source->note;
+    json["raised_by"] = source->raised_by;
+    return json;
+}
+
+JSON units_json()
+{
+    JSON units = JSON::object();
+    for (const auto& [field, unit] : FIELD_UNITS)
+        units[field] = unit;
+    return units;
+}
+
+const moxdev::FLASH_SOURCES& table_sources()
+{
+    static const moxdev::FLASH_SOURCES sources = [] {
+        moxdev::FLASH_SOURCES loaded;
+        std::string error;
+        if (!loaded.load(moxdev::FLASH_SOURCES::default_path(), error))
+            std::fprintf(stderr, "moxdev: warning: %s; where the maxima come from is not shown\n", error.c_str());
+        return loaded;
+    }();
+    return sources;
+}
+
+const moxdev::MAXIMA_SOURCE* record_source(const MOXDEV_FLASH_MANAGER& manager, DWORD index)
+{
+    static const moxdev::MAXIMA_SOURCE user = moxdev::user_maxima_source();
+    if (index == 0 && moxdev::user_flash(manager) != nullptr)
+        return &user;
+    return table_sources().find(manager.get_flash_database()[index]);
 }
 
 JSON record_json(const MOXDEV_SFL_FLASH_INFO& record)
@@ -142,7 +273,9 @@ JSON entry_json(const MOXDEV_FLASH_MANAGER& manager, DWORD index, const JSON& sh
             {"user_defined", state.user},
             {"switch", text_or_null(state.switch_name)},
             {"usable", state.usable},
-            {"record", record_json(manager.get_flash_database()[index])}};
+            {"record", record_json(manager.get_flash_database()[index])},
+            {"units", units_json()},
+            {"maxima_source", source_json(record_source(manager, index))}};
 }
 
 // A density as the list shows it: Mbit, with a fraction below 1 Mbit.
@@ -341,8 +474,9 @@ void flash_list(bool every_record, bool full, const LIST_FILTER& filter)
             continue;
         }
         const MOXDEV_SFL_FLASH_INFO& record = manager.get_flash_database()[i];
-        fmt::print("Flash record {}: {} {}\n", i, record.manufacturer_name, record.device_name);
-        print_record(record);
+        fmt::print("Flash record {}: {} {}, {}\n", i, record.manufacturer_name, record.device_name,
+                   record_summary(record));
+        print_record(record, record_source(manager, i));
     }
     fmt::print("{} records: {}\n", listed.size(), maker_counts(manager, listed));
 }
@@ -387,10 +521,65 @@ void flash_show(const std::string& name)
             where += " (user-defined)";
         else if (!state.switch_name.empty() && state.usable)
             where += " (" + state.switch_name + " on)";
-        fmt::print("{}{} {}: {}, ID {}{}\n", n == 0 ? "" : "\n", record.manufacturer_name, record.device_name, where,
-                   id_text(record), record.default_dev ? ", default" : "");
-        print_record(record);
+        fmt::print("{}{} {}: {}{}, {}\n", n == 0 ? "" : "\n", record.manufacturer_name, record.device_name, where,
+                   record.default_dev ? ", default" : "", record_summary(record));
+        print_record(record, record_source(manager, i));
     }
+}
+
+// moxdev flash sources: each cited datasheet once, in table order, with the
+// records whose maxima come from it.
+void flash_sources()
+{
+    const moxdev::FLASH_SOURCES& sources = table_sources();
+    if (sources.entries().empty())
+        throw USER_ERROR{"no sources are known: " + moxdev::FLASH_SOURCES::default_path() + " lists none"};
+    struct SHEET {
+        const moxdev::MAXIMA_SOURCE* source;
+        std::vector<const moxdev::FLASH_SOURCES::ENTRY*> records;
+    };
+    std::vector<SHEET> sheets;
+    for (const moxdev::FLASH_SOURCES::ENTRY& entry : sources.entries()) {
+        const moxdev::MAXIMA_SOURCE& source = entry.source;
+        auto same = std::find_if(sheets.begin(), sheets.end(), [&](const SHEET& sheet) {
+            return sheet.source->datasheet == source.datasheet && sheet.source->revision == source.revision;
+        });
+        if (same == sheets.end())
+            same = sheets.insert(sheets.end(), SHEET{&source, {}});
+        same->records.push_back(&entry);
+    }
+    if (json_output) {
+        JSON documents = JSON::array();
+        for (const SHEET& sheet : sheets) {
+            JSON records = JSON::array();
+            for (const auto* entry : sheet.records) {
+                JSON record = {{"name", entry->name}, {"id", entry->id}, {"kind", entry->source.kind}};
+                if (entry->source.kind == "sibling") {
+                    record["sibling"] = entry->source.sibling;
+                    record["scaling"] = entry->source.scaling;
+                }
+                records.push_back(record);
+            }
+            documents.push_back({{"datasheet", sheet.source->datasheet},
+                                 {"revision", sheet.source->revision},
+                                 {"at", sheet.source->at},
+                                 {"records", records}});
+        }
+        print_json(documents);
+        return;
+    }
+    for (const SHEET& sheet : sheets) {
+        std::string detail = sheet.source->revision;
+        if (!sheet.source->at.empty())
+            detail += (detail.empty() ? "" : "; ") + std::string("a copy: ") + sheet.source->at;
+        fmt::print("{}\n{}", sheet.source->datasheet, detail.empty() ? "" : "  " + detail + "\n");
+        for (const auto* entry : sheet.records) {
+            fmt::print("    {:<18} {:<11} {}\n", entry->name, entry->id,
+                       entry->source.kind == "sibling" ? "from " + entry->source.sibling + ": " + entry->source.scaling
+                                                       : "its own");
+        }
+    }
+    fmt::print("{} datasheets, {} records\n", sheets.size(), sources.entries().size());
 }
 
 std::string bytes_text(const std::vector<BYTE>& bytes)
@@ -457,11 +646,19 @@ void flash_identify(const std::vector<std::string>& words, bool silicon_id, cons
     const std::vector<BYTE> bytes = parse_id_bytes(words);
     MOXDEV_FLASH_MANAGER manager = load_table(false);
     const DWORD table_count = manager.get_flash_count();
+    std::vector<std::string> sfdp_assumed;
     if (!sfdp_file.empty()) {
         if (silicon_id)
             throw USER_ERROR{"--sfdp binds by the device ID, not by a silicon ID"};
         const std::vector<BYTE> sfdp = read_sfdp_file(sfdp_file);
         std::string error;
+        // What the read leaves to assumptions says where a derived record's
+        // maxima come from.
+        MOXDEV_SFDP decoded;
+        MOXDEV_SFDP_RECORD derivation;
+        if (bytes.size() >= 3 && moxdev_decode_sfdp(sfdp.data(), sfdp.size(), decoded, error) &&
+            moxdev_sfdp_record(decoded, bytes.data(), "", "", MOXDEV_SFDP_ASSUMPTIONS{}, derivation, error))
+            sfdp_assumed = derivation.assumed;
         if (!moxdev::bind_flash_by_sfdp(manager, 0, bytes.data(), DWORD(bytes.size()), sfdp.data(), sfdp.size(),
                                         &error))
             throw USER_ERROR{error};
@@ -471,20 +668,26 @@ void flash_identify(const std::vector<std::string>& words, bool silicon_id, cons
     const DWORD index = manager.get_flash_mapping_index(0, false);
     const bool user = index == 0 && moxdev::user_flash(manager) != nullptr;
     const bool derived = index >= table_count;
+    const MOXDEV_SFL_FLASH_INFO& record = manager.get_flash_database()[index];
+    const moxdev::MAXIMA_SOURCE derived_source = moxdev::sfdp_maxima_source(sfdp_assumed);
+    const moxdev::MAXIMA_SOURCE* source = derived ? &derived_source : record_source(manager, index);
     if (json_output) {
         print_json({{"id_bytes", bytes},
                     {"silicon_id", silicon_id},
                     {"record_index", index},
                     {"user_defined", user},
                     {"from_sfdp", derived},
-                    {"record", record_json(manager.get_flash_database()[index])}});
+                    {"record", record_json(record)},
+                    {"units", units_json()},
+                    {"maxima_source", source_json(source)}});
         return;
     }
-    fmt::print("{} {}: record {}{}\n", manager.sfl_get_manufacturer_name(0), manager.sfl_get_device_name(0), index,
+    fmt::print("{} {}: record {}{}, {}\n", manager.sfl_get_manufacturer_name(0), manager.sfl_get_device_name(0), index,
                user      ? " (user-defined)"
                : derived ? " (derived from its SFDP read)"
-                         : "");
-    print_record(manager.get_flash_database()[index]);
+                         : "",
+               record_summary(record));
+    print_record(record, source);
 }
 
 void flash_define(const std::string& input_file)
@@ -500,7 +703,8 @@ void flash_define(const std::string& input_file)
         const MOXDEV_SFL_FLASH_INFO& chip = definition.chips[n];
         fmt::print("{}{} {}: {}\n", n == 0 ? "" : "\n", chip.manufacturer_name, chip.device_name,
                    n == 0 ? "defined" : "defined (carried, but the flash manager uses only the first chip)");
-        print_record(chip);
+        const moxdev::MAXIMA_SOURCE user = moxdev::user_maxima_source();
+        print_record(chip, &user);
     }
     // The check the flash manager makes when it loads the value.
     moxdev::USER_FLASH_CONTENT content;
@@ -532,7 +736,8 @@ void flash_decode(const std::string& value)
                     {"further_definitions_ignored", content.more_chips},
                     {"accepted", content.accepted()}});
     } else {
-        print_record(content.record);
+        const moxdev::MAXIMA_SOURCE user = moxdev::user_maxima_source();
+        print_record(content.record, &user);
         const char* fields = !content.fields_valid                ? "INVALID (the loader ignores it)"
                              : content.record.device_name.empty() ? "INVALID (no device name: the loader ignores it)"
                                                                   : "valid";
@@ -613,6 +818,12 @@ void add_flash_commands(CLI::App& app)
     show->add_option("NAME", show_name, "The chip's name, e.g. mt25ql256 (letter case ignored)")->required();
     show->footer("Records whose MOX_ALLOW_ switch is off are shown too, marked not usable.");
     add_json_verb(show, [] { flash_show(show_name); });
+
+    CLI::App* sources = flash->add_subcommand("sources", "Every datasheet the flash maxima were read in, with the "
+                                                         "records that rest on it");
+    sources->footer("A record rests on a datasheet when its maxima were read in it, or when they were taken from a "
+                    "sibling read in it and scaled (the scaling is shown).");
+    add_json_verb(sources, [] { flash_sources(); });
 
     add_sfdp_command(*flash);
 

@@ -200,6 +200,9 @@ void print_sfdp_json(const SFDP_RESULT& result)
 {
     JSON document = sfdp_json(result.sfdp);
     document["record"] = record_json(result.derived.record);
+    document["units"] = units_json();
+    const moxdev::MAXIMA_SOURCE source = moxdev::sfdp_maxima_source(result.derived.assumed);
+    document["maxima_source"] = source_json(&source);
     document["assumed"] = result.derived.assumed;
     document["warnings"] = result.warnings;
     if (result.known) {
@@ -240,8 +243,9 @@ void print_sfdp_text(const SFDP_RESULT& result)
 {
     print_sfdp_facts(result.sfdp);
     const MOXDEV_SFL_FLASH_INFO& record = result.derived.record;
-    fmt::print("Derived record {} {}:\n", record.manufacturer_name, record.device_name);
-    print_record(record);
+    fmt::print("Derived record {} {}, {}:\n", record.manufacturer_name, record.device_name, record_summary(record));
+    const moxdev::MAXIMA_SOURCE source = moxdev::sfdp_maxima_source(result.derived.assumed);
+    print_record(record, &source);
     std::string assumed;
     for (const std::string& field : result.derived.assumed)
         assumed += (assumed.empty() ? "" : " ") + field;

@@ -359,6 +359,8 @@ struct RECORD {
     std::map<std::string, std::string> cells;
     std::string id_key; // what the Read-ID bytes compare against
     TIMES times;
+    // The later records with its ID whose longer maxima it carries.
+    std::vector<std::string> raised_by;
 };
 
 std::string hex(unsigned value)
@@ -468,7 +470,7 @@ std::string one_of(const CHIP& chip, const char* key, const std::string& fallbac
 
 RECORD make_record(const CHIP& chip, const std::vector<CHIP>& chips, unsigned number)
 {
-    RECORD record{&chip, {}, {}, times_of(chip, chips)};
+    RECORD record{&chip, {}, {}, times_of(chip, chips), {}};
     bool silicon = false;
     unsigned memory_id = 0, memory_type = 0;
     read_id(chip, record, silicon, memory_id, memory_type);
@@ -551,6 +553,11 @@ std::vector<RECORD> make_records(const std::vector<CHIP>& chips)
             if (records[j].id_key == records[i].id_key) {
                 TIMES& mine = records[i].times;
                 const TIMES& later = records[j].times;
+                if (later.chip_erase > mine.chip_erase || later.sector_erase > mine.sector_erase ||
+                    later.page_program > mine.page_program) {
+                    records[i].raised_by = records[j].raised_by;
+                    records[i].raised_by.insert(records[i].raised_by.begin(), records[j].cells.at("device_name"));
+                }
                 mine.chip_erase = std::max(mine.chip_erase, later.chip_erase);
                 mine.sector_erase = std::max(mine.sector_erase, later.sector_erase);
                 mine.page_program = std::max(mine.page_program, later.page_program);
@@ -643,18 +650,96 @@ std::string table_text(std::vector<CHIP>& chips)
     return out.str();
 }
 
+// ---------------------------------------------------------------- sources
+
+// The chip a sibling's maxima come from, and how they were scaled.
+std::string scaling_text(const CHIP& chip, const CHIP& sibling)
+{
+    const std::uint64_t bits = size_value(required(chip, "size"));
+    const std::uint64_t sibling_bits = size_value(required(sibling, "size"));
+    const std::uint64_t sector = size_value(required(chip, "sector"));
+    const std::uint64_t sibling_sector = size_value(required(sibling, "sector"));
+    std::string text = bits > sibling_bits
+                           ? "chip erase x" + std::to_string(bits / sibling_bits) + " (" + required(chip, "size").text +
+                                 " against " + required(sibling, "size").text + ")"
+                           : "chip erase as the sibling's";
+    text += sector > sibling_sector
+                ? "; sector erase x" + std::to_string(sector / sibling_sector) + " (" + required(chip, "sector").text +
+                      " sectors against " + required(sibling, "sector").text + ")"
+                : "; sector erase as the sibling's";
+    return text + "; page program as the sibling's";
+}
+
+const CHIP& sibling_of(const CHIP& chip, const std::vector<CHIP>& chips)
+{
+    const std::string& name = chip.properties.at("times_from").text;
+    for (const CHIP& other : chips) {
+        if (other.name == name && other.is_default)
+            return other;
+    }
+    fail(chip.properties.at("times_from").place, "times_from names no chip: " + name);
+}
+
+// The ID as the command shows it: "EF 40 18", or "silicon 12".
+std::string id_text(const RECORD& record)
+{
+    const auto byte = [&](const char* field) { return record.cells.at(field).substr(2); };
+    if (record.cells.at("silicon_id") == "TRUE")
+        return "silicon " + byte("memory_id");
+    return byte("mfc_id") + " " + byte("memory_type") + " " + byte("memory_id");
+}
+
+// Where each record's maxima come from, one tab-separated line per record in
+// table order (the format is the file's own heading).
+std::string sources_text(std::vector<CHIP>& chips)
+{
+    const std::vector<RECORD> records = make_records(chips);
+    std::ostringstream out;
+    out << "# Where the maxima of each flash record come from, generated from data/flash/ by gen_flash_table.\n"
+           "# One line per record of the flash table, tab-separated:\n"
+           "# name, ID, kind (datasheet or sibling), datasheet title, revision, where a copy is, conditions,\n"
+           "# sibling, scaling, the later records with its ID whose longer maxima it carries (comma-separated)\n";
+    for (const RECORD& record : records) {
+        const CHIP& chip = *record.chip;
+        const bool sibling = chip.properties.count("times_from") > 0;
+        const CHIP& read = sibling ? sibling_of(chip, chips) : chip;
+        std::vector<std::string> cells = {
+            record.cells.at("device_name"),          id_text(record),
+            sibling ? "sibling" : "datasheet",       optional(read, "datasheet", ""),
+            optional(read, "revision", ""),          optional(read, "at", ""),
+            optional(read, "conditions", ""),        sibling ? absl::AsciiStrToUpper(read.name) : "",
+            sibling ? scaling_text(chip, read) : "",
+        };
+        std::string raised;
+        for (const std::string& name : record.raised_by)
+            raised += (raised.empty() ? "" : ",") + name;
+        cells.push_back(raised);
+        for (std::size_t i = 0; i < cells.size(); ++i) {
+            if (cells[i].find_first_of("\t\n") != std::string::npos)
+                fail(chip.place, "a source text holds a tab or a line end");
+            out << (i ? "\t" : "") << cells[i];
+        }
+        out << "\n";
+    }
+    return out.str();
+}
+
 } // namespace
 
 int main(int argc, char** argv)
 {
-    if (argc != 3) {
-        std::cerr << "usage: gen_flash_table INDEX OUTPUT\n";
+    // --sources writes where each record's maxima come from instead of the table.
+    const bool sources_only = argc == 4 && std::string(argv[1]) == "--sources";
+    if (argc != 3 && !sources_only) {
+        std::cerr << "usage: gen_flash_table INDEX OUTPUT\n       gen_flash_table --sources INDEX OUTPUT\n";
         return 2;
     }
+    if (sources_only)
+        ++argv;
     try {
         SOURCES sources;
         sources.read_index(argv[1]);
-        const std::string text = table_text(sources.chips());
+        const std::string text = sources_only ? sources_text(sources.chips()) : table_text(sources.chips());
         if (moxdev_tools::store_if_changed(argv[2], text))
             std::cout << "wrote " << argv[2] << " (" << sources.chips().size() << " records)\n";
         return 0;

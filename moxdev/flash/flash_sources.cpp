@@ -1,0 +1,100 @@
+#include "moxdev/flash_sources.h"
+
+#include "moxdev/internal/moxdev_file_reader.h"
+
+#include "host/gen_path.h"
+
+#include <absl/strings/str_split.h>
+#include <fmt/format.h>
+
+#include <algorithm>
+
+namespace moxdev {
+
+std::string flash_id_text(const MOXDEV_SFL_FLASH_INFO& record)
+{
+    if (record.silicon_id)
+        return fmt::format("silicon {:02X}", record.memory_id);
+    if (record.memory_type_index == 255)
+        return fmt::format("{:02X} -- {:02X}", record.mfc_id, record.memory_id);
+    return fmt::format("{:02X} {:02X} {:02X}", record.mfc_id, record.memory_type, record.memory_id);
+}
+
+std::string FLASH_SOURCES::default_path()
+{
+    return gen_get_device_db_fullpath() + "/programmer/mox_flash_sources.txt";
+}
+
+bool FLASH_SOURCES::load(const std::string& path, std::string& error)
+{
+    // A line holds a few titles and notes; the file a few hundred lines.
+    constexpr std::size_t LINE_CAP = 64 * 1024;
+    constexpr std::size_t LINES_MOST = 100000;
+    constexpr std::size_t CELLS = 10;
+    m_entries.clear();
+    detail::LINE_READER lines(path, LINE_CAP);
+    std::string line;
+    while (lines.next(line)) {
+        if (line.empty() || line[0] == '#')
+            continue;
+        const std::vector<std::string> cells = absl::StrSplit(line, '\t');
+        if (cells.size() != CELLS || (cells[2] != "datasheet" && cells[2] != "sibling") ||
+            m_entries.size() == LINES_MOST) {
+            error = fmt::format("{}: line {} is not a line of a flash sources file", path, lines.line_number());
+            m_entries.clear();
+            return false;
+        }
+        ENTRY entry{cells[0], cells[1], {}};
+        MAXIMA_SOURCE& source = entry.source;
+        source.kind = cells[2];
+        source.datasheet = cells[3];
+        source.revision = cells[4];
+        source.at = cells[5];
+        source.conditions = cells[6];
+        source.sibling = cells[7];
+        source.scaling = cells[8];
+        if (!cells[9].empty())
+            source.raised_by = absl::StrSplit(cells[9], ',');
+        m_entries.push_back(std::move(entry));
+    }
+    if (!lines.error().empty()) {
+        error = path + ": " + lines.error();
+        m_entries.clear();
+        return false;
+    }
+    return true;
+}
+
+const MAXIMA_SOURCE* FLASH_SOURCES::find(const MOXDEV_SFL_FLASH_INFO& record) const
+{
+    // A few hundred lines, looked up a few times per command: a scan is
+    // the simplest thing that is fast enough.
+    const std::string id = flash_id_text(record);
+    const auto found = std::find_if(m_entries.begin(), m_entries.end(), [&](const ENTRY& entry) {
+        return entry.id == id && entry.name == record.device_name;
+    });
+    return found == m_entries.end() ? nullptr : &found->source;
+}
+
+MAXIMA_SOURCE user_maxima_source()
+{
+    MAXIMA_SOURCE source;
+    source.kind = "user";
+    source.note = "as defined in MOX_SUPPORT_EXT_SPI_DEV";
+    return source;
+}
+
+MAXIMA_SOURCE sfdp_maxima_source(const std::vector<std::string>& assumed)
+{
+    const bool times_assumed = std::any_of(assumed.begin(), assumed.end(), [](const std::string& field) {
+        return field == "bulk_erase_time" || field == "sec_erase_time" || field == "program_utime";
+    });
+    MAXIMA_SOURCE source;
+    source.kind = times_assumed ? "envelope" : "sfdp";
+    source.note = times_assumed ? "the read gives no times: the longest maxima of the table's cited chips per unit "
+                                  "erased"
+                                : "derived from the chip's SFDP read: its typical times times its maximum multiplier";
+    return source;
+}
+
+} // namespace moxdev
