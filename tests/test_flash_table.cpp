@@ -210,3 +210,41 @@ TEST(FlashTable, SharedIdsBindTheIntendedPartFirst)
             EXPECT_EQ(shared[id], name) << id;
     }
 }
+
+// Every record of the shipped table has a source for its maxima, a sibling's
+// is scaled up by the density where the record is larger, and the sources
+// reader refuses a file that is not one.
+TEST(FlashSources, EveryRecordHasOneAndTheReaderRefusesOtherFiles)
+{
+    moxdev::FLASH_SOURCES sources;
+    std::string error;
+    ASSERT_TRUE(sources.load(moxdev::FLASH_SOURCES::default_path(), error)) << error;
+    for (bool switches : {false, true}) {
+        for (const RECORD* r : records(switches)) {
+            const moxdev::MAXIMA_SOURCE* source = sources.find(*r);
+            ASSERT_NE(source, nullptr) << r->device_name << " " << moxdev::flash_id_text(*r);
+            EXPECT_FALSE(source->datasheet.empty()) << r->device_name;
+            EXPECT_EQ(source->kind == "sibling", !source->sibling.empty()) << r->device_name;
+        }
+    }
+    const RECORD* mt25ql512 = nullptr;
+    for (const RECORD* r : records(false))
+        mt25ql512 = r->device_name == "MT25QL512" && r->default_dev ? r : mt25ql512;
+    ASSERT_NE(mt25ql512, nullptr);
+    EXPECT_EQ(sources.find(*mt25ql512)->scaling.rfind("chip erase x2 (512M against 256M)", 0), 0u);
+
+    const TEMP_DIR dir;
+    const std::pair<std::string, std::string> refused[] = {
+        {"W25Q128JV\tEF 40 18\tdatasheet\n", "line 1 is not a line of a flash sources file"},
+        {"# heading\nX\tEF 40 18\trumour\ta\tb\tc\td\te\tf\tg\n", "line 2 is not a line of a flash sources file"},
+        {std::string(70000, 'x'), "longer than"},
+    };
+    for (const auto& [text, reason] : refused) {
+        write_text(dir.file("sources.txt"), text);
+        EXPECT_FALSE(sources.load(dir.file("sources.txt"), error)) << text.substr(0, 40);
+        EXPECT_NE(error.find(reason), std::string::npos) << error;
+        EXPECT_TRUE(sources.entries().empty());
+    }
+    EXPECT_FALSE(sources.load(dir.file("missing.txt"), error));
+    EXPECT_NE(error.find("missing.txt"), std::string::npos) << error;
+}
