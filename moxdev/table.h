@@ -79,7 +79,7 @@ struct TABLE_PROBLEM {
     std::vector<std::string> known;
 };
 
-// "FILE:LINE: column N (FIELD): REASON" (the parts that apply).
+// "FILE:LINE:COLUMN: FIELD: REASON" (the parts that apply), as compilers write it.
 std::string table_problem_text(const std::string& path, const TABLE_PROBLEM& problem, const char* const* field_names);
 
 // ---------------------------------------------------------------- flash table

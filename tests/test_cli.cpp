@@ -199,11 +199,11 @@ TEST(CliDevice, ShowListAndGenerateAnswerOrRefuseInPlainWords)
         {"awk -F, -v OFS=, 'NR==3{$34=\"256\"}1' data/mox_dev_info.csv > bad.csv; "
          "moxdev device generate bad.csv bad.pcf",
          1,
-         "moxdev: bad.csv:3: column 34 (ps_cmp_dclk_ratio): '256' is not a number of 0 to 255 "
+         "moxdev: bad.csv:3:34: ps_cmp_dclk_ratio: '256' is not a number of 0 to 255 "
          "(a BYTE field)\n"},
         {"awk -F, -v OFS=, 'NR==3{$1=\"WREN_1\"}1' data/mox_dev_info.csv > bad.csv; "
          "moxdev device generate bad.csv bad.pcf",
-         1, "moxdev: bad.csv:3: column 1 (family): 'WREN_1' is no family the table may name (did you mean"},
+         1, "moxdev: bad.csv:3:1: family: 'WREN_1' is no family the table may name (did you mean"},
         {"test -e bad.pcf || echo none", 0, "none\n"},
     });
     // One line per family, device or part value (the invalid one left out).
@@ -479,27 +479,27 @@ TEST(CliFlash, IdentifyListShowAndGenerateAnswerOrRefuse)
         {"moxdev flash list --voltage 5", 1, "moxdev: '5' is not a flash voltage (3.3V or 1.8V)\n"},
         // A bad table line is named by file, line and column.
         {bad_table("awk -F, -v OFS=, 'NR==9{$4=\"0x1FF\"}1'"), 1,
-         "moxdev: bad.csv:9: column 4 (memory_id): 0x1FF does not fit a BYTE (0 to 255)"},
+         "moxdev: bad.csv:9:4: memory_id: 0x1FF does not fit a BYTE (0 to 255)"},
         {bad_table("awk -F, -v OFS=, 'NR==9{$20=\"3000000\"}1'"), 1,
-         "moxdev: bad.csv:9: column 20 (device_bit_size): the density 3000000 is not a power of two"},
+         "moxdev: bad.csv:9:20: device_bit_size: the density 3000000 is not a power of two"},
         {bad_table("sed '9s/,[^,]*//5'"), 1, "moxdev: bad.csv:9: 32 cells; a flash table line has 33"},
         {bad_table("awk -F, -v OFS=, 'NR==9{$33=\"banana\"}1'"), 1,
-         "moxdev: bad.csv:9: column 33 (asc_voltage): 'banana' is not a flash voltage (3.3V or 1.8V)\n"},
+         "moxdev: bad.csv:9:33: asc_voltage: 'banana' is not a flash voltage (3.3V or 1.8V)\n"},
         {bad_table("awk -F, -v OFS=, 'NR==9{$13=\"yes\"}1'"), 1,
-         "moxdev: bad.csv:9: column 13 (extended_mode): 'yes' is not TRUE or FALSE"},
+         "moxdev: bad.csv:9:13: extended_mode: 'yes' is not TRUE or FALSE"},
         // A cell is quoted escaped and cut: a NUL or a megabyte cannot flood the line.
         {bad_table("awk -F, -v OFS=, 'NR==9{$2=\"W2\" sprintf(\"%c\", 1) \"5Q\"}1'"), 1,
-         "moxdev: bad.csv:9: column 2 (device_name): 'W2\\x015Q' cannot be stored: it holds a control character "
+         "moxdev: bad.csv:9:2: device_name: 'W2\\x015Q' cannot be stored: it holds a control character "
          "(byte 0x01)\n"},
         {bad_table("perl -pe 'if ($. == 9) { @f = split /,/, $_, -1; $f[1] = \"X\" x 500000; $_ = join \",\", @f }'"),
          1,
-         "moxdev: bad.csv:9: column 2 (device_name): 'XXXXXXXXXXXXXXXXXXXXXXXXXXXXXXXXXXXXXXXX...' (500000 characters) "
+         "moxdev: bad.csv:9:2: device_name: 'XXXXXXXXXXXXXXXXXXXXXXXXXXXXXXXXXXXXXXXX...' (500000 characters) "
          "cannot be stored: it is "
          "longer than 255 characters\n"},
         // Old Mac line ends read as line ends.
         {"tr '\\n' '\\r' < data/mox_flash.csv > cr.csv; moxdev flash generate cr.csv out.pcf", 0, "wrote out.pcf"},
         {bad_table("awk -F, -v OFS=, 'NR==9{$11=\"TRUE\"; d=$0} 1; END{print d}'"), 1,
-         "column 11 (default_dev): a second default record for VCS4 (the first is on line 9)"},
+         ":11: default_dev: a second default record for VCS4 (the first is on line 9)"},
         {"moxdev flash generate none.csv out.pcf", 1, "moxdev: cannot read 'none.csv': no such file\n"},
         {"moxdev flash generate data/mox_flash.csv ''", 1, "moxdev: the output file name is empty\n"},
         {"moxdev flash generate data/mox_flash.csv .", 1, "moxdev: cannot write '.': it is a directory\n"},

@@ -39,11 +39,15 @@ bool TABLE_READER::next(std::vector<std::string>& cells, std::size_t* file_line)
 
 std::string table_problem_text(const std::string& path, const TABLE_PROBLEM& problem, const char* const* field_names)
 {
+    // The form compilers and editors read: FILE:LINE:COLUMN: and then the
+    // column's field and the reason.
     std::string text = path;
     if (problem.file_line != 0)
         text += fmt::format(":{}", problem.file_line);
+    if (problem.file_line != 0 && problem.column != TABLE_PROBLEM::NO_COLUMN)
+        text += fmt::format(":{}", problem.column + 1);
     if (problem.column != TABLE_PROBLEM::NO_COLUMN)
-        text += fmt::format(": column {} ({})", problem.column + 1, field_names[problem.column]);
+        text += fmt::format(": {}", field_names[problem.column]);
     return text + ": " + problem.reason;
 }
 

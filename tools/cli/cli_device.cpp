@@ -440,7 +440,7 @@ void device_list(bool full, const std::string& by_text, const std::string& famil
 }
 
 // Reads the device table as the generator does and refuses the first line
-// the generator would stop at, as "file:line: column N (field): reason".
+// the generator would stop at, as "file:line:column: field: reason".
 void check_device_table(const std::string& csv)
 {
     moxdev::TABLE_PROBLEM problem;

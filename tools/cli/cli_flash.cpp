@@ -752,7 +752,7 @@ void flash_decode(const std::string& value)
 }
 
 // The flash table checked as the generator and the loader read it: the first
-// cell that either would refuse, as "file:line: column N (field): reason".
+// cell that either would refuse, as "file:line:column: field: reason".
 // Line numbers count every line of the file, blank ones too.
 void check_flash_table(const std::string& csv)
 {
