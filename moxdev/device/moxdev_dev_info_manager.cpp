@@ -387,7 +387,7 @@ std::vector<std::pair<std::string, std::string>> moxdev_device_info_to_text(cons
         if constexpr (std::is_same_v<T, std::string>) {
             text = value;
         } else if constexpr (std::is_same_v<T, bool>) {
-            text = value ? "TRUE" : "FALSE";
+            text = value ? "true" : "false"; // as the flash records and JSON show them
         } else if constexpr (std::is_same_v<T, DEV_FAMILY_ENUM>) {
             text = catalogue_value_text(dstr_get_identifier(value), value);
         } else if constexpr (std::is_same_v<T, DEV_DEVICE_ENUM>) {
