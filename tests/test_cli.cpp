@@ -287,6 +287,11 @@ TEST(CliNaming, EveryPrintedFormIsAcceptedAndUnknownNamesOfferTheClosest)
          "moxdev: no device name form is known for 'kxb100f48' (did you mean KXB10, KXB100, KXB100F484, "
          "KXB100F484C6 or KXB100F484C7?)\n"},
         {"moxdev opn kxb100f484c9", 1, "did you mean KXB100F484C6"},
+        // A name far longer than any known one has no near miss: an answer at
+        // once, quoted short.
+        {"timeout 2 moxdev name \"$(head -c 100000 /dev/zero | tr '\\0' K)\"", 1,
+         "moxdev: no device name form is known for 'KKKKKKKKKKKKKKKKKKKKKKKKKKKKKKKKKKKKKKKK...' (100000 "
+         "characters)\n"},
         {"moxdev opn 0x1", 1, "moxdev: no OPN has the hash 0x000000000001\n"},
         {"moxdev opn NOSUCH", 1, "moxdev: 'NOSUCH' is not an orderable part of the catalogue\n"},
         {"moxdev type 1 8", 0, "8 = DONE_BITS\n"},

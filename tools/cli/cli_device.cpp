@@ -156,7 +156,7 @@ bool resolve_shown_name(const std::string& typed, const std::string& name, SHOWN
     if (shown.part == DEV_PART_INVALID && shown.device == DEV_DEVICE_INVALID && shown.family == DEV_FAMILY_INVALID) {
         targets = resolve_name_form(name);
         if (targets.devices.size() + targets.families.size() == 0)
-            throw USER_ERROR{"no family, device or part is named '" + typed + "'" +
+            throw USER_ERROR{"no family, device or part is named " + moxdev::quoted(typed) +
                              did_you_mean(name, known_device_names())};
         if (targets.devices.size() + targets.families.size() > 1)
             return false;
@@ -295,7 +295,7 @@ LIST_FILTER list_filter(const std::string& family_text, const std::string& devic
                 known.push_back(dstr_get_identifier(DEV_FAMILY_ENUM(f)));
                 known.push_back(family_name(DEV_FAMILY_ENUM(f)));
             }
-            throw USER_ERROR{"no family is named '" + family_text + "'" + did_you_mean(family_text, known)};
+            throw USER_ERROR{"no family is named " + moxdev::quoted(family_text) + did_you_mean(family_text, known)};
         }
     }
     if (!device_text.empty()) {
@@ -304,7 +304,7 @@ LIST_FILTER list_filter(const std::string& family_text, const std::string& devic
             std::vector<std::string> known;
             for (int d = 1; d < DEV_DEVICE_MAX; ++d)
                 known.push_back(dstr_get_user_string(DEV_DEVICE_ENUM(d)));
-            throw USER_ERROR{"no device is named '" + device_text + "'" + did_you_mean(device_text, known)};
+            throw USER_ERROR{"no device is named " + moxdev::quoted(device_text) + did_you_mean(device_text, known)};
         }
         const DEV_FAMILY_ENUM family = DEV_PART_MANAGER().get_family_of(filter.device);
         if (filter.family != DEV_FAMILY_INVALID && filter.family != family)

@@ -386,7 +386,8 @@ void check_maker(const MOXDEV_FLASH_MANAGER& manager, const LIST_FILTER& filter)
                                  return gen_stricmp(name, filter.maker) == 0;
                              });
     if (!known_maker)
-        throw USER_ERROR{"no flash record of the maker '" + filter.maker + "'" + did_you_mean(filter.maker, makers)};
+        throw USER_ERROR{"no flash record of the maker " + moxdev::quoted(filter.maker) +
+                         did_you_mean(filter.maker, makers)};
 }
 
 // Which filters together keep nothing: a note for a person, not an error.
@@ -502,7 +503,7 @@ void flash_show(const std::string& name)
             names.push_back(records[i].device_name);
     }
     if (found.empty())
-        throw USER_ERROR{"no flash named '" + name + "'" + did_you_mean(name, names)};
+        throw USER_ERROR{"no flash named " + moxdev::quoted(name) + did_you_mean(name, names)};
     if (json_output) {
         JSON entries = JSON::array();
         for (DWORD i : found)

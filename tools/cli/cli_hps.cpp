@@ -311,7 +311,7 @@ void select(const std::string& text)
     }
     DWORD id = 0;
     if (!MOX_COMMON::convert_string_to_dword(text.find("0x") == 0 || text.find("0X") == 0 ? text : "0x" + text, id))
-        throw USER_ERROR{"'" + text + "' is not a hexadecimal JTAG IDCODE; known: " + known_idcodes()};
+        throw USER_ERROR{moxdev::quoted(text) + " is not a hexadecimal JTAG IDCODE; known: " + known_idcodes()};
     MOXDEV_HPS_MGR* mgr = MOXDEV_HPS_MGR::get_mgr();
     if (!mgr->set_current_hps(id))
         throw USER_ERROR{fmt::format("no HPS descriptor has the IDCODE 0x{:08X}; known: {}", id, known_idcodes())};

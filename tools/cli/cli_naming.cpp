@@ -286,7 +286,8 @@ void show_name(const std::string& typed)
             forms = group_forms(name, targets);
     }
     if (forms.empty() && targets.form.empty())
-        throw USER_ERROR{"no device name form is known for '" + typed + "'" + did_you_mean(name, known_device_names())};
+        throw USER_ERROR{"no device name form is known for " + moxdev::quoted(typed) +
+                         did_you_mean(name, known_device_names())};
     const std::string& full = forms.full;
 
     const bool use_full_name = MOXDEV_DEVICE_GRAMMAR_MGR::use_full_name(name);
@@ -345,7 +346,7 @@ void show_opn(const std::string& text)
     if (text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X')) {
         QWORD hash = 0;
         if (text.size() > 18 || text.find_first_not_of("0123456789abcdefABCDEF", 2) != std::string::npos)
-            throw USER_ERROR{"'" + text + "' is not a hexadecimal OPN hash"};
+            throw USER_ERROR{moxdev::quoted(text) + " is not a hexadecimal OPN hash"};
         hash = std::stoull(text.substr(2), nullptr, 16);
         name = MOXDEV_MGR::get_opn_from_hash(hash);
         if (name.empty())
@@ -361,7 +362,8 @@ void show_opn(const std::string& text)
             for (int p = 1; p < DEV_PART_MAX; ++p)
                 if (p != DEV_PART_GENERIC)
                     parts.push_back(dstr_get_user_string(p));
-            throw USER_ERROR{"'" + text + "' is not an orderable part of the catalogue" + did_you_mean(name, parts)};
+            throw USER_ERROR{moxdev::quoted(text) + " is not an orderable part of the catalogue" +
+                             did_you_mean(name, parts)};
         }
     }
     const DWORD opn_enum = MOXDEV_MGR::get_opn_enum(name);

@@ -37,7 +37,11 @@ inline std::vector<std::string> closest_names(const std::string& typed, const st
 {
     auto upper = [](const std::string& text) { return absl::AsciiStrToUpper(text); };
     const std::string wanted = upper(typed);
-    if (wanted.empty())
+    // Nothing much longer than every known name is a near miss of one.
+    std::size_t longest = 0;
+    for (const std::string& name : known)
+        longest = std::max(longest, name.size());
+    if (wanted.empty() || wanted.size() > 2 * longest + 2)
         return {};
     const std::size_t limit = std::max<std::size_t>(2, wanted.size() / 3);
     struct CANDIDATE {
@@ -51,7 +55,12 @@ inline std::vector<std::string> closest_names(const std::string& typed, const st
         if (name == wanted)
             continue;
         const bool prefix = name.compare(0, wanted.size(), wanted) == 0 || wanted.compare(0, name.size(), name) == 0;
-        const std::size_t distance = edit_distance(wanted, name);
+        // The distance is at least the difference of the lengths: names far
+        // shorter or longer are not measured, so a long input costs no more
+        // than a short one.
+        const std::size_t apart =
+            name.size() > wanted.size() ? name.size() - wanted.size() : wanted.size() - name.size();
+        const std::size_t distance = prefix || apart > limit ? apart : edit_distance(wanted, name);
         if (prefix || distance <= limit)
             candidates.push_back({prefix ? 0 : distance, i, &known[i]});
     }
