@@ -69,6 +69,9 @@ struct USER_FLASH_DEFINITION {
 // again; answers are trimmed; a name may not hold '@', '#' or ';'; the three
 // ID byte positions must differ. False, with the reason in `error`, when the
 // answers end before the last question.
-bool define_user_flash(std::istream& in, std::ostream& out, USER_FLASH_DEFINITION& definition, std::string& error);
+// With `echo` each answer is written after its prompt, for answers that do
+// not come from a terminal.
+bool define_user_flash(std::istream& in, std::ostream& out, USER_FLASH_DEFINITION& definition, std::string& error,
+                       bool echo = false);
 
 } // namespace moxdev

@@ -652,6 +652,10 @@ TEST(CliFlash, DialogueAsksAgainAndStoresOnlyUsableValues)
     dir.expect({
         {"moxdev flash decode '" + value + "'", 0, "fields: valid"},
         {"moxdev flash define --input answers.txt", 0, "export MOX_SUPPORT_EXT_SPI_DEV='" + value + "'"},
+        // Answers from a file are shown after their prompt, one prompt a line.
+        {"moxdev flash define --input answers.txt | sed -n 1,2p", 0,
+         "Number of 3rd party flash to define (max 3) : 0\n"
+         "Invalid input or too many flash to define: answer 1, 2 or 3\n"},
         {"MOX_SUPPORT_EXT_SPI_DEV='" + value + "' moxdev flash list", 0, " CHIP1 "},
         // A damaged value is ignored, and the debug switch says why.
         {"moxdev flash decode '" + damaged + "'", 1, "moxdev: "},

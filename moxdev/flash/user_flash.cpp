@@ -178,9 +178,13 @@ std::string refusal(const FLASH_QUESTION& question, const std::string& answer, D
 
 // One answer line, trimmed and upper-cased; false, with the reason, at the
 // end of the answers or at a line too long to be an answer.
-bool next_answer(std::istream& in, std::string& answer, std::string& error, const char* awaited)
+// With `echo`, the answer as read is written after its prompt (answers from
+// a pipe or a file, which no terminal shows), so each prompt keeps its line.
+bool next_answer(std::istream& in, std::ostream* echo, std::string& answer, std::string& error, const char* awaited)
 {
     const LINE_READ read = read_answer_line(in, answer);
+    if (echo != nullptr)
+        *echo << (read == LINE_READ::LINE ? answer : "") << "\n";
     if (read == LINE_READ::TOO_LONG)
         return fail(&error, "an answer is longer than 4096 characters");
     if (read == LINE_READ::END)
@@ -198,7 +202,7 @@ std::string question_name(const char* prompt)
 }
 
 // Asks one chip's questions until each is answered acceptably.
-bool ask_chip(std::istream& in, std::ostream& out, MOXDEV_SFL_FLASH_INFO& chip, std::string& error)
+bool ask_chip(std::istream& in, std::ostream& out, bool echo, MOXDEV_SFL_FLASH_INFO& chip, std::string& error)
 {
     std::string texts[FLASH_QUESTION_COUNT];
     DWORD values[FLASH_QUESTION_COUNT] = {};
@@ -206,7 +210,8 @@ bool ask_chip(std::istream& in, std::ostream& out, MOXDEV_SFL_FLASH_INFO& chip, 
         const FLASH_QUESTION& question = FLASH_QUESTIONS[q];
         out << (question.friendly_prompt != nullptr ? question.friendly_prompt : question.prompt) << std::flush;
         std::string answer;
-        if (!next_answer(in, answer, error, ("'" + question_name(question.prompt) + "' was answered").c_str()))
+        if (!next_answer(in, echo ? &out : nullptr, answer, error,
+                         ("'" + question_name(question.prompt) + "' was answered").c_str()))
             return false;
         DWORD value = 0;
         std::string reason = refusal(question, answer, value);
@@ -266,14 +271,15 @@ bool ask_chip(std::istream& in, std::ostream& out, MOXDEV_SFL_FLASH_INFO& chip, 
 
 } // namespace
 
-bool define_user_flash(std::istream& in, std::ostream& out, USER_FLASH_DEFINITION& definition, std::string& error)
+bool define_user_flash(std::istream& in, std::ostream& out, USER_FLASH_DEFINITION& definition, std::string& error,
+                       bool echo)
 {
     definition = USER_FLASH_DEFINITION{};
     DWORD count = 0;
     for (;;) {
         out << FLASH_COUNT_PROMPT << std::flush;
         std::string answer;
-        if (!next_answer(in, answer, error, "the number of chips was given"))
+        if (!next_answer(in, echo ? &out : nullptr, answer, error, "the number of chips was given"))
             return false;
         if (MOX_COMMON::convert_string_to_dword(answer, count) && count >= 1 && count <= MAX_USER_FLASH_CHIPS)
             break;
@@ -284,7 +290,7 @@ bool define_user_flash(std::istream& in, std::ostream& out, USER_FLASH_DEFINITIO
                "carried but ignored\n";
     for (DWORD n = 0; n < count; ++n) {
         MOXDEV_SFL_FLASH_INFO chip;
-        if (!ask_chip(in, out, chip, error))
+        if (!ask_chip(in, out, echo, chip, error))
             return false;
         definition.chips.push_back(chip);
     }

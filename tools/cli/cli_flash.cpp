@@ -696,8 +696,12 @@ void flash_define(const std::string& input_file)
     ANSWER_SOURCE source(input_file);
     moxdev::USER_FLASH_DEFINITION definition;
     std::string error;
-    const bool defined = moxdev::define_user_flash(source.stream(), std::cout, definition, error);
-    std::cout << std::endl;
+    // A terminal shows the typed answer; answers from a file or a pipe are
+    // written after their prompt instead, as hps add does.
+    const bool echo = !input_file.empty() || !::isatty(0);
+    const bool defined = moxdev::define_user_flash(source.stream(), std::cout, definition, error, echo);
+    if (!echo)
+        std::cout << std::endl;
     if (!defined)
         throw USER_ERROR{error};
     for (std::size_t n = 0; n < definition.chips.size(); ++n) {
