@@ -659,6 +659,8 @@ TEST(CliFlash, DialogueAsksAgainAndStoresOnlyUsableValues)
         {"MOX_SUPPORT_EXT_SPI_DEV='" + value + "' moxdev flash list", 0, " CHIP1 "},
         // A damaged value is ignored, and the debug switch says why.
         {"moxdev flash decode '" + damaged + "'", 1, "moxdev: "},
+        {"MOX_SUPPORT_EXT_SPI_DEV='" + damaged + "' moxdev flash identify 20 BA 19 2>&1 >/dev/null", 0,
+         "moxdev: warning: the flash manager ignores MOX_SUPPORT_EXT_SPI_DEV: "},
         // Characters after the compressed definition are not vouched for.
         {"moxdev flash decode '" + value + value.substr(0, 8) + "'", 1, "goes on after its compressed definition"},
         {debug + "moxdev flash identify 20 BA 19", 0, "MICRON MT25QL256: record 5"},
@@ -711,6 +713,9 @@ TEST(CliFlash, SfdpReadsEveryFormAndRefusesWithOneLine)
         {"moxdev flash sfdp data/sfdp/example.hexdump --id EF 40 99 --name a-name-of-20-letters", 1,
          "moxdev: --name 'a-name-of-20-letters': a name has 1 to 19 characters\n"},
         {"moxdev flash sfdp data", 1, "moxdev: cannot read 'data': it is a directory\n"},
+        // A table record wins for its ID, with a word when the read disagrees.
+        {"moxdev flash identify EF 40 17 --sfdp data/sfdp/example.hexdump 2>&1 >/dev/null", 0,
+         "moxdev: warning: the SFDP read gives 8388608 bits, the bound record W25Q64JV 67108864\n"},
         {"printf 'SFDP\\000\\001\\003\\377' > short.bin && moxdev flash sfdp short.bin", 1,
          "moxdev: SFDP: the 4 parameter headers reach beyond the 8 bytes given\n"},
     });

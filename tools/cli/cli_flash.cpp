@@ -27,6 +27,7 @@
 #include <fstream>
 #include <iostream>
 #include <map>
+#include <optional>
 #include <set>
 #include <type_traits>
 
@@ -217,6 +218,27 @@ std::vector<BYTE> parse_id_bytes(const std::vector<std::string>& words)
     return bytes;
 }
 
+// The manager drops a user flash value it cannot use without a word (unless
+// its debug switch is on): say so once, with the reason.
+void warn_if_user_flash_ignored(const MOXDEV_FLASH_MANAGER& manager)
+{
+    static bool warned = false;
+    const std::string value = cfg_get_value("MOX_SUPPORT_EXT_SPI_DEV");
+    if (warned || value.empty() || moxdev::user_flash(manager) != nullptr)
+        return;
+    warned = true;
+    moxdev::USER_FLASH_CONTENT content;
+    std::string reason;
+    if (moxdev::read_user_flash_value(value, content, reason) && !content.accepted())
+        reason = !content.fields_valid                ? "a field of the definition is out of range"
+                 : content.record.device_name.empty() ? "the definition has no device name"
+                                                      : "its check value is not this version's";
+    std::fprintf(stderr,
+                 "moxdev: warning: the flash manager ignores MOX_SUPPORT_EXT_SPI_DEV: %s; 'moxdev flash decode' "
+                 "tells more\n",
+                 reason.c_str());
+}
+
 MOXDEV_FLASH_MANAGER load_table(bool every_record)
 {
     const std::string file = gen_get_device_db_fullpath() + "/programmer/mox_flash.pcf";
@@ -227,7 +249,10 @@ MOXDEV_FLASH_MANAGER load_table(bool every_record)
                          "programmer/mox_flash.pcf"};
     if (!reason.empty())
         throw USER_ERROR{"cannot read the flash database " + full_path(file) + ": " + reason};
-    return moxdev::load_flash_database(every_record ? moxdev::FLASH_RECORDS::EVERY : moxdev::FLASH_RECORDS::USABLE);
+    MOXDEV_FLASH_MANAGER manager =
+        moxdev::load_flash_database(every_record ? moxdev::FLASH_RECORDS::EVERY : moxdev::FLASH_RECORDS::USABLE);
+    warn_if_user_flash_ignored(manager);
+    return manager;
 }
 
 namespace {
@@ -648,6 +673,7 @@ void flash_identify(const std::vector<std::string>& words, bool silicon_id, cons
     MOXDEV_FLASH_MANAGER manager = load_table(false);
     const DWORD table_count = manager.get_flash_count();
     std::vector<std::string> sfdp_assumed;
+    std::optional<MOXDEV_SFL_FLASH_INFO> sfdp_record; // the record the read itself gives
     if (!sfdp_file.empty()) {
         if (silicon_id)
             throw USER_ERROR{"--sfdp binds by the device ID, not by a silicon ID"};
@@ -659,7 +685,10 @@ void flash_identify(const std::vector<std::string>& words, bool silicon_id, cons
         MOXDEV_SFDP_RECORD derivation;
         if (bytes.size() >= 3 && moxdev_decode_sfdp(sfdp.data(), sfdp.size(), decoded, error) &&
             moxdev_sfdp_record(decoded, bytes.data(), "", "", MOXDEV_SFDP_ASSUMPTIONS{}, derivation, error))
+        {
             sfdp_assumed = derivation.assumed;
+            sfdp_record = derivation.record;
+        }
         if (!moxdev::bind_flash_by_sfdp(manager, 0, bytes.data(), DWORD(bytes.size()), sfdp.data(), sfdp.size(),
                                         &error))
             throw USER_ERROR{error};
@@ -670,6 +699,18 @@ void flash_identify(const std::vector<std::string>& words, bool silicon_id, cons
     const bool user = index == 0 && moxdev::user_flash(manager) != nullptr;
     const bool derived = index >= table_count;
     const MOXDEV_SFL_FLASH_INFO& record = manager.get_flash_database()[index];
+    // A record of the table wins for an ID it knows; the read may still
+    // describe another chip (a clone, a misprogrammed SFDP area).
+    if (!derived && sfdp_record) {
+        if (sfdp_record->device_bit_size != record.device_bit_size)
+            std::fprintf(stderr, "moxdev: warning: the SFDP read gives %u bits, the bound record %s %u\n",
+                         unsigned(sfdp_record->device_bit_size), record.device_name.c_str(),
+                         unsigned(record.device_bit_size));
+        if (sfdp_record->device_sector_byte != record.device_sector_byte)
+            std::fprintf(stderr, "moxdev: warning: the SFDP read gives %u-byte sectors, the bound record %s %u\n",
+                         unsigned(sfdp_record->device_sector_byte), record.device_name.c_str(),
+                         unsigned(record.device_sector_byte));
+    }
     const moxdev::MAXIMA_SOURCE derived_source = moxdev::sfdp_maxima_source(sfdp_assumed);
     const moxdev::MAXIMA_SOURCE* source = derived ? &derived_source : record_source(manager, index);
     if (json_output) {
