@@ -733,15 +733,23 @@ TEST(CliShell, CompletionFollowsTheCommandTree)
     // offered; "files" stands for file-name completion.
     const std::pair<const char*, const char*> cases[] = {
         {"moxdev dev", "device"},
-        {"moxdev --v", "--version"},
+        {"moxdev --v", "--version --verbose"},
         {"moxdev device list --f", "--full --family"},
         {"moxdev hps remove s", "spi"},
-        {"moxdev ''", "device flash name opn type image hps completion"},
+        {"moxdev ''", "device flash name opn type image hps completion help"},
         {"moxdev hps ''", "list add remove clear select"},
         {"moxdev hps list ''", "nand spi"},
         {"moxdev --version hps add --input x ''", "nand spi"},
         {"moxdev completion ''", "bash zsh"},
-        {"moxdev flash list --maker ''", "files"},
+        // Option values and names come from the command itself.
+        {"moxdev flash list --maker WIN", "WINBOND"},
+        {"moxdev flash list --size 1", "1M 16M 128M 1G"},
+        {"moxdev flash list --voltage ''", "3.3V 1.8V"},
+        {"moxdev flash show MT25QL0", "MT25QL01G MT25QL02G"},
+        {"moxdev type ''", "block flash-sector option-bit hps-setting"},
+        {"moxdev name KXB100F484C", "KXB100F484C6 KXB100F484C7 KXB100F484C8"},
+        {"moxdev device list --by ''", "family device part"},
+        {"moxdev flash sfdp x --id ''", "files"},
     };
     for (const auto& [typed, offered] : cases)
         dir.expect({{std::string("bash complete.bash ") + typed, 0, std::string(offered) + "\n"}});

@@ -5,7 +5,10 @@
 
 #include <CLI/CLI.hpp>
 
+#include <cstdio>
+#include <functional>
 #include <iostream>
+#include <map>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -17,6 +20,53 @@ namespace moxdev_cli {
 struct USER_ERROR {
     std::string message;
 };
+
+// Options and arguments whose values shell completion offers from a list
+// the command prints (moxdev completion values SOURCE): the flash names,
+// makers, sizes and voltages, the device names, the kinds of `type`.
+inline std::map<const CLI::Option*, std::string>& completion_sources()
+{
+    static std::map<const CLI::Option*, std::string> sources;
+    return sources;
+}
+// The lists by source name.
+using VALUE_LISTER = std::function<std::vector<std::string>()>;
+inline std::map<std::string, VALUE_LISTER>& completion_listers()
+{
+    static std::map<std::string, VALUE_LISTER> listers;
+    return listers;
+}
+inline CLI::Option* complete_from(CLI::Option* option, const std::string& source, VALUE_LISTER values)
+{
+    completion_sources()[option] = source;
+    completion_listers()[source] = std::move(values);
+    return option;
+}
+
+// -q/--quiet: warnings and notes are not printed (errors still are).
+inline bool quiet_output = false;
+
+// "moxdev: warning: <text>" on standard error, unless quiet; what was printed
+// on standard output before it goes out first.
+inline void warning(const std::string& text)
+{
+    if (quiet_output)
+        return;
+    std::cout.flush();
+    std::fflush(stdout);
+    std::fprintf(stderr, "moxdev: warning: %s\n", text.c_str());
+}
+
+// The same for a note ("moxdev: <text>") that is no error, e.g. why a list
+// is empty.
+inline void note(const std::string& text)
+{
+    if (quiet_output)
+        return;
+    std::cout.flush();
+    std::fflush(stdout);
+    std::fprintf(stderr, "moxdev: %s\n", text.c_str());
+}
 
 // Where a dialogue's answers come from: the file named by --input (read
 // whole, a regular file of at most 1 MiB), or standard input when none is

@@ -3,6 +3,8 @@
 // they follow every change of the verbs.
 #include "cli.h"
 
+#include "moxdev/text.h"
+
 #include <fmt/format.h>
 
 #include <iostream>
@@ -15,17 +17,22 @@ namespace {
 
 // One command of the tree, as the scripts need it.
 struct COMMAND {
-    std::string path;                                             // "hps list"; "" for moxdev itself
-    std::vector<std::pair<std::string, std::string>> subcommands; // name, description
-    std::vector<std::pair<std::string, std::string>> options;     // -s or --long, description
-    std::vector<std::string> valued;                              // options that take a value
-    std::vector<std::string> arguments;                           // per positional: its values, or "" for any
-    bool last_repeats = false;                                    // the last positional takes several words
+    std::string path;                                               // "hps list"; "" for moxdev itself
+    std::vector<std::pair<std::string, std::string>> subcommands;   // name, description
+    std::vector<std::pair<std::string, std::string>> options;       // -s or --long, description
+    std::vector<std::string> valued;                                // options that take a value
+    std::vector<std::pair<std::string, std::string>> option_values; // option, its values or @SOURCE
+    std::vector<std::string> arguments; // per positional: its values, @SOURCE, or "" for any
+    bool last_repeats = false;          // the last positional takes several words
 };
 
-// "TEXT:{nand,spi} REQUIRED" -> "nand spi": the set a membership check allows.
+// "TEXT:{nand,spi} REQUIRED" -> "nand spi": the set a membership check
+// allows; "@SOURCE" for values the command lists (complete_from).
 std::string allowed_values(const CLI::Option* option)
 {
+    const auto source = completion_sources().find(option);
+    if (source != completion_sources().end())
+        return "@" + source->second;
     const std::string type = option->get_type_name();
     const std::size_t open = type.find('{'), close = type.find('}', open);
     if (open == std::string::npos || close == std::string::npos)
@@ -52,13 +59,18 @@ void collect(const CLI::App* app, const std::string& path, std::vector<COMMAND>&
             names.push_back("-" + name);
         for (const std::string& name : option->get_lnames())
             names.push_back("--" + name);
+        const std::string values = allowed_values(option);
         for (const std::string& name : names) {
             command.options.emplace_back(name, option->get_description());
             if (option->get_expected_max() > 0)
                 command.valued.push_back(name);
+            if (!values.empty())
+                command.option_values.emplace_back(name, values);
         }
     }
-    std::vector<const CLI::App*> subcommands = app->get_subcommands([](const CLI::App*) { return true; });
+    // Subcommands without a group are for the scripts themselves.
+    std::vector<const CLI::App*> subcommands =
+        app->get_subcommands([](const CLI::App* sub) { return !sub->get_group().empty(); });
     for (const CLI::App* sub : subcommands)
         command.subcommands.emplace_back(sub->get_name(), sub->get_description());
     commands.push_back(command);
@@ -132,14 +144,33 @@ std::string argument_case(const std::vector<COMMAND>& commands, const std::strin
     return text + indent + "esac\n";
 }
 
+// The values of a branch: the words themselves, or the list the command
+// prints for @SOURCE.
 std::string bash_values(const std::string& values)
 {
+    if (values.rfind('@', 0) == 0)
+        return "moxdev completion values " + values.substr(1) + " 2>/dev/null";
     return "echo " + single_quoted(values);
 }
 
 std::string zsh_values(const std::string& values)
 {
+    if (values.rfind('@', 0) == 0)
+        return "reply=(${(f)\"$(moxdev completion values " + values.substr(1) + " 2>/dev/null)\"})";
     return "reply=(" + values + ")";
+}
+
+// A shell `case` over "path option" for the options whose values are known.
+std::string option_value_case(const std::vector<COMMAND>& commands, const std::string& indent,
+                              std::string (*value_branch)(const std::string&))
+{
+    std::string text = indent + "case \"$1 $2\" in\n";
+    for (const COMMAND& command : commands) {
+        for (const auto& [option, values] : command.option_values)
+            text +=
+                indent + "    (" + single_quoted(command.path + " " + option) + ") " + value_branch(values) + " ;;\n";
+    }
+    return text + indent + "esac\n";
 }
 
 std::string bash_script(const CLI::App& root)
@@ -168,6 +199,9 @@ std::string bash_script(const CLI::App& root)
     text += "# The values argument $2 (from 0) of command $1 takes; none: any word or file.\n"
             "_moxdev_argument() {\n" +
             argument_case(commands, "    ", bash_values) + "}\n\n";
+    text += "# The values option $2 of command $1 takes; none: any word or file.\n"
+            "_moxdev_option_values() {\n" +
+            option_value_case(commands, "    ", bash_values) + "}\n\n";
     text += R"SH(_moxdev() {
     local cur="${COMP_WORDS[COMP_CWORD]}" prev="" path="" word sub argument=0 i
     ((COMP_CWORD > 1)) && prev="${COMP_WORDS[COMP_CWORD - 1]}"
@@ -188,7 +222,11 @@ std::string bash_script(const CLI::App& root)
     done
     COMPREPLY=()
     if [[ -n "$prev" && " $(_moxdev_valued "$path") " == *" $prev "* ]]; then
-        COMPREPLY=($(compgen -f -- "$cur"))
+        if [[ -n "$(_moxdev_option_values "$path" "$prev")" ]]; then
+            COMPREPLY=($(compgen -W "$(_moxdev_option_values "$path" "$prev")" -- "$cur"))
+        else
+            COMPREPLY=($(compgen -f -- "$cur"))
+        fi
     elif [[ "$cur" == -* ]]; then
         COMPREPLY=($(compgen -W "$(_moxdev_options "$path")" -- "$cur"))
     elif [[ -n "$(_moxdev_subcommands "$path")" ]]; then
@@ -244,6 +282,9 @@ std::string zsh_script(const CLI::App& root)
     text += "# The values argument $2 (from 0) of command $1 takes; none: any word or file.\n"
             "_moxdev_argument() {\n" +
             no_reply + argument_case(commands, "    ", zsh_values) + "}\n\n";
+    text += "# The values option $2 of command $1 takes; none: any word or file.\n"
+            "_moxdev_option_values() {\n" +
+            no_reply + option_value_case(commands, "    ", zsh_values) + "}\n\n";
     text += R"SH(_moxdev() {
     local path_words="" word prev argument=0 i
     local -a reply names
@@ -266,7 +307,12 @@ std::string zsh_script(const CLI::App& root)
     prev=${words[CURRENT-1]}
     _moxdev_valued "$path_words"
     if (( CURRENT > 2 && ${reply[(Ie)$prev]} )); then
-        _files
+        _moxdev_option_values "$path_words" "$prev"
+        if (( $#reply )); then
+            compadd -a reply
+        else
+            _files
+        fi
         return
     fi
     if [[ ${words[CURRENT]} == -* ]]; then
@@ -307,6 +353,22 @@ void add_completion_commands(CLI::App& app)
     });
     completion->add_subcommand("zsh", "Print the zsh completion script")->callback([root] {
         std::cout << zsh_script(*root);
+    });
+    // What the scripts call for the values of names, makers, sizes, kinds.
+    static std::string source;
+    CLI::App* values = completion->add_subcommand("values", "Print the values completion offers for SOURCE");
+    values->group(""); // for the scripts, not for people
+    values
+        ->add_option("SOURCE", source,
+                     "flash-names, flash-makers, flash-sizes, flash-voltages, device-names, "
+                     "type-kinds")
+        ->required();
+    values->callback([] {
+        const auto lister = completion_listers().find(source);
+        if (lister == completion_listers().end())
+            throw USER_ERROR{"no completion values are named " + moxdev::quoted(source)};
+        for (const std::string& value : lister->second())
+            std::cout << value << "\n";
     });
 }
 

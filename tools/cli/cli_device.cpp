@@ -498,7 +498,9 @@ void add_device_commands(CLI::App& app)
     static std::string name;
     CLI::App* show =
         device->add_subcommand("show", "Show the record that serves a family, device or part (letter case ignored)");
-    show->add_option("NAME", name, "Family identifier or name, device name or part name")->required();
+    complete_from(show->add_option("NAME", name, "Family identifier or name, device name or part name"), "device-names",
+                  [] { return known_device_names(); })
+        ->required();
     add_json_verb(show, [] { device_show(name); });
 
     static bool full = false;

@@ -154,7 +154,7 @@ const moxdev::FLASH_SOURCES& table_sources()
         moxdev::FLASH_SOURCES loaded;
         std::string error;
         if (!loaded.load(moxdev::FLASH_SOURCES::default_path(), error))
-            std::fprintf(stderr, "moxdev: warning: %s; where the maxima come from is not shown\n", error.c_str());
+            warning(error + "; where the maxima come from is not shown");
         return loaded;
     }();
     return sources;
@@ -233,10 +233,7 @@ void warn_if_user_flash_ignored(const MOXDEV_FLASH_MANAGER& manager)
         reason = !content.fields_valid                ? "a field of the definition is out of range"
                  : content.record.device_name.empty() ? "the definition has no device name"
                                                       : "its check value is not this version's";
-    std::fprintf(stderr,
-                 "moxdev: warning: the flash manager ignores MOX_SUPPORT_EXT_SPI_DEV: %s; 'moxdev flash decode' "
-                 "tells more\n",
-                 reason.c_str());
+    warning("the flash manager ignores MOX_SUPPORT_EXT_SPI_DEV: " + reason + "; 'moxdev flash decode' tells more");
 }
 
 MOXDEV_FLASH_MANAGER load_table(bool every_record)
@@ -477,7 +474,7 @@ void flash_list(bool every_record, bool full, const LIST_FILTER& filter)
         if (json_output)
             print_json(JSON::array());
         else
-            std::fprintf(stderr, "moxdev: %s\n", nothing_listed(filter, bits, voltage, every_record).c_str());
+            note(nothing_listed(filter, bits, voltage, every_record));
         return;
     }
     if (json_output) {
@@ -684,8 +681,7 @@ void flash_identify(const std::vector<std::string>& words, bool silicon_id, cons
         MOXDEV_SFDP decoded;
         MOXDEV_SFDP_RECORD derivation;
         if (bytes.size() >= 3 && moxdev_decode_sfdp(sfdp.data(), sfdp.size(), decoded, error) &&
-            moxdev_sfdp_record(decoded, bytes.data(), "", "", MOXDEV_SFDP_ASSUMPTIONS{}, derivation, error))
-        {
+            moxdev_sfdp_record(decoded, bytes.data(), "", "", MOXDEV_SFDP_ASSUMPTIONS{}, derivation, error)) {
             sfdp_assumed = derivation.assumed;
             sfdp_record = derivation.record;
         }
@@ -703,13 +699,11 @@ void flash_identify(const std::vector<std::string>& words, bool silicon_id, cons
     // describe another chip (a clone, a misprogrammed SFDP area).
     if (!derived && sfdp_record) {
         if (sfdp_record->device_bit_size != record.device_bit_size)
-            std::fprintf(stderr, "moxdev: warning: the SFDP read gives %u bits, the bound record %s %u\n",
-                         unsigned(sfdp_record->device_bit_size), record.device_name.c_str(),
-                         unsigned(record.device_bit_size));
+            warning(fmt::format("the SFDP read gives {} bits, the bound record {} {}", sfdp_record->device_bit_size,
+                                record.device_name, record.device_bit_size));
         if (sfdp_record->device_sector_byte != record.device_sector_byte)
-            std::fprintf(stderr, "moxdev: warning: the SFDP read gives %u-byte sectors, the bound record %s %u\n",
-                         unsigned(sfdp_record->device_sector_byte), record.device_name.c_str(),
-                         unsigned(record.device_sector_byte));
+            warning(fmt::format("the SFDP read gives {}-byte sectors, the bound record {} {}",
+                                sfdp_record->device_sector_byte, record.device_name, record.device_sector_byte));
     }
     const moxdev::MAXIMA_SOURCE derived_source = moxdev::sfdp_maxima_source(sfdp_assumed);
     const moxdev::MAXIMA_SOURCE* source = derived ? &derived_source : record_source(manager, index);
@@ -834,6 +828,24 @@ void flash_generate(const std::string& csv, const std::string& out)
 
 } // namespace
 
+// Each distinct value `of` gives over the table's records, in table order;
+// none when the table cannot be read (completion stays quiet).
+template <class OF>
+std::vector<std::string> table_values(OF of)
+{
+    std::vector<std::string> values;
+    try {
+        quiet_output = true;
+        const MOXDEV_FLASH_MANAGER manager = load_table(true);
+        for (DWORD i = 0; i < manager.get_flash_count(); ++i) {
+            std::string value = of(manager.get_flash_database()[i]);
+            if (std::find(values.begin(), values.end(), value) == values.end())
+                values.push_back(std::move(value));
+        }
+    } catch (...) {}
+    return values;
+}
+
 void add_flash_commands(CLI::App& app)
 {
     CLI::App* flash =
@@ -849,11 +861,30 @@ void add_flash_commands(CLI::App& app)
     list->add_option("PATTERN", filter.pattern,
                      "Only the chips whose name matches, '*' and '?' as wildcards, e.g. 'W25Q*' (letter case "
                      "ignored)");
-    list->add_option("--maker", filter.maker, "Only the records of this maker, e.g. winbond (letter case ignored)");
-    list->add_option(
-        "--size", filter.size,
-        "Only the chips of this size: 512K, 128M, 1G or 2Gbit are bits (K, M, G = 1024^n); 16MB or 16MiB are bytes");
-    list->add_option("--voltage", filter.voltage, "Only the chips of this voltage: 3.3V or 1.8V");
+    complete_from(
+        list->add_option("--maker", filter.maker, "Only the records of this maker, e.g. winbond (letter case ignored)"),
+        "flash-makers",
+        [] { return table_values([](const MOXDEV_SFL_FLASH_INFO& r) { return r.manufacturer_name; }); });
+    complete_from(list->add_option("--size", filter.size,
+                                   "Only the chips of this size: 512K, 128M, 1G or 2Gbit are bits (K, M, G = 1024^n); "
+                                   "16MB or 16MiB are bytes"),
+                  "flash-sizes", [] {
+                      // Smallest first, written as the list's --size reads them.
+                      std::vector<std::string> sizes = table_values(
+                          [](const MOXDEV_SFL_FLASH_INFO& r) { return fmt::format("{:010}", r.device_bit_size); });
+                      std::sort(sizes.begin(), sizes.end());
+                      for (std::string& size : sizes) {
+                          const DWORD bits = DWORD(std::stoul(size));
+                          size = bits >= (1u << 30) && bits % (1u << 30) == 0 ? std::to_string(bits >> 30) + "G"
+                                 : bits % (1u << 20) == 0                     ? std::to_string(bits >> 20) + "M"
+                                                                              : std::to_string(bits >> 10) + "K";
+                      }
+                      return sizes;
+                  });
+    complete_from(list->add_option("--voltage", filter.voltage, "Only the chips of this voltage: 3.3V or 1.8V"),
+                  "flash-voltages", [] {
+                      return std::vector<std::string>{"3.3V", "1.8V"};
+                  });
     list->footer("The filters combine. The last line counts the records listed per maker. "
                  "With --json every record is given whole, so --full changes nothing; fields that are not "
                  "used (255) are null there and \"none\" in the text.");
@@ -861,7 +892,10 @@ void add_flash_commands(CLI::App& app)
 
     static std::string show_name;
     CLI::App* show = flash->add_subcommand("show", "Every record (ID variant) of one flash chip, by its name");
-    show->add_option("NAME", show_name, "The chip's name, e.g. mt25ql256 (letter case ignored)")->required();
+    complete_from(show->add_option("NAME", show_name, "The chip's name, e.g. mt25ql256 (letter case ignored)"),
+                  "flash-names",
+                  [] { return table_values([](const MOXDEV_SFL_FLASH_INFO& r) { return r.device_name; }); })
+        ->required();
     show->footer("Records whose MOX_ALLOW_ switch is off are shown too, marked not usable.");
     add_json_verb(show, [] { flash_show(show_name); });
 

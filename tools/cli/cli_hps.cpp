@@ -84,9 +84,10 @@ void change_user_records(const KIND<RECORD>& kind, CHANGE change)
 void warn_if_damaged()
 {
     if (moxdev::parameter_file_state() == moxdev::PARAMETER_FILE_STATE::DAMAGED)
-        std::cerr << "moxdev: warning: " << moxdev::parameter_file_path()
-                  << " cannot be read, so no user part of it is listed; the next change keeps it as "
-                  << moxdev::parameter_file_path() << ".damaged-<time>\n";
+        warning(moxdev::parameter_file_path() +
+                " cannot be read, so no user part of it is listed; the next change "
+                "keeps it as " +
+                moxdev::parameter_file_path() + ".damaged-<time>");
 }
 
 template <class RECORD>

@@ -453,7 +453,10 @@ void add_naming_commands(CLI::App& app)
     CLI::App* name_command = app.add_subcommand("name", "Show every form of a device name");
     name_command->footer("The forms: full ordering name, name without speed grade, device, family, programmer "
                          "part and family, catalogue configuration and family, OPN enum and hash.");
-    name_command->add_option("NAME", name, "Any name form, e.g. KXB100F484C6, KXB100F484, KXB100, KXB100M")->required();
+    complete_from(
+        name_command->add_option("NAME", name, "Any name form, e.g. KXB100F484C6, KXB100F484, KXB100, KXB100M"),
+        "device-names", [] { return known_device_names(); })
+        ->required();
     add_json_verb(name_command, [] { show_name(name); });
 
     static std::string opn;
@@ -465,7 +468,12 @@ void add_naming_commands(CLI::App& app)
     static std::string kind, item;
     CLI::App* type_command =
         app.add_subcommand("type", "Check whether a value or name of a programmer object kind is supported");
-    type_command->add_option("KIND", kind, "block, flash-sector, option-bit or hps-setting (or 0-3)")->required();
+    complete_from(type_command->add_option("KIND", kind, "block, flash-sector, option-bit or hps-setting (or 0-3)"),
+                  "type-kinds",
+                  [] {
+                      return std::vector<std::string>{"block", "flash-sector", "option-bit", "hps-setting"};
+                  })
+        ->required();
     static CLI::Option* item_option =
         type_command->add_option("VALUE", item,
                                  "A value (number) or a value name; without it, every supported "

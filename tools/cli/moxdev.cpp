@@ -12,7 +12,9 @@
 #include <fmt/format.h>
 
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <exception>
 #include <filesystem>
@@ -127,6 +129,32 @@ void flush_answer()
     std::fflush(stdout);
 }
 
+// moxdev help [COMMAND...]: the help of the command named, as --help prints it.
+void add_help_command(CLI::App& app)
+{
+    static std::vector<std::string> words;
+    CLI::App* help = app.add_subcommand("help", "Show the help of moxdev or of a command, e.g. moxdev help flash list");
+    help->add_option("COMMAND", words, "The command, and its subcommands");
+    help->callback([&app] {
+        const CLI::App* command = &app;
+        for (const std::string& word : words) {
+            const CLI::App* sub = nullptr;
+            for (const CLI::App* candidate : command->get_subcommands([](const CLI::App*) { return true; })) {
+                if (candidate->get_name() == word)
+                    sub = candidate;
+            }
+            if (sub == nullptr)
+                throw USER_ERROR{fmt::format("'{}' is not a command of '{}'; see '{} --help'", word,
+                                             command_path(command), command_path(command))};
+            command = sub;
+        }
+        // Formatted directly: App::help() of the root would show the help of
+        // this very command, the one the parser selected. The usage line
+        // reads "moxdev flash list", as --help writes it.
+        std::cout << command->get_formatter()->make_help(command, command_path(command), CLI::AppFormatMode::Normal);
+    });
+}
+
 int run(int argc, char** argv);
 
 } // namespace
@@ -142,8 +170,24 @@ namespace {
 int run(int argc, char** argv)
 {
     CLI::App app{"moxdev: device and configuration-flash information for FPGA/CPLD programmers", "moxdev"};
-    app.set_version_flag("--version", version_text(), "Print the version and build number");
+    app.set_version_flag("-V,--version", version_text(), "Print the version and build number");
     app.require_subcommand(1);
+    // The global options may also follow the command: moxdev flash list -q.
+    app.fallthrough();
+    app.add_flag("-q,--quiet", moxdev_cli::quiet_output, "Print no warnings or notes, only errors");
+    app.add_flag_function(
+        "-v,--verbose",
+        [](std::int64_t count) {
+            // Each -v shows more of the library's own debug output: its
+            // messages up to that level; from the first, why a user flash
+            // value is ignored; from the third, each step of the name queries.
+            ::setenv("MOXDEV_DEBUG_LEVEL", std::to_string(count).c_str(), 1);
+            ::setenv("MOX_SUPPORT_EXT_SPI_DEV_DEBUG", "1", 1);
+            if (count >= 3)
+                ::setenv("MOXDEV_ENABLE_GRAMMAR_DEBUG", "1", 1);
+        },
+        "Show the library's debug output: -v its messages and why a user flash value is ignored, -vv more, "
+        "-vvv also each step of the name queries");
 
     moxdev_cli::add_device_commands(app);
     moxdev_cli::add_flash_commands(app);
@@ -151,6 +195,7 @@ int run(int argc, char** argv)
     moxdev_cli::add_image_commands(app);
     moxdev_cli::add_hps_commands(app);
     moxdev_cli::add_completion_commands(app);
+    add_help_command(app);
     // Set last, so that the commands do not inherit it. Headings alone on
     // their line, the items indented below: help2man makes sections of them.
     app.footer("Every command has --help. Shell completion: moxdev completion bash|zsh.\n"
