@@ -764,6 +764,10 @@ TEST(CliShell, InstallCarriesTheCompletionsAndTheManPage)
     EXPECT_NE(roff.find(".TH MOXDEV \"1\""), std::string::npos) << roff;
     for (const char* verb : {"device", "flash", "name", "opn", "type", "image", "hps", "completion"})
         EXPECT_NE(roff.find(std::string(".TP\n") + verb + "\n"), std::string::npos) << verb;
+    // Every subcommand has its section with its whole help.
+    for (const char* command : {"moxdev flash list", "moxdev flash sources", "moxdev hps add", "moxdev device show",
+                                "moxdev image build", "moxdev help"})
+        EXPECT_NE(roff.find(std::string(".SS \"") + command + "\"\n.nf\n"), std::string::npos) << command;
     const SCRATCH dir;
     dir.expect({
         {"moxdev completion bash | cmp - '" + build + "/share/bash-completion/completions/moxdev' && echo same", 0,

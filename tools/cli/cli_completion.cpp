@@ -338,6 +338,42 @@ _moxdev "$@"
     return text;
 }
 
+// Text for a man page: roff escapes for backslashes and leading dots.
+std::string roff_text(const std::string& text)
+{
+    std::string out;
+    bool line_start = true;
+    for (const char c : text) {
+        if (line_start && (c == '.' || c == '\''))
+            out += "\\&";
+        out += c == '\\' ? std::string("\\e") : std::string(1, c);
+        line_start = c == '\n';
+    }
+    return out;
+}
+
+void man_command(const CLI::App* app, const std::string& path, std::string& text)
+{
+    const std::vector<const CLI::App*> subcommands =
+        app->get_subcommands([](const CLI::App* sub) { return !sub->get_group().empty(); });
+    if (!path.empty()) {
+        text += ".SS \"" + path + "\"\n.nf\n" +
+                roff_text(app->get_formatter()->make_help(app, path, CLI::AppFormatMode::Normal)) + ".fi\n";
+    }
+    for (const CLI::App* sub : subcommands)
+        man_command(sub, path.empty() ? "moxdev " + sub->get_name() : path + " " + sub->get_name(), text);
+}
+
+// A help2man include file: a COMMANDS section with the help of every
+// command and subcommand, as --help prints it.
+std::string man_commands(const CLI::App& root)
+{
+    std::string text = "[COMMANDS]\nEvery command's help, as \\fBmoxdev\\fR \\fICOMMAND\\fR \\fB\\-\\-help\\fR "
+                       "prints it.\n";
+    man_command(&root, "", text);
+    return text;
+}
+
 } // namespace
 
 void add_completion_commands(CLI::App& app)
@@ -354,6 +390,8 @@ void add_completion_commands(CLI::App& app)
     completion->add_subcommand("zsh", "Print the zsh completion script")->callback([root] {
         std::cout << zsh_script(*root);
     });
+    // The man page's section on every command, for help2man --include.
+    completion->add_subcommand("man", "")->group("")->callback([root] { std::cout << man_commands(*root); });
     // What the scripts call for the values of names, makers, sizes, kinds.
     static std::string source;
     CLI::App* values = completion->add_subcommand("values", "Print the values completion offers for SOURCE");
