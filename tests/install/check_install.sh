@@ -75,6 +75,7 @@ for file in \
   "$includedir/host/dev_catalogue_enums.h" \
   "$datadir/programmer/mox_dev_info.pcf" \
   "$datadir/programmer/mox_flash.pcf" \
+  "$datadir/programmer/mox_flash_sources.txt" \
   "$datadir/h/mox_parts.txt" \
   "$libdir/cmake/moxdev/moxdevConfig.cmake" \
   "$libdir/cmake/moxdev/moxdevConfigVersion.cmake" \
@@ -179,8 +180,21 @@ read -r -a pc_flags <<<"$(pkg-config --cflags --libs moxdev)"
 echo '#include "moxdev/moxdev.h"
 int main() { return ver_get_version().empty() || MOXDEV_MGR::get_opn_enum("KXB100F324C6") != 5345; }' \
   >"$scratch/one_line.cpp"
-"$cxx" -std=c++17 "${extra_flags[@]}" "$scratch/one_line.cpp" -o "$scratch/one_line" \
-  "${pc_flags[@]}" -Wl,-rpath,"$libdir" || fail "compiling with pkg-config's flags"
+# pkg-config's flags alone: its Libs carry the RPATH that lets the program
+# find the library in this prefix, with no LD_LIBRARY_PATH.
+"$cxx" -std=c++"$(pkg-config --variable=cxxstd moxdev | tr -dc 0-9)" "${extra_flags[@]}" "$scratch/one_line.cpp" \
+  -o "$scratch/one_line" "${pc_flags[@]}" || fail "compiling with pkg-config's flags"
+loads_installed_library "$scratch/one_line" || fail "the pkg-config program does not find the installed library"
 "$scratch/one_line" || fail "the pkg-config program exited with status $?"
+
+# ------------------------------------------------------------------ strip
+step "install --strip"
+cmake --install "$build_dir" --prefix "$scratch/stripped" --strip >/dev/null || fail "cmake --install --strip"
+stripped=$scratch/stripped/${libdir#"$prefix"/}/libmoxdev.so.0
+if readelf -S "$stripped" | grep -q '\.symtab'; then
+  fail "the --strip install keeps the symbol table"
+fi
+[ "$(stat -L -c %s "$stripped")" -lt "$(stat -L -c %s "$libdir/libmoxdev.so.0")" ] ||
+  fail "the --strip install is no smaller"
 
 echo "install check passed"
