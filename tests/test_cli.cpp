@@ -104,6 +104,15 @@ TEST(Cli, HelpUsageErrorsAndStatuses)
          "moxdev: --by: shoe not in {family,device,part}; see 'moxdev device list --help'\n"},
         {"moxdev hps selct 4BA00477", 1, "moxdev: unknown command 'selct' (did you mean select?)\n"},
         {"moxdev completion bsh", 1, "moxdev: unknown command 'bsh' (did you mean bash or zsh?)\n"},
+        // -V, help COMMAND, -q and -v.
+        {"moxdev -V", 0, "moxdev 0."},
+        {"moxdev flash list --help > a && moxdev help flash list | cmp - a && echo same", 0, "same\n"},
+        {"moxdev --help > a && moxdev help | cmp - a && echo same", 0, "same\n"},
+        {"moxdev help flash nosuch", 1,
+         "moxdev: 'nosuch' is not a command of 'moxdev flash'; see 'moxdev flash --help'\n"},
+        {"MOX_SUPPORT_EXT_SPI_DEV=garbage moxdev flash list 'ZZ*' -q", 0, ""},
+        {"MOX_SUPPORT_EXT_SPI_DEV=garbage moxdev -v flash identify 20 BA 19 2>/dev/null | head -n 1", 0,
+         "Fail to generate INI because of decompression failure\n"},
     });
     // Every command explains itself: a one-line description, then the usage.
     for (const char* command :
@@ -699,6 +708,7 @@ TEST(CliFlash, SfdpReadsEveryFormAndRefusesWithOneLine)
     write_bytes(dir.file("read.bin"), BYTES(bytes.begin(), bytes.end()));
     const JSON binary = dir.json("moxdev flash sfdp read.bin --id EF 40 17 --json");
     EXPECT_EQ(dir.json("moxdev flash sfdp data/sfdp/W25Q64FV.hexdump --id 0xEF4017 --json"), binary);
+    EXPECT_EQ(dir.json("moxdev flash sfdp data/sfdp/W25Q64FV.hexdump --id 'EF 40 17' --json"), binary);
     EXPECT_EQ(dir.json("moxdev flash sfdp - --id EF 40 17 --json < data/sfdp/W25Q64FV.txt"), binary);
     EXPECT_EQ(binary["table_record"], "W25Q64JV");
     EXPECT_EQ(binary["address_bytes"], "3");
