@@ -30,6 +30,12 @@ mkdir -p "$out/part_list"
 head -n 40 data/h/mox_parts.txt > "$out/part_list/head.txt"
 sed -n '5000,5030p;12000,12030p' data/h/mox_parts.txt > "$out/part_list/middle.txt"
 
+# Where the maxima come from: the head of the generated file, sibling lines.
+mkdir -p "$out/flash_sources"
+sources=$build/share/moxdev/programmer/mox_flash_sources.txt
+head -n 12 "$sources" > "$out/flash_sources/head.txt"
+grep -P '\tsibling\t' "$sources" | head -n 8 > "$out/flash_sources/siblings.txt"
+
 # A user flash value made by the dialogue, in the three input forms of the
 # target: the value ("0"), its decoded text ("1"), the bare definition ("2").
 mkdir -p "$out/user_flash_value"

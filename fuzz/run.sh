@@ -16,7 +16,7 @@ cd "$(dirname "$0")/.."
 [ $# -ge 1 ] && [[ $1 =~ ^[0-9]+$ ]] || { echo "usage: $0 SECONDS [TARGET...]" >&2; exit 1; }
 seconds=$1
 shift
-all_targets=(device_database flash_database device_csv flash_csv part_list user_flash_value
+all_targets=(device_database flash_database device_csv flash_csv part_list flash_sources user_flash_value
              user_parameter_file user_records grammar_image opn_image validating_parse sfdp)
 targets=("$@")
 [ ${#targets[@]} -gt 0 ] || targets=("${all_targets[@]}")
