@@ -46,19 +46,9 @@ inline CLI::Option* complete_from(CLI::Option* option, const std::string& source
 // -q/--quiet: warnings and notes are not printed (errors still are).
 inline bool quiet_output = false;
 
-// "moxdev: warning: <text>" on standard error, unless quiet; what was printed
-// on standard output before it goes out first.
-inline void warning(const std::string& text)
-{
-    if (quiet_output)
-        return;
-    std::cout.flush();
-    std::fflush(stdout);
-    std::fprintf(stderr, "moxdev: warning: %s\n", text.c_str());
-}
-
-// The same for a note ("moxdev: <text>") that is no error, e.g. why a list
-// is empty.
+// A note ("moxdev: <text>") that is no error, e.g. why a list is empty, on
+// standard error unless quiet; what was printed on standard output before
+// it goes out first.
 inline void note(const std::string& text)
 {
     if (quiet_output)
@@ -66,6 +56,12 @@ inline void note(const std::string& text)
     std::cout.flush();
     std::fflush(stdout);
     std::fprintf(stderr, "moxdev: %s\n", text.c_str());
+}
+
+// "moxdev: warning: <text>", the same way.
+inline void warning(const std::string& text)
+{
+    note("warning: " + text);
 }
 
 // Where a dialogue's answers come from: the file named by --input (read

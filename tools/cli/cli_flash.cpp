@@ -260,15 +260,6 @@ std::string upper_text(std::string text)
     return text;
 }
 
-std::string id_text(const MOXDEV_SFL_FLASH_INFO& record)
-{
-    if (record.silicon_id)
-        return fmt::format("silicon {:02X}", record.memory_id);
-    if (record.memory_type_index == 255)
-        return fmt::format("{:02X} -- {:02X}", record.mfc_id, record.memory_id);
-    return fmt::format("{:02X} {:02X} {:02X}", record.mfc_id, record.memory_type, record.memory_id);
-}
-
 // The switch a record needs ("" for none), and whether it is usable now.
 struct RECORD_STATE {
     bool user = false;
@@ -457,7 +448,7 @@ void print_list_line(const MOXDEV_FLASH_MANAGER& manager, DWORD i)
     else if (!state.switch_name.empty())
         note = state.switch_name + (state.usable ? " (on)" : " (off: not usable)");
     fmt::print("{:>5}  {:<10} {:<16} {:<11} {:>6} {:>6}  {:<7} {}\n", i, record.manufacturer_name, record.device_name,
-               id_text(record), mbit_text(record.device_bit_size), record.device_sector_byte >> 10,
+               moxdev::flash_id_text(record), mbit_text(record.device_bit_size), record.device_sector_byte >> 10,
                record.default_dev ? "yes" : "", note);
 }
 
