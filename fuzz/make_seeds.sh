@@ -34,7 +34,7 @@ sed -n '5000,5030p;12000,12030p' data/h/mox_parts.txt > "$out/part_list/middle.t
 mkdir -p "$out/flash_sources"
 sources=$build/share/moxdev/programmer/mox_flash_sources.txt
 head -n 12 "$sources" > "$out/flash_sources/head.txt"
-grep -P '\tsibling\t' "$sources" | head -n 8 > "$out/flash_sources/siblings.txt"
+grep -m 8 -P '\tsibling\t' "$sources" > "$out/flash_sources/siblings.txt"
 
 # A user flash value made by the dialogue, in the three input forms of the
 # target: the value ("0"), its decoded text ("1"), the bare definition ("2").
