@@ -40,6 +40,7 @@ public:
         std::string name;
         std::string id; // as flash_id_text() writes it
         MAXIMA_SOURCE source;
+        std::vector<std::string> aliases; // the names other tools' tables give the chip
     };
 
     // programmer/mox_flash_sources.txt in the database directory.
@@ -55,6 +56,10 @@ public:
 
     // Every line, in table order.
     const std::vector<ENTRY>& entries() const { return m_entries; }
+
+    // The record name `name` stands for: itself, or the name of the record
+    // one of whose aliases it is (letter case ignored); "" when neither.
+    std::string name_for(const std::string& name) const;
 
 private:
     std::vector<ENTRY> m_entries;

@@ -4,6 +4,7 @@
 
 #include "host/gen_path.h"
 
+#include <absl/strings/match.h>
 #include <absl/strings/str_split.h>
 #include <fmt/format.h>
 
@@ -30,7 +31,7 @@ bool FLASH_SOURCES::load(const std::string& path, std::string& error)
     // A line holds a few titles and notes; the file a few hundred lines.
     constexpr std::size_t LINE_CAP = 64 * 1024;
     constexpr std::size_t LINES_MOST = 100000;
-    constexpr std::size_t CELLS = 10;
+    constexpr std::size_t CELLS = 11;
     m_entries.clear();
     detail::LINE_READER lines(path, LINE_CAP);
     std::string line;
@@ -38,13 +39,13 @@ bool FLASH_SOURCES::load(const std::string& path, std::string& error)
         if (line.empty() || line[0] == '#')
             continue;
         const std::vector<std::string> cells = absl::StrSplit(line, '\t');
-        if (cells.size() != CELLS || (cells[2] != "datasheet" && cells[2] != "sibling") ||
+        if (cells.size() != CELLS || (cells[2] != "datasheet" && cells[2] != "sibling" && cells[2] != "envelope") ||
             m_entries.size() == LINES_MOST) {
             error = fmt::format("{}: line {} is not a line of a flash sources file", path, lines.line_number());
             m_entries.clear();
             return false;
         }
-        ENTRY entry{cells[0], cells[1], {}};
+        ENTRY entry{cells[0], cells[1], {}, {}};
         MAXIMA_SOURCE& source = entry.source;
         source.kind = cells[2];
         source.datasheet = cells[3];
@@ -55,6 +56,10 @@ bool FLASH_SOURCES::load(const std::string& path, std::string& error)
         source.scaling = cells[8];
         if (!cells[9].empty())
             source.raised_by = absl::StrSplit(cells[9], ',');
+        if (!cells[10].empty())
+            entry.aliases = absl::StrSplit(cells[10], ',');
+        if (source.kind == "envelope")
+            source.note = source.scaling;
         m_entries.push_back(std::move(entry));
     }
     if (!lines.error().empty()) {
@@ -74,6 +79,19 @@ const MAXIMA_SOURCE* FLASH_SOURCES::find(const MOXDEV_SFL_FLASH_INFO& record) co
         return entry.id == id && entry.name == record.device_name;
     });
     return found == m_entries.end() ? nullptr : &found->source;
+}
+
+std::string FLASH_SOURCES::name_for(const std::string& name) const
+{
+    for (const ENTRY& entry : m_entries) {
+        if (absl::EqualsIgnoreCase(entry.name, name))
+            return entry.name;
+        for (const std::string& alias : entry.aliases) {
+            if (absl::EqualsIgnoreCase(alias, name))
+                return entry.name;
+        }
+    }
+    return "";
 }
 
 MAXIMA_SOURCE user_maxima_source()

@@ -366,6 +366,20 @@ struct LIST_FILTER {
     std::string pattern;
 };
 
+// Whether one of the names other tools give the record's chip matches.
+bool alias_matches(const std::string& pattern, const MOXDEV_SFL_FLASH_INFO& record)
+{
+    for (const moxdev::FLASH_SOURCES::ENTRY& entry : table_sources().entries()) {
+        if (entry.name != record.device_name)
+            continue;
+        for (const std::string& alias : entry.aliases) {
+            if (wildcard_match(pattern, alias))
+                return true;
+        }
+    }
+    return false;
+}
+
 // The records `filter` keeps, by index.
 std::vector<DWORD> listed_records(const MOXDEV_FLASH_MANAGER& manager, const LIST_FILTER& filter, QWORD bits,
                                   const std::string& voltage)
@@ -379,7 +393,8 @@ std::vector<DWORD> listed_records(const MOXDEV_FLASH_MANAGER& manager, const LIS
             (bits == 0 || QWORD(record.device_bit_size) == bits) &&
             (voltage.empty() ||
              ("|" + upper_text(record.asc_voltage) + "|").find("|" + voltage + "|") != std::string::npos) &&
-            (filter.pattern.empty() || wildcard_match(filter.pattern, record.device_name));
+            (filter.pattern.empty() || wildcard_match(filter.pattern, record.device_name) ||
+             alias_matches(filter.pattern, record));
         if (wanted)
             listed.push_back(i);
     }
@@ -498,8 +513,14 @@ void flash_list(bool every_record, bool full, const LIST_FILTER& filter)
 // moxdev flash show: every record (ID variant) of one chip name, switched-off
 // ones included. The index is the one `flash identify` reports, null (or
 // "not usable") while the record's switch is off.
-void flash_show(const std::string& name)
+void flash_show(const std::string& typed)
 {
+    // Other tools' names for a chip (W25Q128.V, S25FL128S_UL, each part of
+    // MX25L25635F/MX25L25645G) find its record; the record's own name is shown.
+    const std::string own = table_sources().name_for(typed);
+    const std::string name = own.empty() ? typed : own;
+    if (!own.empty() && !absl::EqualsIgnoreCase(own, typed))
+        note(typed + " is " + own + " here");
     const MOXDEV_FLASH_MANAGER manager = load_table(true);
     const MOXDEV_SFL_FLASH_INFO* records = manager.get_flash_database();
     std::vector<std::string> names;

@@ -8,6 +8,7 @@
 // with its file and line, and nothing is written.
 #include "tools/generators/generated_file.h"
 
+#include "moxdev/moxdev_sfdp.h"
 #include "moxdev/table.h"
 
 #include <absl/strings/ascii.h>
@@ -113,14 +114,18 @@ struct PLACE {
 }
 
 // The properties a family or chip may set, with the place each was set.
-const std::set<std::string> PROPERTIES = {
-    "id",           "silicon_id",        "size",       "sector",    "dies",     "quad",   "flow",
-    "flag_status",  "startup_protected", "sdm",        "protect",   "voltage",  "switch", "page_program",
-    "sector_erase", "chip_erase",        "times_from", "datasheet", "revision", "at",     "conditions",
-    "note"};
+const std::set<std::string> PROPERTIES = {"id",         "silicon_id",   "size",
+                                          "sector",     "dies",         "quad",
+                                          "flow",       "flag_status",  "startup_protected",
+                                          "sdm",        "protect",      "voltage",
+                                          "switch",     "page_program", "sector_erase",
+                                          "chip_erase", "times_from",   "times",
+                                          "datasheet",  "revision",     "at",
+                                          "conditions", "note",         "alias",
+                                          "aai",        "facts"};
 // Properties that describe one chip only: a family may not set them.
-const std::set<std::string> CHIP_ONLY = {"id",       "silicon_id", "size",       "times_from", "datasheet",
-                                         "revision", "at",         "conditions", "switch"};
+const std::set<std::string> CHIP_ONLY = {"id", "silicon_id", "size",   "times_from", "datasheet", "revision",
+                                         "at", "conditions", "switch", "alias",      "facts"};
 
 struct VALUE {
     std::string text;
@@ -134,6 +139,7 @@ struct CHIP {
     std::string name;
     PLACE place;
     PROPERTY_MAP properties;
+    std::vector<std::string> aliases; // the names other tools' tables give it
     bool is_default = true;
     unsigned family = 0; // number of its family block in table order, from 1
 };
@@ -231,6 +237,10 @@ private:
             if (CHIP_ONLY.count(key))
                 fail(place, "\"" + key + "\" belongs to a chip, not to a family");
             set(m_family, key, value, place);
+        } else if (key == "alias") {
+            if (value.find_first_of(" \t,") != std::string::npos)
+                fail(place, "an alias is one word");
+            m_chip->aliases.push_back(value);
         } else {
             set(m_chip->properties, key, value, place);
         }
@@ -384,9 +394,52 @@ TIMES own_times(const CHIP& chip)
     return times;
 }
 
+// The conservative envelope a chip without a datasheet or a published SFDP
+// read takes: the longest maxima of the table's cited chips per unit erased,
+// the same the SFDP derivation assumes for a read without times (one place:
+// MOXDEV_SFDP_ASSUMPTIONS). Larger sectors and chips scale up, never down.
+TIMES envelope_times(const CHIP& chip)
+{
+    const MOXDEV_SFDP_ASSUMPTIONS envelope;
+    const std::uint64_t bits = size_value(required(chip, "size"));
+    const std::uint64_t sector = size_value(required(chip, "sector"));
+    TIMES times;
+    times.page_program = std::uint64_t(envelope.page_program_us) * 1000;
+    times.sector_erase =
+        std::uint64_t(envelope.sector_erase_ms_per_64k) * 1000000 * std::max<std::uint64_t>(1, sector >> 16);
+    times.chip_erase =
+        std::uint64_t(envelope.chip_erase_ms_per_mbit) * 1000000 * std::max<std::uint64_t>(1, bits >> 20);
+    return times;
+}
+
+std::string envelope_text()
+{
+    const MOXDEV_SFDP_ASSUMPTIONS envelope;
+    return "the longest cited maxima per unit erased: page program " + std::to_string(envelope.page_program_us) +
+           " us, sector erase " + std::to_string(envelope.sector_erase_ms_per_64k) + " ms per 64K, chip erase " +
+           std::to_string(envelope.chip_erase_ms_per_mbit) + " ms per Mbit";
+}
+
+bool takes_envelope(const CHIP& chip)
+{
+    const auto times = chip.properties.find("times");
+    if (times == chip.properties.end())
+        return false;
+    if (times->second.text != "envelope")
+        fail(times->second.place, "times is envelope (or leave it out)");
+    return true;
+}
+
 TIMES times_of(const CHIP& chip, const std::vector<CHIP>& chips)
 {
     const auto from = chip.properties.find("times_from");
+    if (takes_envelope(chip)) {
+        for (const char* own : {"page_program", "sector_erase", "chip_erase", "times_from"}) {
+            if (chip.properties.count(own))
+                fail(chip.properties.at(own).place, chip.name + " takes the envelope and has " + own);
+        }
+        return envelope_times(chip);
+    }
     if (from == chip.properties.end())
         return own_times(chip);
     for (const char* own : {"page_program", "sector_erase", "chip_erase"}) {
@@ -489,7 +542,7 @@ RECORD make_record(const CHIP& chip, const std::vector<CHIP>& chips, unsigned nu
     if (voltage.text != "3.3V" && voltage.text != "1.8V")
         fail(voltage.place, "voltage is 3.3V or 1.8V");
     const VALUE& datasheet = required(chip, "datasheet");
-    if (datasheet.text == "none" && !chip.properties.count("times_from"))
+    if (datasheet.text == "none" && !chip.properties.count("times_from") && !takes_envelope(chip))
         fail(datasheet.place, chip.name + " has no datasheet: name the chip whose maxima it takes (times_from)");
 
     // The three times are filled in once the shared IDs are known.
@@ -510,7 +563,7 @@ RECORD make_record(const CHIP& chip, const std::vector<CHIP>& chips, unsigned nu
         {"micron_flow", flag(flow == "micron")},
         {"spansion_flow", flag(flow == "spansion")},
         {"startup_protected", flag(yes_no(chip, "startup_protected"))},
-        {"aai_mode", flag(false)},
+        {"aai_mode", flag(yes_no(chip, "aai"))},
         {"flag_status", flag(yes_no(chip, "flag_status"))},
         {"die_count", dies},
         {"device_bit_size", std::to_string(bits)},
@@ -697,23 +750,37 @@ std::string sources_text(std::vector<CHIP>& chips)
     std::ostringstream out;
     out << "# Where the maxima of each flash record come from, generated from data/flash/ by gen_flash_table.\n"
            "# One line per record of the flash table, tab-separated:\n"
-           "# name, ID, kind (datasheet or sibling), datasheet title, revision, where a copy is, conditions,\n"
-           "# sibling, scaling, the later records with its ID whose longer maxima it carries (comma-separated)\n";
+           "# name, ID, kind (datasheet, sibling or envelope), datasheet title, revision, where a copy is,\n"
+           "# conditions, sibling, scaling, the later records with its ID whose longer maxima it carries\n"
+           "# (comma-separated), the names other tools' tables give the chip (comma-separated)\n";
     for (const RECORD& record : records) {
         const CHIP& chip = *record.chip;
+        const bool envelope = takes_envelope(chip);
         const bool sibling = chip.properties.count("times_from") > 0;
         const CHIP& read = sibling ? sibling_of(chip, chips) : chip;
-        std::vector<std::string> cells = {
-            record.cells.at("device_name"),          id_text(record),
-            sibling ? "sibling" : "datasheet",       optional(read, "datasheet", ""),
-            optional(read, "revision", ""),          optional(read, "at", ""),
-            optional(read, "conditions", ""),        sibling ? absl::AsciiStrToUpper(read.name) : "",
-            sibling ? scaling_text(chip, read) : "",
+        const auto join = [](const std::vector<std::string>& names) {
+            std::string text;
+            for (const std::string& name : names)
+                text += (text.empty() ? "" : ",") + name;
+            return text;
         };
-        std::string raised;
-        for (const std::string& name : record.raised_by)
-            raised += (raised.empty() ? "" : ",") + name;
-        cells.push_back(raised);
+        const std::vector<std::string> cells = {
+            record.cells.at("device_name"),
+            id_text(record),
+            envelope  ? "envelope"
+            : sibling ? "sibling"
+                      : "datasheet",
+            envelope ? "" : optional(read, "datasheet", ""),
+            envelope ? "" : optional(read, "revision", ""),
+            envelope ? "" : optional(read, "at", ""),
+            envelope ? "" : optional(read, "conditions", ""),
+            sibling ? absl::AsciiStrToUpper(read.name) : "",
+            envelope  ? envelope_text()
+            : sibling ? scaling_text(chip, read)
+                      : "",
+            join(record.raised_by),
+            join(chip.aliases),
+        };
         for (std::size_t i = 0; i < cells.size(); ++i) {
             if (cells[i].find_first_of("\t\n") != std::string::npos)
                 fail(chip.place, "a source text holds a tab or a line end");

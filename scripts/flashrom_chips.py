@@ -1,0 +1,116 @@
+#!/usr/bin/python3
+"""Lists the SPI flash chips of flashrom's chip tables as facts for data/flash/.
+
+    scripts/flashrom_chips.py FLASHROM_GIT_DIR [COMMIT] > data/flash/reference/flashrom-chips.csv
+
+Reads flashchips/*.c and include/flashchips.h of a flashrom checkout (a bare
+git directory is enough: the files are read with `git show`) and writes one
+CSV line per SPI chip: maker, name, how it is probed, the Read-ID bytes it
+returns, its size, its uniform erase block, page size, voltage range and
+write method. Only facts the tables state are written; nothing is inferred
+but the ID bytes, which are the manufacturer code followed by the model
+code, as the chip sends them.
+"""
+import csv
+import re
+import subprocess
+import sys
+
+
+def show(git_dir, commit, path):
+    return subprocess.run(["git", "-C", git_dir, "show", f"{commit}:{path}"], check=True,
+                          capture_output=True, text=True).stdout
+
+
+def macros(header):
+    values = {}
+    for name, value in re.findall(r"#define\s+(\w+)\s+(0x[0-9A-Fa-f]+|\d+)", header):
+        values[name] = int(value, 0)
+    return values
+
+
+def field(entry, name):
+    match = re.search(r"\." + name + r"\s*=\s*([^,\n]+(?:\{[^}]*\})?)", entry)
+    return match.group(1).strip() if match else ""
+
+
+def number(text, defines):
+    text = text.strip()
+    if text in defines:
+        return defines[text]
+    try:
+        return int(eval(text, {"__builtins__": {}}, {}))  # sizes such as "64 * 1024"
+    except Exception:
+        return None
+
+
+def erase_blocks(entry, defines):
+    """(block size, count, opcode) for each eraser with one uniform block size."""
+    erasers = []
+    for blocks, opcode in re.findall(r"\.eraseblocks\s*=\s*\{(.*?)\}\s*,\s*\.block_erase\s*=\s*(\w+)",
+                                     entry, re.S):
+        sizes = re.findall(r"\{\s*([^,{}]+?)\s*,\s*([^,{}]+?)\s*\}", blocks)
+        if len(sizes) == 1:
+            size, count = number(sizes[0][0], defines), number(sizes[0][1], defines)
+            if size and count:
+                erasers.append((size, count, opcode))
+    return erasers
+
+
+def main():
+    git_dir = sys.argv[1]
+    commit = sys.argv[2] if len(sys.argv) > 2 else "HEAD"
+    defines = macros(show(git_dir, commit, "include/flashchips.h"))
+    files = subprocess.run(["git", "-C", git_dir, "ls-tree", "--name-only", commit, "flashchips/"], check=True,
+                           capture_output=True, text=True).stdout.split()
+    out = csv.writer(sys.stdout, lineterminator="\n")
+    out.writerow(["maker", "name", "probe", "id", "size_bytes", "sector_bytes", "page_bytes", "voltage_mv",
+                  "write", "source"])
+    revision = subprocess.run(["git", "-C", git_dir, "rev-parse", "--short", commit], check=True,
+                              capture_output=True, text=True).stdout.strip()
+    for path in sorted(files):
+        text = show(git_dir, commit, path)
+        # Each chip is one brace-initialised entry at the outer level.
+        depth, start = 0, None
+        for i, c in enumerate(text):
+            if c == "{":
+                if depth == 0:
+                    start = i
+                depth += 1
+            elif c == "}":
+                depth -= 1
+                if depth == 0 and start is not None:
+                    entry = text[start:i + 1]
+                    if "BUS_SPI" in field(entry, "bustype"):
+                        row(out, entry, defines, f"flashrom {path} ({revision})")
+                    start = None
+
+
+def row(out, entry, defines, source):
+    name = field(entry, "name").strip('"')
+    maker = field(entry, "vendor").strip('"')
+    probe = field(entry, "probe")
+    mfr = number(field(entry, "manufacture_id"), defines)
+    model = number(field(entry, "model_id"), defines)
+    size = number(field(entry, "total_size"), defines)
+    page = number(field(entry, "page_size"), defines)
+    voltage = re.search(r"\.voltage\s*=\s*\{\s*(\d+)\s*,\s*(\d+)\s*\}", entry)
+    write = field(entry, "write")
+    ident = ""
+    if probe in ("PROBE_SPI_RDID", "PROBE_SPI_RDID4") and mfr is not None and model is not None:
+        # The manufacturer code as sent (0x7F continuation first), then
+        # the model code's two bytes.
+        id_bytes = ([mfr >> 8] if mfr > 0xFF else []) + [mfr & 0xFF, (model >> 8) & 0xFF, model & 0xFF]
+        ident = " ".join(f"{b:02X}" for b in id_bytes)
+    elif mfr is not None and model is not None:
+        ident = f"{mfr & 0xFF:02X} {model & 0xFFFF:04X}"
+    total = size * 1024 if size else 0
+    uniform = [(s, c, op) for s, c, op in erase_blocks(entry, defines) if s * c == total and s < total]
+    sector = max((s for s, c, op in uniform if op == "SPI_BLOCK_ERASE_D8"), default=0) or \
+        max((s for s, c, op in uniform), default=0)
+    out.writerow([maker, name, probe.replace("PROBE_", ""), ident, total, sector, page or "",
+                  f"{voltage.group(1)}-{voltage.group(2)}" if voltage else "", write, source])
+
+
+if __name__ == "__main__":
+    main()
