@@ -3,6 +3,9 @@
 
     scripts/flashrom_chips.py FLASHROM_GIT_DIR [COMMIT] > data/flash/reference/flashrom-chips.csv
 
+(data/flash/reference/flashrom-chips.csv is made from the tag v1.3.0, the
+version Debian 12 ships, whose names `flashrom -L` prints.)
+
 Reads flashchips/*.c and include/flashchips.h of a flashrom checkout (a bare
 git directory is enough: the files are read with `git show`) and writes one
 CSV line per SPI chip: maker, name, how it is probed, the Read-ID bytes it
@@ -60,9 +63,13 @@ def erase_blocks(entry, defines):
 def main():
     git_dir = sys.argv[1]
     commit = sys.argv[2] if len(sys.argv) > 2 else "HEAD"
-    defines = macros(show(git_dir, commit, "include/flashchips.h"))
-    files = subprocess.run(["git", "-C", git_dir, "ls-tree", "--name-only", commit, "flashchips/"], check=True,
-                           capture_output=True, text=True).stdout.split()
+    # Newer trees keep one file per maker under flashchips/ and the codes in
+    # include/; older ones (1.3.0, as Debian 12 ships it) one flashchips.c.
+    tree = subprocess.run(["git", "-C", git_dir, "ls-tree", "-r", "--name-only", commit], check=True,
+                          capture_output=True, text=True).stdout.split()
+    header = "include/flashchips.h" if "include/flashchips.h" in tree else "flashchips.h"
+    defines = macros(show(git_dir, commit, header))
+    files = [path for path in tree if path.startswith("flashchips/") and path.endswith(".c")] or ["flashchips.c"]
     out = csv.writer(sys.stdout, lineterminator="\n")
     out.writerow(["maker", "name", "probe", "id", "size_bytes", "sector_bytes", "page_bytes", "voltage_mv",
                   "write", "source"])
@@ -70,6 +77,10 @@ def main():
                               capture_output=True, text=True).stdout.strip()
     for path in sorted(files):
         text = show(git_dir, commit, path)
+        # The table itself: from its opening brace to its end.
+        table = re.search(r"const struct flashchip flashchips\[\]\s*=\s*\{", text)
+        if table:
+            text = text[table.end():]
         # Each chip is one brace-initialised entry at the outer level.
         depth, start = 0, None
         for i, c in enumerate(text):
@@ -89,7 +100,8 @@ def main():
 def row(out, entry, defines, source):
     name = field(entry, "name").strip('"')
     maker = field(entry, "vendor").strip('"')
-    probe = field(entry, "probe")
+    probe_match = re.search(r"\.probe\s*=\s*(PROBE_\w+)", entry)  # not the .tested = {.probe = OK} status
+    probe = probe_match.group(1) if probe_match else ""
     mfr = number(field(entry, "manufacture_id"), defines)
     model = number(field(entry, "model_id"), defines)
     size = number(field(entry, "total_size"), defines)
@@ -97,9 +109,11 @@ def row(out, entry, defines, source):
     voltage = re.search(r"\.voltage\s*=\s*\{\s*(\d+)\s*,\s*(\d+)\s*\}", entry)
     write = field(entry, "write")
     ident = ""
-    if probe in ("PROBE_SPI_RDID", "PROBE_SPI_RDID4") and mfr is not None and model is not None:
+    if probe in ("PROBE_SPI_RDID", "PROBE_SPI_RDID4", "PROBE_SPI_BIG_SPANSION") and mfr is not None and model is not None:
         # The manufacturer code as sent (0x7F continuation first), then
-        # the model code's two bytes.
+        # the model code's first two bytes (a longer code goes on after them).
+        while model > 0xFFFF:
+            model >>= 8
         id_bytes = ([mfr >> 8] if mfr > 0xFF else []) + [mfr & 0xFF, (model >> 8) & 0xFF, model & 0xFF]
         ident = " ".join(f"{b:02X}" for b in id_bytes)
     elif mfr is not None and model is not None:

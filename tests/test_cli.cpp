@@ -461,10 +461,8 @@ TEST(CliFlash, IdentifyListShowAndGenerateAnswerOrRefuse)
          "moxdev: '2G' is not a hex byte or a run of hex bytes (e.g. EF 40 18, EF4018 or 0xEF,0x40,0x18)\n"},
         // ID bytes as people write them: words, one string, 0x, commas, colons, run together.
         {"for id in 'EF 40 18' 0xEF,0x40,0x18 EF4018 ef:40:18 '0xEF 0x4018'; do moxdev flash identify \"$id\" | "
-         "head -n 1 | cut -d, -f1; done",
-         0,
-         "WINBOND W25Q128JV: record 162\nWINBOND W25Q128JV: record 162\nWINBOND W25Q128JV: record 162\n"
-         "WINBOND W25Q128JV: record 162\nWINBOND W25Q128JV: record 162\n"},
+         "head -n 1 | cut -d: -f1; done",
+         0, "WINBOND W25Q128JV\nWINBOND W25Q128JV\nWINBOND W25Q128JV\nWINBOND W25Q128JV\nWINBOND W25Q128JV\n"},
         {"moxdev flash identify '0xEF4'", 1, "moxdev: '0xEF4' is not a hex byte or a run of hex bytes"},
         {"moxdev flash identify ,", 1, "moxdev: no ID bytes were given (e.g. EF 40 18)\n"},
         {"moxdev flash identify EF 40 99 --sfdp data", 1, "moxdev: cannot read 'data': it is a directory\n"},
@@ -485,9 +483,9 @@ TEST(CliFlash, IdentifyListShowAndGenerateAnswerOrRefuse)
         {"moxdev flash list --size 3X", 1,
          "moxdev: '3X' is not a size (e.g. 512K, 128M or 1G: Kbit, Mbit, Gbit; 16MB or 16MiB: bytes)\n"},
         // Sizes: a multiple alone or with b/bit is bits, with B/iB/byte bytes.
-        {"for s in 128M 128Mbit 128Mb 16MB 16MiB 16Mbyte; do moxdev flash list --size $s | tail -n 1 | cut -c1-11; "
-         "done",
-         0, "48 records:\n48 records:\n48 records:\n48 records:\n48 records:\n48 records:\n"},
+        {"for s in 128M 128Mbit 128Mb 16MB 16MiB 16Mbyte; do moxdev flash list --size $s | tail -n 1; done | sort -u | "
+         "wc -l",
+         0, "1\n"},
         {"moxdev flash list --size 2Gbit | tail -n 1", 0, "11 records: "},
         {"moxdev flash list --size 4G --json 2>/dev/null", 0, "[]\n"},
         {"moxdev flash list --voltage 5", 1, "moxdev: '5' is not a flash voltage (3.3V or 1.8V)\n"},

@@ -502,12 +502,17 @@ struct PROTECTION {
 PROTECTION read_protection(const CHIP& chip)
 {
     const VALUE& protect = required(chip, "protect");
+    // No datasheet read: the block-protect bits the SFDP derivation assumes.
+    if (protect.text == "assumed") {
+        const MOXDEV_SFDP_ASSUMPTIONS assumed;
+        return {assumed.protection_mask, assumed.protection_value, "none"};
+    }
     std::istringstream words(protect.text);
     std::string mask, value, bottom, rest;
     words >> mask >> value >> bottom >> rest;
     if (bottom.empty() || !rest.empty() || mask.rfind("0x", 0) != 0 || value.rfind("0x", 0) != 0 ||
         (bottom != "none" && (bottom.size() != 1 || bottom[0] < '0' || bottom[0] > '7')))
-        fail(protect.place, "protect is MASK VALUE BOTTOM, e.g. \"0x7C 0x5C 5\" or \"0x3C 0x3C none\"");
+        fail(protect.place, "protect is MASK VALUE BOTTOM, e.g. \"0x7C 0x5C 5\" or \"0x3C 0x3C none\", or assumed");
     return {hex_byte(protect, mask.substr(2)), hex_byte(protect, value.substr(2)), bottom};
 }
 
