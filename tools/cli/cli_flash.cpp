@@ -517,7 +517,13 @@ void flash_show(const std::string& typed)
 {
     // Other tools' names for a chip (W25Q128.V, S25FL128S_UL, each part of
     // MX25L25635F/MX25L25645G) find its record; the record's own name is shown.
-    const std::string own = table_sources().name_for(typed);
+    // A name with alternatives (MX25L25635F/MX25L25645G) is found by the
+    // first of them the table knows.
+    std::string own = table_sources().name_for(typed);
+    for (const absl::string_view part : absl::StrSplit(typed, '/')) {
+        if (own.empty())
+            own = table_sources().name_for(std::string(part));
+    }
     const std::string name = own.empty() ? typed : own;
     if (!own.empty() && !absl::EqualsIgnoreCase(own, typed))
         note(typed + " is " + own + " here");
