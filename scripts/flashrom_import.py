@@ -133,7 +133,8 @@ def main():
     for vendor, listed, size_kib in listed_chips():
         # "S25FL128S_UL Uniform 128 kB Sectors" is typed as its first word.
         name = listed.split()[0]
-        alternatives = name.split("/")
+        # "/" separates alternatives, except inside parentheses: EN25Q32(A/B).
+        alternatives = [a for a in re.split(r"/(?![^(]*\))", name) if a]
         if any(a.upper() in by_name or a.upper() in known_aliases for a in alternatives + [name]):
             continue
         fact = chips.get(listed) or chips.get(name)

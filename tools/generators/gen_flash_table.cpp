@@ -425,9 +425,10 @@ bool takes_envelope(const CHIP& chip)
     const auto times = chip.properties.find("times");
     if (times == chip.properties.end())
         return false;
-    if (times->second.text != "envelope")
-        fail(times->second.place, "times is envelope (or leave it out)");
-    return true;
+    // "own": the chip's own three times, where its family takes the envelope.
+    if (times->second.text != "envelope" && times->second.text != "own")
+        fail(times->second.place, "times is envelope or own (or leave it out)");
+    return times->second.text == "envelope";
 }
 
 TIMES times_of(const CHIP& chip, const std::vector<CHIP>& chips)
