@@ -24,7 +24,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         return 0;
     }
     for (const moxdev::FLASH_SOURCES::ENTRY& entry : sources.entries()) {
-        require(entry.source.kind == "datasheet" || entry.source.kind == "sibling", "a kind the file may hold");
+        require(entry.source.kind == "datasheet" || entry.source.kind == "sibling" || entry.source.kind == "envelope",
+                "a kind the file may hold");
+        // An alias finds its record's name.
+        for (const std::string& alias : entry.aliases)
+            require(!sources.name_for(alias).empty(), "an alias is found");
         // A record whose ID text is the entry's finds an entry of that name
         // and ID (the first such line).
         MOXDEV_SFL_FLASH_INFO record;

@@ -261,6 +261,7 @@ TEST(FlashSources, EveryRecordHasOneAndTheReaderRefusesOtherFiles)
         {"W25Q128JV\tEF 40 18\tdatasheet\n", "line 1 is not a line of a flash sources file"},
         {"# heading\nX\tEF 40 18\trumour\ta\tb\tc\td\te\tf\tg\n", "line 2 is not a line of a flash sources file"},
         {std::string(70000, 'x'), "longer than"},
+        {"\tEF 40 18\tdatasheet\ta\tb\tc\td\t\t\t\tALIAS\n", "line 1 is not a line of a flash sources file"},
     };
     for (const auto& [text, reason] : refused) {
         write_text(dir.file("sources.txt"), text);

@@ -39,7 +39,8 @@ bool FLASH_SOURCES::load(const std::string& path, std::string& error)
         if (line.empty() || line[0] == '#')
             continue;
         const std::vector<std::string> cells = absl::StrSplit(line, '\t');
-        if (cells.size() != CELLS || (cells[2] != "datasheet" && cells[2] != "sibling" && cells[2] != "envelope") ||
+        if (cells.size() != CELLS || cells[0].empty() || cells[1].empty() ||
+            (cells[2] != "datasheet" && cells[2] != "sibling" && cells[2] != "envelope") ||
             m_entries.size() == LINES_MOST) {
             error = fmt::format("{}: line {} is not a line of a flash sources file", path, lines.line_number());
             m_entries.clear();
