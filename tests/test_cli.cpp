@@ -487,6 +487,11 @@ TEST(CliFlash, IdentifyListShowAndGenerateAnswerOrRefuse)
          "wc -l",
          0, "1\n"},
         {"moxdev flash list --size 2Gbit | tail -n 1", 0, "11 records: "},
+        // Makers new from flashrom's list, and a chip under flashrom's name.
+        {"for m in eon sst amic pmc zetta; do moxdev flash list --maker $m | tail -n 1 | cut -d' ' -f3; done", 0,
+         "EON\nSST\nAMIC\nPMC\nZETTA\n"},
+        {"moxdev flash show W25Q128.V 2>&1 | head -n 2", 0,
+         "moxdev: W25Q128.V is W25Q128JV here\nWINBOND W25Q128JV: record "},
         {"moxdev flash list --size 4G --json 2>/dev/null", 0, "[]\n"},
         {"moxdev flash list --voltage 5", 1, "moxdev: '5' is not a flash voltage (3.3V or 1.8V)\n"},
         // A bad table line is named by file, line and column.
