@@ -58,10 +58,13 @@ public:
     const std::vector<ENTRY>& entries() const { return m_entries; }
 
     // The record name `name` stands for: itself, or the name of the record
-    // one of whose aliases it is (letter case ignored); "" when neither.
+    // one of whose aliases it is (letter case ignored), or for a slash name
+    // (A/B) that is neither, the first alternative that is; "" when none.
     std::string name_for(const std::string& name) const;
 
 private:
+    std::string name_or_alias(const std::string& name) const;
+
     std::vector<ENTRY> m_entries;
 };
 

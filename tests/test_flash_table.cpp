@@ -343,12 +343,7 @@ TEST(FlashTable, FlashromsChipsAreFoundByTheirNamesAndTheReadmeCountsAreTheData)
         for (std::string word; rest >> word;)
             words.push_back(word);
         const QWORD bits = std::stoull(words.at(words.size() - 2)) * 8192;
-        std::string name = sources.name_for(device.substr(0, device.find(' ')));
-        for (std::size_t start = 0; name.empty() && start < device.size();) {
-            const std::size_t slash = std::min(device.find('/', start), device.find(' ', start));
-            name = sources.name_for(device.substr(start, slash - start));
-            start = slash == std::string::npos ? device.size() : slash + 1;
-        }
+        const std::string name = sources.name_for(device.substr(0, device.find(' ')));
         found += std::any_of(every.begin(), every.end(), [&](const RECORD* r) {
             return !name.empty() && r->device_name == name && r->device_bit_size == bits;
         });

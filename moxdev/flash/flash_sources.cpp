@@ -84,6 +84,19 @@ const MAXIMA_SOURCE* FLASH_SOURCES::find(const MOXDEV_SFL_FLASH_INFO& record) co
 
 std::string FLASH_SOURCES::name_for(const std::string& name) const
 {
+    // A name with alternatives (MX25L25635F/MX25L25645G) that is no alias
+    // itself stands for the first of them the table knows.
+    if (const std::string whole = name_or_alias(name); !whole.empty() || name.find('/') == std::string::npos)
+        return whole;
+    for (const absl::string_view part : absl::StrSplit(name, '/')) {
+        if (std::string own = name_or_alias(std::string(part)); !own.empty())
+            return own;
+    }
+    return "";
+}
+
+std::string FLASH_SOURCES::name_or_alias(const std::string& name) const
+{
     for (const ENTRY& entry : m_entries) {
         if (absl::EqualsIgnoreCase(entry.name, name))
             return entry.name;

@@ -33,9 +33,6 @@
 
 namespace moxdev_cli {
 
-namespace {
-
-// A size in bytes as people read it: "16 MiB", "64 KiB", "512 bytes".
 std::string bytes_size_text(QWORD bytes)
 {
     for (const auto& [unit, shift] : {std::pair<const char*, int>{"GiB", 30}, {"MiB", 20}, {"KiB", 10}}) {
@@ -44,6 +41,8 @@ std::string bytes_size_text(QWORD bytes)
     }
     return fmt::format("{} bytes", bytes);
 }
+
+namespace {
 
 // A density: "16 MiB (128 Mbit)".
 std::string density_text(DWORD bits)
@@ -517,13 +516,7 @@ void flash_show(const std::string& typed)
 {
     // Other tools' names for a chip (W25Q128.V, S25FL128S_UL, each part of
     // MX25L25635F/MX25L25645G) find its record; the record's own name is shown.
-    // A name with alternatives (MX25L25635F/MX25L25645G) is found by the
-    // first of them the table knows.
-    std::string own = table_sources().name_for(typed);
-    for (const absl::string_view part : absl::StrSplit(typed, '/')) {
-        if (own.empty())
-            own = table_sources().name_for(std::string(part));
-    }
+    const std::string own = table_sources().name_for(typed);
     const std::string name = own.empty() ? typed : own;
     if (!own.empty() && !absl::EqualsIgnoreCase(own, typed))
         note(typed + " is " + own + " here");
@@ -849,14 +842,14 @@ void flash_generate(const std::string& csv, const std::string& out)
 // Each distinct value `of` gives over the table's records, in table order;
 // none when the table cannot be read (completion stays quiet).
 template <class OF>
-std::vector<std::string> table_values(OF of)
+auto table_values(OF of)
 {
-    std::vector<std::string> values;
+    std::vector<std::decay_t<decltype(of(MOXDEV_SFL_FLASH_INFO{}))>> values;
     try {
         quiet_output = true;
         const MOXDEV_FLASH_MANAGER manager = load_table(true);
         for (DWORD i = 0; i < manager.get_flash_count(); ++i) {
-            std::string value = of(manager.get_flash_database()[i]);
+            auto value = of(manager.get_flash_database()[i]);
             if (std::find(values.begin(), values.end(), value) == values.end())
                 values.push_back(std::move(value));
         }
@@ -887,15 +880,16 @@ void add_flash_commands(CLI::App& app)
                                    "Only the chips of this size: 512K, 128M, 1G or 2Gbit are bits (K, M, G = 1024^n); "
                                    "16MB or 16MiB are bytes"),
                   "flash-sizes", [] {
-                      // Smallest first, written as the list's --size reads them.
-                      std::vector<std::string> sizes = table_values(
-                          [](const MOXDEV_SFL_FLASH_INFO& r) { return fmt::format("{:010}", r.device_bit_size); });
-                      std::sort(sizes.begin(), sizes.end());
-                      for (std::string& size : sizes) {
-                          const DWORD bits = DWORD(std::stoul(size));
-                          size = bits >= (1u << 30) && bits % (1u << 30) == 0 ? std::to_string(bits >> 30) + "G"
-                                 : bits % (1u << 20) == 0                     ? std::to_string(bits >> 20) + "M"
-                                                                              : std::to_string(bits >> 10) + "K";
+                      // Smallest first, written as --size reads them.
+                      std::vector<DWORD> densities =
+                          table_values([](const MOXDEV_SFL_FLASH_INFO& r) { return r.device_bit_size; });
+                      std::sort(densities.begin(), densities.end());
+                      std::vector<std::string> sizes;
+                      for (const DWORD bits : densities) {
+                          sizes.push_back(bits >= (1u << 30) && bits % (1u << 30) == 0
+                                              ? std::to_string(bits >> 30) + "G"
+                                          : bits % (1u << 20) == 0 ? std::to_string(bits >> 20) + "M"
+                                                                   : std::to_string(bits >> 10) + "K");
                       }
                       return sizes;
                   });

@@ -11,6 +11,8 @@
 
 namespace moxdev_cli {
 
+// A size in bytes as people read it: "16 MiB", "64 KiB", "512 bytes".
+std::string bytes_size_text(QWORD bytes);
 // "ID EF 40 18, 16 MiB (128 Mbit), 64 KiB sectors, 3.3V": the line a person
 // reads first.
 std::string record_summary(const MOXDEV_SFL_FLASH_INFO& record);

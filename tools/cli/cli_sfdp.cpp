@@ -58,11 +58,6 @@ std::string optional_text(const std::optional<T>& value, const char* unit)
     return value ? fmt::format("{} {}", *value, unit) : std::string("not given");
 }
 
-std::string size_text(QWORD bytes)
-{
-    return bytes >= 1024 && bytes % 1024 == 0 ? fmt::format("{} KiB", bytes / 1024) : fmt::format("{} bytes", bytes);
-}
-
 struct DIFFERENCE {
     const char* field;
     std::string table;
@@ -120,8 +115,8 @@ void compare_with_table(SFDP_RESULT& result)
                                               derived.device_bit_size, known.device_bit_size, known.device_name));
     if (known.device_sector_byte != derived.device_sector_byte)
         result.warnings.push_back(fmt::format("SFDP gives a {} sector, the table {} for {}",
-                                              size_text(derived.device_sector_byte),
-                                              size_text(known.device_sector_byte), known.device_name));
+                                              bytes_size_text(derived.device_sector_byte),
+                                              bytes_size_text(known.device_sector_byte), known.device_name));
 }
 
 SFDP_RESULT examine_sfdp(const std::string& file, const std::vector<std::string>& id_words, const std::string& name,
@@ -230,7 +225,7 @@ void print_sfdp_facts(const MOXDEV_SFDP& sfdp)
                sfdp.read_1_4_4 ? "yes" : "no");
     for (const MOXDEV_SFDP_ERASE_TYPE& e : sfdp.erase_types)
         fmt::print("  {:<20} {}, opcode {:02X}h, typical {}, max {}\n", fmt::format("erase type {}", e.type),
-                   size_text(e.size), e.opcode, optional_text(e.typical_ms, "ms"), optional_text(e.max_ms, "ms"));
+                   bytes_size_text(e.size), e.opcode, optional_text(e.typical_ms, "ms"), optional_text(e.max_ms, "ms"));
     fmt::print("  {:<20} {}\n", "page size", optional_text(sfdp.page_size, "bytes"));
     fmt::print("  {:<20} typical {}, max {}\n", "page program", optional_text(sfdp.page_program_typical_us, "us"),
                optional_text(sfdp.page_program_max_us, "us"));
