@@ -112,10 +112,18 @@ def row(out, entry, defines, source):
     if probe in ("PROBE_SPI_RDID", "PROBE_SPI_RDID4", "PROBE_SPI_BIG_SPANSION") and mfr is not None and model is not None:
         # The manufacturer code as sent (0x7F continuation first), then
         # the model code's first two bytes (a longer code goes on after them).
+        # After a continuation code a three-byte read has room for one model
+        # byte only: flashrom then keeps the third byte as the model code.
         while model > 0xFFFF:
             model >>= 8
-        id_bytes = ([mfr >> 8] if mfr > 0xFF else []) + [mfr & 0xFF, (model >> 8) & 0xFF, model & 0xFF]
+        if mfr > 0xFF and probe == "PROBE_SPI_RDID":
+            id_bytes = [mfr >> 8, mfr & 0xFF, model & 0xFF]
+        else:
+            id_bytes = ([mfr >> 8] if mfr > 0xFF else []) + [mfr & 0xFF, (model >> 8) & 0xFF, model & 0xFF]
         ident = " ".join(f"{b:02X}" for b in id_bytes)
+    elif probe == "PROBE_SPI_AT25F" and mfr is not None and model is not None:
+        # Read Product ID (0x15) answers the manufacturer code and one model byte.
+        ident = f"{mfr & 0xFF:02X} {model & 0xFF:02X}"
     elif mfr is not None and model is not None:
         ident = f"{mfr & 0xFF:02X} {model & 0xFFFF:04X}"
     total = size * 1024 if size else 0

@@ -80,6 +80,8 @@ def table():
                 continue
             if cells[2] == "TRUE":
                 ident = "silicon " + cells[3][2:]
+            elif cells[6] == "255":  # a two-byte product ID: maker, model
+                ident = f"{cells[7][2:]} {cells[3][2:]}"
             else:
                 ident = f"{cells[7][2:]} {cells[5][2:]} {cells[3][2:]}"
             records.append({"name": cells[1], "id": ident, "bits": int(cells[19])})
@@ -141,7 +143,11 @@ def main():
         if fact is None:
             left_out.append((name, "not in the chip tables read"))
             continue
-        if fact["probe"] not in ("SPI_RDID", "SPI_RDID4", "SPI_BIG_SPANSION"):
+        if fact["probe"] == "SPI_AT45DB":
+            left_out.append((name, "DataFlash: written through its SRAM buffers by a command set of its own"))
+            continue
+        # AT25F: Read Product ID (0x15) answers the maker code and one model byte.
+        if fact["probe"] not in ("SPI_RDID", "SPI_RDID4", "SPI_BIG_SPANSION", "SPI_AT25F"):
             left_out.append((name, f"no Read-ID (probed by {fact['probe']})"))
             continue
         if vendor not in MAKERS:
@@ -153,8 +159,11 @@ def main():
         ident = " ".join(id_bytes)
         bits = int(fact["size_bytes"]) * 8
         sector = int(fact["sector_bytes"] or 0)
-        if sector < 32768:
-            left_out.append((name, "no uniform erase block of 32 KiB or more (boot-block or mixed sectors)"))
+        if fact["write"].startswith("NA"):
+            left_out.append((name, "a mask ROM (flashrom writes nothing to it)"))
+            continue
+        if sector == 0:
+            left_out.append((name, "no uniform erase block but the whole chip (boot-block sectors)"))
             continue
         same = [r for r in records if r["id"] == ident and r["bits"] == bits]
         if same:
@@ -182,7 +191,7 @@ def main():
         for other in alternatives[1:]:
             block.append(f"  alias             {other}")
         block += [
-            f"  id                {id_bytes[1]} {id_bytes[2]}",
+            f"  id                {' '.join(id_bytes[1:])}",
             f"  size              {size_text(bits)}",
             f"  sector            {size_text(sector)}",
             f"  voltage           {voltage}",
@@ -202,12 +211,16 @@ def main():
             f"# {maker} serial NOR flash. Chips below the flashrom family are known from flashrom's chip\n"
             "# tables (IDs, sizes, erase blocks, voltage); no datasheet was read for them.\n"
             "#\n# Format: README.md beside this file.\n")
-        text = header + (
-            f"\nmaker {maker} 0x{code}\n\n"
-            "# Known from flashrom's chip tables; no datasheet was read: the maxima are the\n"
-            "# envelope and the block-protect bits those the SFDP derivation assumes.\n"
-            "family flashrom\n  protect           assumed\n  times             envelope\n\n"
-            + "\n\n".join(blocks) + "\n")
+        # A file that ends in this maker's flashrom family takes the chips into it.
+        if path.exists() and ends_in_flashrom_family(path.read_text(), f"maker {maker} 0x{code}"):
+            text = "\n" + "\n\n".join(blocks) + "\n"
+        else:
+            text = header + (
+                f"\nmaker {maker} 0x{code}\n\n"
+                "# Known from flashrom's chip tables; no datasheet was read: the maxima are the\n"
+                "# envelope and the block-protect bits those the SFDP derivation assumes.\n"
+                "family flashrom\n  protect           assumed\n  times             envelope\n\n"
+                + "\n\n".join(blocks) + "\n")
         print(f"{file}: {len(blocks)} new chips")
         if write:
             with open(path, "a") as f:
@@ -224,6 +237,14 @@ def main():
             if file not in index.split():
                 index += file + "\n"
         (FLASH / "index.txt").write_text(index)
+
+
+def ends_in_flashrom_family(text, maker_line):
+    """Whether the last maker of `text` is `maker_line` and its last family flashrom."""
+    lines = [line.split("#")[0].strip() for line in text.splitlines()]
+    makers = [line for line in lines if line.startswith("maker ")]
+    families = [line for line in lines if line.startswith("family ")]
+    return bool(makers) and " ".join(makers[-1].split()) == maker_line and families[-1:] == ["family flashrom"]
 
 
 def add_aliases(record, names):

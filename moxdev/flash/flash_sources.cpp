@@ -16,6 +16,9 @@ std::string flash_id_text(const MOXDEV_SFL_FLASH_INFO& record)
 {
     if (record.silicon_id)
         return fmt::format("silicon {:02X}", record.memory_id);
+    // A two-byte product ID (maker, model) compares no type byte.
+    if (record.memory_type_index == 255 && record.memory_id_index == 1)
+        return fmt::format("{:02X} {:02X}", record.mfc_id, record.memory_id);
     if (record.memory_type_index == 255)
         return fmt::format("{:02X} -- {:02X}", record.mfc_id, record.memory_id);
     return fmt::format("{:02X} {:02X} {:02X}", record.mfc_id, record.memory_type, record.memory_id);
@@ -95,13 +98,42 @@ std::string FLASH_SOURCES::name_for(const std::string& name) const
     return "";
 }
 
+namespace {
+
+// Whether `typed` names `stored`, letter case ignored. A stored name with an
+// optional part in parentheses, as flashrom writes them (SST26VF016B(A),
+// EN25Q32(A/B)), is also named without that part or by one of its
+// alternatives: SST26VF016B, SST26VF016BA, EN25Q32A.
+bool names(absl::string_view stored, absl::string_view typed)
+{
+    if (absl::EqualsIgnoreCase(stored, typed))
+        return true;
+    const std::size_t open = stored.find('('), close = stored.find(')', open);
+    if (open == absl::string_view::npos || close == absl::string_view::npos)
+        return false;
+    const absl::string_view before = stored.substr(0, open), after = stored.substr(close + 1);
+    if (typed.size() < before.size() + after.size() || !absl::StartsWithIgnoreCase(typed, before) ||
+        !absl::EndsWithIgnoreCase(typed, after))
+        return false;
+    const absl::string_view middle = typed.substr(before.size(), typed.size() - before.size() - after.size());
+    if (middle.empty())
+        return true;
+    for (const absl::string_view alternative : absl::StrSplit(stored.substr(open + 1, close - open - 1), '/')) {
+        if (absl::EqualsIgnoreCase(alternative, middle))
+            return true;
+    }
+    return false;
+}
+
+} // namespace
+
 std::string FLASH_SOURCES::name_or_alias(const std::string& name) const
 {
     for (const ENTRY& entry : m_entries) {
-        if (absl::EqualsIgnoreCase(entry.name, name))
+        if (names(entry.name, name))
             return entry.name;
         for (const std::string& alias : entry.aliases) {
-            if (absl::EqualsIgnoreCase(alias, name))
+            if (names(alias, name))
                 return entry.name;
         }
     }

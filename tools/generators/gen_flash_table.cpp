@@ -468,11 +468,15 @@ TIMES times_of(const CHIP& chip, const std::vector<CHIP>& chips)
     fail(from->second.place, "times_from names no chip: " + from->second.text);
 }
 
-// The chip's ID: its silicon-ID byte, or its type and capacity bytes behind
-// the maker code; sets the record's key of the bytes it compares.
-void read_id(const CHIP& chip, RECORD& record, bool& silicon, unsigned& memory_id, unsigned& memory_type)
+// The chip's ID: its silicon-ID byte, its type and capacity bytes behind the
+// maker code, or (`id` of one byte) the one model byte behind the maker code
+// of a chip whose ID command answers two bytes (Read Product ID, 0x15, of the
+// older Atmel parts); sets the record's key of the bytes it compares.
+void read_id(const CHIP& chip, RECORD& record, bool& silicon, bool& two_bytes, unsigned& memory_id,
+             unsigned& memory_type)
 {
     silicon = chip.properties.count("silicon_id") > 0;
+    two_bytes = false;
     memory_id = memory_type = 0;
     if (silicon) {
         const VALUE& value = chip.properties.at("silicon_id");
@@ -482,14 +486,21 @@ void read_id(const CHIP& chip, RECORD& record, bool& silicon, unsigned& memory_i
     }
     const VALUE& value = required(chip, "id");
     std::istringstream words(value.text);
-    std::string type, capacity, rest;
-    words >> type >> capacity >> rest;
-    if (capacity.empty() || !rest.empty())
-        fail(value.place, "id is the type and capacity bytes, e.g. \"BA 18\"");
-    memory_type = hex_byte(value, type);
-    memory_id = hex_byte(value, capacity);
+    std::string first, second, rest;
+    words >> first >> second >> rest;
+    if (first.empty() || !rest.empty())
+        fail(value.place, "id is the type and capacity bytes, e.g. \"BA 18\", or the one model byte of a "
+                          "two-byte product ID");
     char key[16];
-    std::snprintf(key, sizeof key, "%02X-%02X-%02X", chip.code, memory_type, memory_id);
+    if (second.empty()) {
+        two_bytes = true;
+        memory_id = hex_byte(value, first);
+        std::snprintf(key, sizeof key, "%02X-%02X", chip.code, memory_id);
+    } else {
+        memory_type = hex_byte(value, first);
+        memory_id = hex_byte(value, second);
+        std::snprintf(key, sizeof key, "%02X-%02X-%02X", chip.code, memory_type, memory_id);
+    }
     record.id_key = key;
 }
 
@@ -530,9 +541,9 @@ std::string one_of(const CHIP& chip, const char* key, const std::string& fallbac
 RECORD make_record(const CHIP& chip, const std::vector<CHIP>& chips, unsigned number)
 {
     RECORD record{&chip, {}, {}, times_of(chip, chips), {}};
-    bool silicon = false;
+    bool silicon = false, two_bytes = false;
     unsigned memory_id = 0, memory_type = 0;
-    read_id(chip, record, silicon, memory_id, memory_type);
+    read_id(chip, record, silicon, two_bytes, memory_id, memory_type);
     const VALUE& size = required(chip, "size");
     const std::uint64_t bits = size_value(size);
     if (bits > 0x80000000ull)
@@ -557,9 +568,11 @@ RECORD make_record(const CHIP& chip, const std::vector<CHIP>& chips, unsigned nu
         {"device_name", absl::AsciiStrToUpper(chip.name)},
         {"silicon_id", flag(silicon)},
         {"memory_id", hex(memory_id)},
-        {"memory_id_index", silicon ? "0" : "2"},
+        {"memory_id_index", silicon     ? "0"
+                            : two_bytes ? "1"
+                                        : "2"},
         {"memory_type", hex(memory_type)},
-        {"memory_type_index", silicon ? "255" : "1"},
+        {"memory_type_index", silicon || two_bytes ? "255" : "1"},
         {"mfc_id", hex(silicon ? 0 : chip.code)},
         {"mfc_id_index", "0"},
         {"velmar_id", std::to_string(number)},
@@ -745,6 +758,8 @@ std::string id_text(const RECORD& record)
     const auto byte = [&](const char* field) { return record.cells.at(field).substr(2); };
     if (record.cells.at("silicon_id") == "TRUE")
         return "silicon " + byte("memory_id");
+    if (record.cells.at("memory_type_index") == "255")
+        return byte("mfc_id") + " " + byte("memory_id");
     return byte("mfc_id") + " " + byte("memory_type") + " " + byte("memory_id");
 }
 
