@@ -53,66 +53,32 @@ void MOXDEV_FLASH_MANAGER::gen_flash_ini(std::istream& in, std::ostream& out)
         out << "Fail to generate INI because fail to counter-check cmp-encode-decode-decmp\n";
 }
 
-bool MOXDEV_FLASH_MANAGER::prompt_flash_info(std::string& definition)
+namespace {
+
+// A yes/no or numeric answer as its value; false when the question refuses
+// it. `convert` is the manager's text-to-number conversion.
+template <class CONVERT>
+bool read_answer(const FLASH_QUESTION& question, const std::string& answer, DWORD& value, CONVERT convert)
 {
-    return prompt_chip(std::cin, std::cout, definition);
+    bool valid = false;
+    if (question.kind == FLASH_ANSWER::YES_NO) {
+        value = answer == "Y" ? 1 : 0;
+        return answer == "Y" || answer == "N";
+    }
+    if (question.unused_allowed && answer == "-1") {
+        // "-1" converts as FFFFFFFF.
+        value = convert("0xFFFFFFFF", &valid);
+        return valid;
+    }
+    value = convert(question.kind == FLASH_ANSWER::HEX ? "0x" + answer : answer, &valid);
+    return valid && value >= question.minimum && value <= question.maximum &&
+           (question.kind != FLASH_ANSWER::POWER_OF_TWO || MOXDEV_FLASH_MANAGER::is_power_of_two(value));
 }
 
-bool MOXDEV_FLASH_MANAGER::prompt_chip(std::istream& in, std::ostream& out, std::string& definition)
+// The chip's definition: the 33 fields of the record in their order, each
+// after an '@', and a closing '@'.
+std::string definition_text(const std::string texts[], const DWORD values[])
 {
-    definition.clear();
-    // Each answer as its definition text ("%d" of a number, so -1 stays -1),
-    // and numbers as values.
-    std::string texts[FLASH_QUESTION_COUNT];
-    DWORD values[FLASH_QUESTION_COUNT] = {};
-    for (std::size_t q = 0; q < FLASH_QUESTION_COUNT; ++q) {
-        const FLASH_QUESTION& question = FLASH_QUESTIONS[q];
-        out << question.prompt << std::flush;
-        std::string answer;
-        std::getline(in, answer);
-        stl_toupper(answer);
-
-        DWORD value = 0;
-        bool valid = false;
-        switch (question.kind) {
-        case FLASH_ANSWER::NAME:
-            if (answer.empty() || answer.size() > question.maximum) {
-                out << "Empty name or name too long\n";
-                return false;
-            }
-            texts[q] = answer;
-            continue;
-        case FLASH_ANSWER::YES_NO:
-            valid = answer == "Y" || answer == "N";
-            value = answer == "Y" ? 1 : 0;
-            break;
-        case FLASH_ANSWER::HEX:
-        case FLASH_ANSWER::DECIMAL:
-        case FLASH_ANSWER::POWER_OF_TWO:
-            if (question.unused_allowed && answer == "-1") {
-                // "-1" converts as FFFFFFFF.
-                value = get_dword_from_string("0xFFFFFFFF", &valid);
-                break;
-            }
-            value = get_dword_from_string(question.kind == FLASH_ANSWER::HEX ? "0x" + answer : answer, &valid);
-            valid = valid && value >= question.minimum && value <= question.maximum &&
-                    (question.kind != FLASH_ANSWER::POWER_OF_TWO || is_power_of_two(value));
-            break;
-        }
-        if (!valid) {
-            out << "Invalid input\n";
-            return false;
-        }
-        values[q] = value;
-        texts[q] = fmt::format("{}", static_cast<int>(value));
-    }
-    // The three ID bytes must be read from three different places.
-    if (values[Q_MEMORY_ID_INDEX] == values[Q_MEMORY_TYPE_INDEX] ||
-        values[Q_MEMORY_ID_INDEX] == values[Q_MFC_ID_INDEX] || values[Q_MEMORY_TYPE_INDEX] == values[Q_MFC_ID_INDEX]) {
-        out << "Memory ID, Memory Type and Manufacturer ID index cannot be at the same location";
-        return false;
-    }
-
     const DWORD bits = values[Q_DENSITY] << 20;
     const std::string fields[TOTAL_DATABASE_MEMBER] = {
         texts[Q_MANUFACTURER],
@@ -149,9 +115,58 @@ bool MOXDEV_FLASH_MANAGER::prompt_chip(std::istream& in, std::ostream& out, std:
         texts[Q_SDM],
         texts[Q_VOLTAGE],
     };
+    std::string definition;
     for (const std::string& field : fields)
         definition += "@" + field;
-    definition += "@";
+    return definition + "@";
+}
+
+} // namespace
+
+bool MOXDEV_FLASH_MANAGER::prompt_flash_info(std::string& definition)
+{
+    return prompt_chip(std::cin, std::cout, definition);
+}
+
+bool MOXDEV_FLASH_MANAGER::prompt_chip(std::istream& in, std::ostream& out, std::string& definition)
+{
+    definition.clear();
+    // Each answer as its definition text ("%d" of a number, so -1 stays -1),
+    // and numbers as values.
+    std::string texts[FLASH_QUESTION_COUNT];
+    DWORD values[FLASH_QUESTION_COUNT] = {};
+    for (std::size_t q = 0; q < FLASH_QUESTION_COUNT; ++q) {
+        const FLASH_QUESTION& question = FLASH_QUESTIONS[q];
+        out << question.prompt << std::flush;
+        std::string answer;
+        std::getline(in, answer);
+        stl_toupper(answer);
+
+        if (question.kind == FLASH_ANSWER::NAME) {
+            if (answer.empty() || answer.size() > question.maximum) {
+                out << "Empty name or name too long\n";
+                return false;
+            }
+            texts[q] = answer;
+            continue;
+        }
+        const auto convert = [this](const std::string& text, bool* valid) {
+            return get_dword_from_string(text, valid);
+        };
+        if (!read_answer(question, answer, values[q], convert)) {
+            out << "Invalid input\n";
+            return false;
+        }
+        texts[q] = fmt::format("{}", static_cast<int>(values[q]));
+    }
+    // The three ID bytes must be read from three different places.
+    if (values[Q_MEMORY_ID_INDEX] == values[Q_MEMORY_TYPE_INDEX] ||
+        values[Q_MEMORY_ID_INDEX] == values[Q_MFC_ID_INDEX] || values[Q_MEMORY_TYPE_INDEX] == values[Q_MFC_ID_INDEX]) {
+        out << "Memory ID, Memory Type and Manufacturer ID index cannot be at the same location";
+        return false;
+    }
+
+    definition = definition_text(texts, values);
     out << "Prompt outcome: " << definition << "\n";
     return true;
 }

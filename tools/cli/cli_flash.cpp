@@ -837,8 +837,6 @@ void flash_generate(const std::string& csv, const std::string& out)
     fmt::print("wrote {} ({} bytes)\n", out, info.size);
 }
 
-} // namespace
-
 // Each distinct value `of` gives over the table's records, in table order;
 // none when the table cannot be read (completion stays quiet).
 template <class OF>
@@ -857,12 +855,22 @@ auto table_values(OF of)
     return values;
 }
 
-void add_flash_commands(CLI::App& app)
+// The sizes of the table's chips, smallest first, written as --size reads them.
+std::vector<std::string> size_values()
 {
-    CLI::App* flash =
-        app.add_subcommand("flash", "Query the serial flash database, identify chips, define a user flash");
-    flash->require_subcommand(1);
+    std::vector<DWORD> densities = table_values([](const MOXDEV_SFL_FLASH_INFO& r) { return r.device_bit_size; });
+    std::sort(densities.begin(), densities.end());
+    std::vector<std::string> sizes;
+    for (const DWORD bits : densities) {
+        sizes.push_back(bits >= (1u << 30) && bits % (1u << 30) == 0 ? std::to_string(bits >> 30) + "G"
+                        : bits % (1u << 20) == 0                     ? std::to_string(bits >> 20) + "M"
+                                                                     : std::to_string(bits >> 10) + "K");
+    }
+    return sizes;
+}
 
+void add_flash_list(CLI::App* flash)
+{
     static bool every_record = false, full = false;
     static LIST_FILTER filter;
     CLI::App* list = flash->add_subcommand("list", "List the usable flash records "
@@ -879,20 +887,7 @@ void add_flash_commands(CLI::App& app)
     complete_from(list->add_option("--size", filter.size,
                                    "Only the chips of this size: 512K, 128M, 1G or 2Gbit are bits (K, M, G = 1024^n); "
                                    "16MB or 16MiB are bytes"),
-                  "flash-sizes", [] {
-                      // Smallest first, written as --size reads them.
-                      std::vector<DWORD> densities =
-                          table_values([](const MOXDEV_SFL_FLASH_INFO& r) { return r.device_bit_size; });
-                      std::sort(densities.begin(), densities.end());
-                      std::vector<std::string> sizes;
-                      for (const DWORD bits : densities) {
-                          sizes.push_back(bits >= (1u << 30) && bits % (1u << 30) == 0
-                                              ? std::to_string(bits >> 30) + "G"
-                                          : bits % (1u << 20) == 0 ? std::to_string(bits >> 20) + "M"
-                                                                   : std::to_string(bits >> 10) + "K");
-                      }
-                      return sizes;
-                  });
+                  "flash-sizes", size_values);
     complete_from(list->add_option("--voltage", filter.voltage, "Only the chips of this voltage: 3.3V or 1.8V"),
                   "flash-voltages", [] {
                       return std::vector<std::string>{"3.3V", "1.8V"};
@@ -901,6 +896,16 @@ void add_flash_commands(CLI::App& app)
                  "With --json every record is given whole, so --full changes nothing; fields that are not "
                  "used (255) are null there and \"none\" in the text.");
     add_json_verb(list, [] { flash_list(every_record, full, filter); });
+}
+
+} // namespace
+
+void add_flash_commands(CLI::App& app)
+{
+    CLI::App* flash =
+        app.add_subcommand("flash", "Query the serial flash database, identify chips, define a user flash");
+    flash->require_subcommand(1);
+    add_flash_list(flash);
 
     static std::string show_name;
     CLI::App* show = flash->add_subcommand("show", "Every record (ID variant) of one flash chip, by its name");

@@ -427,10 +427,9 @@ private:
         }
     }
 
-    void statement_family(int line, const std::vector<std::string>& t)
+    // A family line needs its product line's key, ladder, grades and window first.
+    void need_line_settings(int line)
     {
-        need_line(line, "family");
-        expect_count(line, t, 4, 200);
         if (m_line.key.empty())
             fail(line, "family before the line's 'key'");
         if (m_line.ladder.empty())
@@ -443,6 +442,24 @@ private:
             fail(line, "window is longer than the package ladder");
         if (m_line.family_count == 26)
             fail(line, "a line holds at most 26 families");
+    }
+
+    STATUS family_status(int line, const std::string& text)
+    {
+        if (text == "production")
+            return STATUS::PRODUCTION;
+        if (text == "obsolete")
+            return STATUS::OBSOLETE;
+        if (text != "preview")
+            fail(line, "status '" + text + "' must be production, obsolete or preview");
+        return STATUS::PREVIEW;
+    }
+
+    void statement_family(int line, const std::vector<std::string>& t)
+    {
+        need_line(line, "family");
+        expect_count(line, t, 4, 200);
+        need_line_settings(line);
 
         FAMILY f;
         f.line_no = line;
@@ -462,15 +479,7 @@ private:
             name.replace(name.find('*'), 1, base);
             f.configs.push_back(name);
         }
-        if (t[2] == "production") {
-            f.status = STATUS::PRODUCTION;
-        } else if (t[2] == "obsolete") {
-            f.status = STATUS::OBSOLETE;
-        } else if (t[2] == "preview") {
-            f.status = STATUS::PREVIEW;
-        } else {
-            fail(line, "status '" + t[2] + "' must be production, obsolete or preview");
-        }
+        f.status = family_status(line, t[2]);
         std::size_t next = 3;
         if (t[next] == "late") {
             f.late = true;
