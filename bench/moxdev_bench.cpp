@@ -10,7 +10,7 @@
 #include "moxdev/moxdev.h"
 #include "moxdev/naming/moxdev_ddb_internal.h"
 
-#include "tools/cli/dump_text.h"
+#include "moxdev/dump_text.h"
 #include <absl/container/flat_hash_map.h>
 #include <absl/strings/str_split.h>
 
@@ -384,7 +384,7 @@ bool sfdp_answer(const std::string& input)
     MOXDEV_SFDP sfdp;
     MOXDEV_SFDP_RECORD record;
     const BYTE id[3] = {0xEF, 0x40, 0x99};
-    return moxdev_tools::read_dump(input, "SFDP", MOXDEV_SFDP_MAX_BYTES, bytes, error) &&
+    return moxdev::read_dump(input, "SFDP", MOXDEV_SFDP_MAX_BYTES, bytes, error) &&
            moxdev_decode_sfdp(bytes.data(), bytes.size(), sfdp, error) &&
            moxdev_sfdp_record(sfdp, id, "", "", MOXDEV_SFDP_ASSUMPTIONS{}, record, error);
 }

@@ -7,7 +7,7 @@
 // bytes reached go through the decoder and, if it accepts them, the record.
 #include "fuzz_support.h"
 
-#include "tools/cli/dump_text.h"
+#include "moxdev/dump_text.h"
 
 #include <cstdlib>
 
@@ -19,7 +19,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     std::string error;
     if (data[0] & 1) {
         const std::string text(bytes.begin(), bytes.end());
-        if (!moxdev_tools::read_dump(text, "SFDP", MOXDEV_SFDP_MAX_BYTES, bytes, error)) {
+        if (!moxdev::read_dump(text, "SFDP", MOXDEV_SFDP_MAX_BYTES, bytes, error)) {
             if (error.empty())
                 std::abort();
             return 0;

@@ -8,6 +8,7 @@ packages=(
   cmake ninja-build g++ clang-14 clang-format-14 pkg-config
   zlib1g-dev libfmt-dev libcli11-dev nlohmann-json3-dev libssl-dev
   libgtest-dev libgmock-dev libbenchmark-dev libabsl-dev help2man
+  python3-dev pybind11-dev python3-pytest
   "$@"
 )
 

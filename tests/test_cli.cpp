@@ -3,7 +3,7 @@
 // install. Most cases are command lines run by the shell, as a user types them.
 #include "test_support.h"
 
-#include "tools/cli/dump_text.h"
+#include "moxdev/dump_text.h"
 
 #include <nlohmann/json.hpp>
 
@@ -706,7 +706,7 @@ TEST(CliFlash, SfdpReadsEveryFormAndRefusesWithOneLine)
     const SCRATCH dir;
     std::vector<std::uint8_t> bytes;
     std::string error;
-    ASSERT_TRUE(moxdev_tools::read_dump(read_text(source_path("data/sfdp/W25Q64FV.txt")), "SFDP", 65536, bytes, error))
+    ASSERT_TRUE(moxdev::read_dump(read_text(source_path("data/sfdp/W25Q64FV.txt")), "SFDP", 65536, bytes, error))
         << error;
     write_bytes(dir.file("read.bin"), BYTES(bytes.begin(), bytes.end()));
     const JSON binary = dir.json("moxdev flash sfdp read.bin --id EF 40 17 --json");

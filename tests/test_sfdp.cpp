@@ -2,7 +2,7 @@
 // the table does not know, and reading the dump forms people post.
 #include "flash_test_support.h"
 
-#include "tools/cli/dump_text.h"
+#include "moxdev/dump_text.h"
 
 #include <memory>
 
@@ -248,12 +248,12 @@ TEST(DumpText, EveryFormGivesTheSameBytes)
     std::vector<std::uint8_t> bytes;
     std::string error;
     for (const std::string& input : forms) {
-        ASSERT_TRUE(moxdev_tools::read_dump(input, "SFDP", 65536, bytes, error)) << error << "\n" << input;
+        ASSERT_TRUE(moxdev::read_dump(input, "SFDP", 65536, bytes, error)) << error << "\n" << input;
         EXPECT_EQ(bytes, std::vector<std::uint8_t>(binary.begin(), binary.end())) << input;
     }
     // hexdump -C's "*": the line before it, repeated up to the next offset.
     const std::string starred = "00000000  " + ff + "  " + ff + "  |................|\n*\n00000030  01\n00000031\n";
-    ASSERT_TRUE(moxdev_tools::read_dump(starred, "SFDP", 65536, bytes, error)) << error;
+    ASSERT_TRUE(moxdev::read_dump(starred, "SFDP", 65536, bytes, error)) << error;
     EXPECT_EQ(bytes.size(), 0x31u);
     EXPECT_EQ(bytes[0x2F], 0xFF);
 
@@ -272,7 +272,7 @@ TEST(DumpText, EveryFormGivesTheSameBytes)
         {"SFDP" + std::string(65536, 'x'), "the read has 65540 bytes, more than 65536"},
     };
     for (const auto& c : refused) {
-        EXPECT_FALSE(moxdev_tools::read_dump(c.input, "SFDP", 65536, bytes, error));
+        EXPECT_FALSE(moxdev::read_dump(c.input, "SFDP", 65536, bytes, error));
         EXPECT_EQ(error, c.message);
     }
 }
@@ -293,7 +293,7 @@ TEST_F(ShippedTable, DatasheetReadsAgreeWithTheTable)
         SCOPED_TRACE(read.file);
         std::vector<std::uint8_t> bytes;
         std::string error;
-        ASSERT_TRUE(moxdev_tools::read_dump(read_text(source_path(std::string("data/sfdp/") + read.file)), "SFDP",
+        ASSERT_TRUE(moxdev::read_dump(read_text(source_path(std::string("data/sfdp/") + read.file)), "SFDP",
                                             MOXDEV_SFDP_MAX_BYTES, bytes, error))
             << error;
         const MOXDEV_SFDP sfdp = decode(BYTES(bytes.begin(), bytes.end()));

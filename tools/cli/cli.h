@@ -1,7 +1,9 @@
 // Pieces shared by the verbs of the moxdev command.
 #pragma once
 
+#include "moxdev/documents.h"
 #include "moxdev/files.h"
+#include "moxdev/suggest.h"
 
 #include <CLI/CLI.hpp>
 
@@ -14,6 +16,9 @@
 #include <vector>
 
 namespace moxdev_cli {
+
+using moxdev::closest_names;
+using moxdev::did_you_mean;
 
 // A readable refusal of the user's input: printed as "moxdev: <message>",
 // then exit status 1.

@@ -3,7 +3,7 @@
 #include "cli_json.h"
 #include "cli_names.h"
 #include "cli_paths.h"
-#include "suggest.h"
+#include "moxdev/suggest.h"
 
 #include "moxdev/moxdev.h"
 #include "moxdev/moxdev_dev_info_manager_auto_export.h"

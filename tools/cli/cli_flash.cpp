@@ -4,7 +4,7 @@
 #include "cli.h"
 #include "cli_json.h"
 #include "cli_paths.h"
-#include "suggest.h"
+#include "moxdev/suggest.h"
 
 #include "moxdev/moxdev.h"
 

@@ -40,7 +40,7 @@ MOXDEV_FLASH_MANAGER load_table(bool every_record);
 std::vector<BYTE> parse_id_bytes(const std::vector<std::string>& words);
 
 // The bytes of an SFDP read kept in `file` (- for standard input), in any
-// form moxdev_tools::read_dump takes.
+// form moxdev::read_dump takes.
 std::vector<BYTE> read_sfdp_file(const std::string& file);
 
 // moxdev flash sfdp: below `flash`.

@@ -3,7 +3,7 @@
 #include "cli.h"
 #include "cli_json.h"
 #include "cli_names.h"
-#include "suggest.h"
+#include "moxdev/suggest.h"
 
 #include "moxdev/moxdev.h"
 

@@ -3,7 +3,7 @@
 #include "cli.h"
 #include "cli_flash.h"
 
-#include "tools/cli/dump_text.h"
+#include "moxdev/dump_text.h"
 
 #include "moxdev/moxdev.h"
 
@@ -22,14 +22,14 @@ namespace {
 
 // A text dump takes about five characters per byte; more than this cannot
 // be an SFDP read.
-constexpr std::size_t MAX_INPUT = 16 * MOXDEV_SFDP_MAX_BYTES;
+constexpr std::size_t MAX_DUMP_TEXT = 16 * MOXDEV_SFDP_MAX_BYTES;
 
 std::string read_input(const std::string& file)
 {
     std::vector<BYTE> bytes;
     std::string error;
-    const bool read = file == "-" ? moxdev::read_input_stream(0, MAX_INPUT, bytes, error)
-                                  : moxdev::read_input_file(file, MAX_INPUT, bytes, error);
+    const bool read = file == "-" ? moxdev::read_input_stream(0, MAX_DUMP_TEXT, bytes, error)
+                                  : moxdev::read_input_file(file, MAX_DUMP_TEXT, bytes, error);
     if (!read)
         throw USER_ERROR{"cannot read " + (file == "-" ? std::string("standard input") : "'" + file + "'") + ": " +
                          error};
@@ -273,7 +273,7 @@ std::vector<BYTE> read_sfdp_file(const std::string& file)
 {
     std::vector<BYTE> bytes;
     std::string error;
-    if (!moxdev_tools::read_dump(read_input(file), "SFDP", MOXDEV_SFDP_MAX_BYTES, bytes, error))
+    if (!moxdev::read_dump(read_input(file), "SFDP", MOXDEV_SFDP_MAX_BYTES, bytes, error))
         throw USER_ERROR{file + ": " + error};
     return bytes;
 }

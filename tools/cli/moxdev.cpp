@@ -4,7 +4,7 @@
 // argument), 2 internal error (a damaged database or table, a broken build).
 // Every error is one line on standard error that starts with "moxdev: ".
 #include "cli.h"
-#include "suggest.h"
+#include "moxdev/suggest.h"
 
 #include "moxdev/moxdev.h"
 

@@ -1,9 +1,9 @@
-#include "tools/cli/dump_text.h"
+#include "moxdev/dump_text.h"
 
 #include <cctype>
 #include <sstream>
 
-namespace moxdev_tools {
+namespace moxdev {
 
 namespace {
 
@@ -198,4 +198,4 @@ bool read_dump(const std::string& input, const std::string& binary_magic, std::s
     return true;
 }
 
-} // namespace moxdev_tools
+} // namespace moxdev

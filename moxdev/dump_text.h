@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-namespace moxdev_tools {
+namespace moxdev {
 
 // Fills `bytes` from `input`. Input whose first four bytes are `binary_magic`
 // is taken as binary; anything else must be one of the text forms. At most
@@ -17,4 +17,4 @@ namespace moxdev_tools {
 bool read_dump(const std::string& input, const std::string& binary_magic, std::size_t limit,
                std::vector<std::uint8_t>& bytes, std::string& error);
 
-} // namespace moxdev_tools
+} // namespace moxdev

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-namespace moxdev_cli {
+namespace moxdev {
 
 // Edit distance (insertions, deletions, substitutions), letter case ignored.
 inline std::size_t edit_distance(const std::string& a, const std::string& b)
@@ -88,4 +88,4 @@ inline std::string did_you_mean(const std::string& typed, const std::vector<std:
     return text + "?)";
 }
 
-} // namespace moxdev_cli
+} // namespace moxdev

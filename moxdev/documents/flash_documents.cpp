@@ -1,0 +1,1 @@
+#include "moxdev/flash_documents.h"

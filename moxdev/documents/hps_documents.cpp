@@ -1,0 +1,1 @@
+#include "moxdev/hps_documents.h"

@@ -1,0 +1,1 @@
+#include "moxdev/naming_documents.h"
