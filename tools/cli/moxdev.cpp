@@ -222,6 +222,11 @@ int run(int argc, char** argv)
         flush_answer();
         std::fprintf(stderr, "moxdev: %s\n", e.message.c_str());
         return EXIT_USAGE;
+    } catch (const moxdev::QUERY_ERROR& e) {
+        // The library's refusal of a query: the same readable sentence.
+        flush_answer();
+        std::fprintf(stderr, "moxdev: %s\n", e.what());
+        return EXIT_USAGE;
     } catch (const MSG_INTERNAL_ERROR& e) {
         flush_answer();
         std::fprintf(stderr, "moxdev: internal error: %s (%s, line %d)\n", e.condition().c_str(), e.unit().c_str(),
