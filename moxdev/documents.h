@@ -41,8 +41,7 @@ class QUERY_ERROR : public std::runtime_error {
 public:
     QUERY_ERROR(QUERY_FAILURE kind, const std::string& message, std::vector<std::string> suggestions = {})
         : std::runtime_error(message), m_kind(kind), m_suggestions(std::move(suggestions))
-    {
-    }
+    {}
     QUERY_FAILURE kind() const { return m_kind; }
     // The known names closest to what was typed, when the message offers some.
     const std::vector<std::string>& suggestions() const { return m_suggestions; }

@@ -13,6 +13,11 @@
 
 namespace moxdev {
 
+// `path` as the file system resolves it (absolute, without "." and ".."),
+// so that a message says exactly where a file was looked for; `path` itself
+// when the system cannot tell.
+std::string absolute_path(const std::string& path);
+
 // Why the file at `path` cannot be read as an input: "no such file", "it is
 // a directory", "it is a FIFO", "it is a symbolic link loop", the system's
 // reason; "" when it can.

@@ -294,7 +294,7 @@ TEST_F(ShippedTable, DatasheetReadsAgreeWithTheTable)
         std::vector<std::uint8_t> bytes;
         std::string error;
         ASSERT_TRUE(moxdev::read_dump(read_text(source_path(std::string("data/sfdp/") + read.file)), "SFDP",
-                                            MOXDEV_SFDP_MAX_BYTES, bytes, error))
+                                      MOXDEV_SFDP_MAX_BYTES, bytes, error))
             << error;
         const MOXDEV_SFDP sfdp = decode(BYTES(bytes.begin(), bytes.end()));
         EXPECT_EQ(sfdp.bfpt_dwords, 9u);

@@ -6,9 +6,17 @@
 
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <istream>
 
 namespace moxdev {
+
+std::string absolute_path(const std::string& path)
+{
+    std::error_code error;
+    const std::filesystem::path absolute = std::filesystem::absolute(path, error);
+    return error ? path : absolute.lexically_normal().string();
+}
 
 std::string unreadable_reason(const std::string& path)
 {

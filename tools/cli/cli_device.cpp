@@ -6,42 +6,17 @@
 #include "moxdev/suggest.h"
 
 #include "moxdev/moxdev.h"
-#include "moxdev/moxdev_dev_info_manager_auto_export.h"
+#include "moxdev/naming_documents.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
-#include <memory>
-#include <type_traits>
 
 namespace moxdev_cli {
 
 namespace {
-
-// The device database file; a missing one is a setting to correct, so it is
-// refused before the manager, which takes it for a damaged installation.
-void require_device_database()
-{
-    const std::string file = full_path(gen_get_device_db_fullpath() + "/programmer/mox_dev_info.pcf");
-    const std::string reason = moxdev::unreadable_reason(file);
-    if (reason == "no such file")
-        throw USER_ERROR{"no device database '" + file +
-                         "' (MOXDEV_DEVICE_DB_DIR names the directory that holds programmer/mox_dev_info.pcf)"};
-    if (!reason.empty())
-        throw USER_ERROR{"cannot read the device database '" + file + "': " + reason};
-}
-
-std::string family_name(DEV_FAMILY_ENUM family)
-{
-    return family == DEV_FAMILY_GENERIC ? "Generic" : dstr_get_user_string(family);
-}
-
-std::string device_name(DEV_DEVICE_ENUM device)
-{
-    return device == DEV_DEVICE_GENERIC ? "Generic" : dstr_get_user_string(device);
-}
 
 void print_fields(const MOXDEV_DEVICE_INFO& record)
 {
@@ -49,205 +24,65 @@ void print_fields(const MOXDEV_DEVICE_INFO& record)
         fmt::print("  {:<36} {}\n", field.first, field.second);
 }
 
-// The name the option table gives an option value, or null.
-JSON option_name(DWORD value)
-{
-    for (std::size_t i = 0; i < MOXDEV_OPTION_ID_TABLE.count; ++i) {
-        if (MOXDEV_OPTION_ID_TABLE.entries[i].value == value)
-            return MOXDEV_OPTION_ID_TABLE.entries[i].name;
-    }
-    return nullptr;
-}
-
-JSON record_json(const MOXDEV_DEVICE_INFO& record)
-{
-    JSON fields = JSON::object();
-    moxdev_for_each_device_field(record, [&](const char* name, MOXDEV_MANAGER_TYPE type, const auto& value) {
-        using T = std::decay_t<decltype(value)>;
-        const std::string name_key = std::string(name) + "_name";
-        if constexpr (std::is_same_v<T, std::string> || std::is_same_v<T, bool>) {
-            fields[name] = value;
-        } else if constexpr (std::is_same_v<T, DEV_FAMILY_ENUM> || std::is_same_v<T, DEV_DEVICE_ENUM>) {
-            fields[name] = int(value);
-            fields[name_key] = text_or_null(dstr_get_identifier(value));
-        } else if constexpr (std::is_same_v<T, int>) {
-            fields[name] = value;
-            fields[name_key] = text_or_null(dstr_get_part_identifier(value));
-        } else if constexpr (std::is_same_v<T, DWORD>) {
-            fields[name] = value;
-            if (type == MOXDEV_MANAGER_ENUM)
-                fields[name_key] = option_name(value);
-        } else {
-            static_assert(std::is_same_v<T, BYTE> || std::is_same_v<T, WORD>, "a new field type");
-            fields[name] = unsigned(value);
-        }
-    });
-    return fields;
-}
-
-// A catalogue value as the JSON documents name it.
-template <class VALUE>
-void add_value(JSON& document, const std::string& key, VALUE value, const std::string& identifier)
-{
-    document[key] = int(value);
-    document[key + "_name"] = text_or_null(identifier);
-}
-
-// The families or devices a grammar form stands for, each with the record
+// The families or devices a group form stands for, each with the record
 // that serves it.
-void show_targets(MOXDEV_DEV_INFO_MANAGER& manager, const std::string& name, const NAME_TARGETS& targets)
+void print_targets(const moxdev::DEVICE_ANSWER& answer)
 {
-    const MOXDEV_DEVICE_INFO* records = manager.get_device_database();
-    const bool by_family = targets.devices.empty();
-    const std::size_t count = by_family ? targets.families.size() : targets.devices.size();
-    JSON entries = JSON::array();
-    std::vector<std::string> lines;
-    auto add = [&](const char* kind, int value, const std::string& identifier, const std::string& display_name,
-                   DWORD index) {
-        const bool served = index < manager.get_device_count();
-        entries.push_back({{"kind", kind},
-                           {"value", value},
-                           {"name", identifier},
-                           {"display_name", display_name},
-                           {"record_index", served ? JSON(index) : JSON()},
-                           {"record_pcf", served ? JSON(records[index].pcf) : JSON()}});
-        lines.push_back(served ? fmt::format("  {:<20} {:<20} record {:>2}  {}", identifier, display_name, index,
-                                             records[index].pcf)
-                               : fmt::format("  {:<20} {:<20} no record", identifier, display_name));
-    };
-    for (const DEV_FAMILY_ENUM family : targets.families)
-        add("family", int(family), dstr_get_identifier(family), family_name(family), manager.get_family_index(family));
-    for (const DEV_DEVICE_ENUM device : targets.devices)
-        add("device", int(device), dstr_get_identifier(device), device_name(device), manager.get_device_index(device));
-    if (json_output) {
-        print_json({{"query", name},
-                    {"form", targets.form},
-                    {"kind", by_family ? "families" : "devices"},
-                    {"stands_for", entries}});
-        return;
-    }
+    const bool by_family = answer.targets.devices.empty();
+    const std::size_t count = answer.served.size();
     const char* noun = by_family ? (count == 1 ? "family" : "families") : (count == 1 ? "device" : "devices");
-    fmt::print("{}: {} of {} {}\n", normalised_name(name), targets.form, count, noun);
-    for (const std::string& line : lines)
-        fmt::print("{}\n", line);
-}
-
-// What a name shown by `device show` stands for: exactly one of part,
-// device or family (its device and family filled in), and the name form
-// it was given in when that is not the catalogue's own name.
-struct SHOWN_NAME {
-    int part = DEV_PART_INVALID;
-    DEV_DEVICE_ENUM device = DEV_DEVICE_INVALID;
-    DEV_FAMILY_ENUM family = DEV_FAMILY_INVALID;
-    std::string form;
-};
-
-// What `name` stands for; false when it is a form that stands for several
-// devices or families, whose `targets` are then to be listed.
-bool resolve_shown_name(const std::string& typed, const std::string& name, SHOWN_NAME& shown, NAME_TARGETS& targets)
-{
-    shown.part = dstr_get_dev_part_enum_by_string(name.c_str());
-    if (shown.part == DEV_PART_INVALID)
-        shown.device = dstr_get_dev_device_enum_by_string(name.c_str());
-    if (shown.part == DEV_PART_INVALID && shown.device == DEV_DEVICE_INVALID)
-        shown.family = dstr_get_dev_family_enum_by_string(name.c_str());
-    // Another name form (KXB100F484, KXB100M, KXFAMILY2, ...) shows the one
-    // device or family it stands for, or lists them when it stands for several.
-    if (shown.part == DEV_PART_INVALID && shown.device == DEV_DEVICE_INVALID && shown.family == DEV_FAMILY_INVALID) {
-        targets = resolve_name_form(name);
-        if (targets.devices.size() + targets.families.size() == 0)
-            throw USER_ERROR{"no family, device or part is named " + moxdev::quoted(typed) +
-                             did_you_mean(name, known_device_names())};
-        if (targets.devices.size() + targets.families.size() > 1)
-            return false;
-        shown.form = targets.form;
-        if (targets.devices.empty())
-            shown.family = targets.families.front();
+    fmt::print("{}: {} of {} {}\n", answer.name, answer.targets.form, count, noun);
+    for (const moxdev::SERVED_VALUE& value : answer.served) {
+        if (value.served)
+            fmt::print("  {:<20} {:<20} record {:>2}  {}\n", value.identifier, value.display_name, value.index,
+                       value.pcf);
         else
-            shown.device = targets.devices.front();
+            fmt::print("  {:<20} {:<20} no record\n", value.identifier, value.display_name);
     }
-    const DEV_PART_MANAGER catalogue;
-    if (shown.part != DEV_PART_INVALID)
-        shown.device = catalogue.get_device_of(shown.part);
-    if (shown.device != DEV_DEVICE_INVALID)
-        shown.family = catalogue.get_family_of(shown.device);
-    return true;
 }
 
-// The record that serves `shown` (null for none) and its index; its heading
-// and its JSON document's description of what was asked.
-std::unique_ptr<MOXDEV_DEVICE_INFO> serving_record(MOXDEV_DEV_INFO_MANAGER& manager, const SHOWN_NAME& shown,
-                                                   DWORD& index, std::string& heading, JSON& document)
+// "KXB100F484C6: part 5358 of device KXB100 (family Kestrel II)", after the
+// name form it was given in when that is not the catalogue's own name.
+std::string heading(const moxdev::DEVICE_ANSWER& answer)
 {
-    const std::string family_name = dstr_get_user_string(shown.family);
-    if (shown.part != DEV_PART_INVALID) {
-        heading = fmt::format("{}: part {} of device {} (family {})", dstr_get_user_string(shown.part), shown.part,
-                              dstr_get_user_string(shown.device), family_name);
-        document.update({{"kind", "part"},
-                         {"value", shown.part},
-                         {"name", dstr_get_part_identifier(shown.part)},
-                         {"display_name", dstr_get_user_string(shown.part)}});
-        add_value(document, "device", shown.device, dstr_get_identifier(shown.device));
-        add_value(document, "family", shown.family, dstr_get_identifier(shown.family));
-        index = manager.get_part_index(shown.part);
-        return std::unique_ptr<MOXDEV_DEVICE_INFO>(manager.get_db_by_part(shown.part));
-    }
-    if (shown.device != DEV_DEVICE_INVALID) {
-        heading = fmt::format("{}: device {} (family {})", dstr_get_user_string(shown.device), int(shown.device),
-                              family_name);
-        document.update({{"kind", "device"},
-                         {"value", int(shown.device)},
-                         {"name", dstr_get_identifier(shown.device)},
-                         {"display_name", dstr_get_user_string(shown.device)}});
-        add_value(document, "family", shown.family, dstr_get_identifier(shown.family));
-        index = manager.get_device_index(shown.device);
-        return std::unique_ptr<MOXDEV_DEVICE_INFO>(manager.get_db_by_device(shown.device));
-    }
-    heading = fmt::format("{}: family {}", family_name, int(shown.family));
-    document.update({{"kind", "family"},
-                     {"value", int(shown.family)},
-                     {"name", dstr_get_identifier(shown.family)},
-                     {"display_name", family_name}});
-    index = manager.get_family_index(shown.family);
-    return std::unique_ptr<MOXDEV_DEVICE_INFO>(manager.get_db_by_family(shown.family));
+    const std::string family_name = dstr_get_user_string(answer.family);
+    std::string text;
+    if (answer.part != DEV_PART_INVALID)
+        text = fmt::format("{}: part {} of device {} (family {})", dstr_get_user_string(answer.part), answer.part,
+                           dstr_get_user_string(answer.device), family_name);
+    else if (answer.device != DEV_DEVICE_INVALID)
+        text = fmt::format("{}: device {} (family {})", dstr_get_user_string(answer.device), int(answer.device),
+                           family_name);
+    else
+        text = fmt::format("{}: family {}", family_name, int(answer.family));
+    if (answer.form.empty())
+        return text;
+    const bool device = answer.device != DEV_DEVICE_INVALID;
+    return fmt::format("{}: {} of {} {}\n", answer.name, answer.form, device ? "device" : "family",
+                       device ? dstr_get_user_string(answer.device) : family_name) +
+           text;
 }
 
 void device_show(const std::string& typed)
 {
-    require_device_database();
-    MOXDEV_DEV_INFO_MANAGER manager(false, 0);
-    // Surrounding blanks are no part of a name.
-    const std::string name = normalised_name(typed);
-    SHOWN_NAME shown;
-    NAME_TARGETS targets;
-    if (!resolve_shown_name(typed, name, shown, targets)) {
-        show_targets(manager, typed, targets);
-        return;
-    }
-    DWORD index = INVALID_DWORD;
-    std::string heading;
-    JSON document = {{"query", typed}};
-    const std::unique_ptr<MOXDEV_DEVICE_INFO> record = serving_record(manager, shown, index, heading, document);
-    if (!shown.form.empty()) {
-        const bool device = shown.device != DEV_DEVICE_INVALID;
-        document["form"] = shown.form;
-        heading = fmt::format("{}: {} of {} {}\n", name, shown.form, device ? "device" : "family",
-                              device ? dstr_get_user_string(shown.device) : dstr_get_user_string(shown.family)) +
-                  heading;
-    }
     if (json_output) {
-        document["record_index"] = record ? JSON(index) : JSON();
-        document["record"] = record ? record_json(*record) : JSON();
-        print_json(document);
+        moxdev::NAMING_DOCUMENTS documents(note);
+        print_json(documents.device_show(typed));
         return;
     }
-    fmt::print("{}\n", heading);
-    if (!record) {
+    moxdev::NAMING_QUERIES queries;
+    const moxdev::DEVICE_ANSWER answer = queries.device(typed);
+    if (answer.several()) {
+        print_targets(answer);
+        return;
+    }
+    fmt::print("{}\n", heading(answer));
+    if (!answer.record) {
         fmt::print("served by no record\n");
         return;
     }
-    fmt::print("served by record {} ({})\n", index, record->pcf);
-    print_fields(*record);
+    fmt::print("served by record {} ({})\n", answer.index, answer.record->pcf);
+    print_fields(*answer.record);
 }
 
 // What `device list --by` lists.
@@ -293,7 +128,7 @@ LIST_FILTER list_filter(const std::string& family_text, const std::string& devic
             std::vector<std::string> known;
             for (int f = 1; f < DEV_FAMILY_MAX; ++f) {
                 known.push_back(dstr_get_identifier(DEV_FAMILY_ENUM(f)));
-                known.push_back(family_name(DEV_FAMILY_ENUM(f)));
+                known.push_back(moxdev::family_display_name(DEV_FAMILY_ENUM(f)));
             }
             throw USER_ERROR{"no family is named " + moxdev::quoted(family_text) + did_you_mean(family_text, known)};
         }
@@ -309,7 +144,8 @@ LIST_FILTER list_filter(const std::string& family_text, const std::string& devic
         const DEV_FAMILY_ENUM family = DEV_PART_MANAGER().get_family_of(filter.device);
         if (filter.family != DEV_FAMILY_INVALID && filter.family != family)
             throw USER_ERROR{fmt::format("device {} is of family {}, not {}", dstr_get_user_string(filter.device),
-                                         family_name(family), family_name(filter.family))};
+                                         moxdev::family_display_name(family),
+                                         moxdev::family_display_name(filter.family))};
     }
     return filter;
 }
@@ -332,13 +168,15 @@ JSON served_values_json(const MOXDEV_DEV_INFO_MANAGER& manager, LIST_BY by, cons
         for (int f = 1; f < DEV_FAMILY_MAX; ++f) {
             const DEV_FAMILY_ENUM family = DEV_FAMILY_ENUM(f);
             if (filter.keeps_family(family))
-                add(f, dstr_get_identifier(family), family_name(family), manager.get_family_index(family));
+                add(f, dstr_get_identifier(family), moxdev::family_display_name(family),
+                    manager.get_family_index(family));
         }
     } else if (by == LIST_BY::DEVICE) {
         for (int d = 1; d < DEV_DEVICE_MAX; ++d) {
             const DEV_DEVICE_ENUM device = DEV_DEVICE_ENUM(d);
             if (filter.keeps_device(device))
-                add(d, dstr_get_identifier(device), device_name(device), manager.get_device_index(device));
+                add(d, dstr_get_identifier(device), moxdev::device_display_name(device),
+                    manager.get_device_index(device));
         }
     } else {
         for (int p = 0; p < DEV_PART_MAX; ++p) {
@@ -378,7 +216,7 @@ void device_list(bool full, const std::string& by_text, const std::string& famil
 {
     const LIST_FILTER filter = list_filter(family_text, device_text);
     const bool filtered = filter.family != DEV_FAMILY_INVALID || filter.device != DEV_DEVICE_INVALID;
-    require_device_database();
+    moxdev::require_device_database();
     MOXDEV_DEV_INFO_MANAGER manager(false, 0);
     const LIST_BY by = list_by(by_text);
     const MOXDEV_DEVICE_INFO* records = manager.get_device_database();
@@ -396,7 +234,7 @@ void device_list(bool full, const std::string& by_text, const std::string& famil
         }
         JSON entries = JSON::array();
         for (const DWORD r : indexes)
-            entries.push_back({{"index", r}, {"record", record_json(records[r])}});
+            entries.push_back({{"index", r}, {"record", moxdev::device_record_json(records[r])}});
         print_json(entries);
         return;
     }

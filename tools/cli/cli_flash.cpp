@@ -4,43 +4,22 @@
 #include "cli.h"
 #include "cli_json.h"
 #include "cli_paths.h"
-#include "moxdev/suggest.h"
 
 #include "moxdev/moxdev.h"
 
 #include "host/mox_common.h"
 
-#include <absl/strings/ascii.h>
-#include <absl/strings/match.h>
 #include <absl/strings/str_join.h>
-#include <absl/strings/str_split.h>
 #include <algorithm>
 #include <fmt/format.h>
 
 #include <unistd.h>
 
-#include <cctype>
-#include <cerrno>
-#include <cstdlib>
-#include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <iostream>
-#include <map>
 #include <optional>
-#include <set>
-#include <type_traits>
 
 namespace moxdev_cli {
-
-std::string bytes_size_text(QWORD bytes)
-{
-    for (const auto& [unit, shift] : {std::pair<const char*, int>{"GiB", 30}, {"MiB", 20}, {"KiB", 10}}) {
-        if (bytes >= (QWORD(1) << shift) && bytes % (QWORD(1) << shift) == 0)
-            return fmt::format("{} {}", bytes >> shift, unit);
-    }
-    return fmt::format("{} bytes", bytes);
-}
 
 namespace {
 
@@ -61,12 +40,6 @@ std::string microseconds_text(QWORD us)
         return fmt::format("{} ms", us / 1000);
     return fmt::format("{} us", us);
 }
-
-// The unit of each field whose name does not say it.
-const std::map<std::string, std::string> FIELD_UNITS = {
-    {"device_bit_size", "bits"}, {"device_sector_byte", "bytes"}, {"bulk_erase_time", "s"},
-    {"sec_erase_time", "s"},     {"program_utime", "us"},
-};
 
 // A field's value with its unit, and the value as people read it.
 std::string value_with_unit(const MOXDEV_SFL_FLASH_INFO& record, const std::string& field, const std::string& value)
@@ -118,177 +91,18 @@ std::string source_text(const moxdev::MAXIMA_SOURCE* source)
     return source->kind + ": " + source->note;
 }
 
-JSON source_json(const moxdev::MAXIMA_SOURCE* source)
+moxdev::FLASH_DOCUMENTS& flash_documents()
 {
-    if (source == nullptr)
-        return nullptr;
-    JSON json = {{"kind", source->kind}};
-    if (source->kind == "datasheet" || source->kind == "sibling") {
-        json["datasheet"] = source->datasheet;
-        json["revision"] = source->revision;
-        json["at"] = source->at;
-        json["conditions"] = source->conditions;
-    }
-    if (source->kind == "sibling") {
-        json["sibling"] = source->sibling;
-        json["scaling"] = source->scaling;
-    }
-    if (!source->note.empty())
-        json["note"] = source->note;
-    json["raised_by"] = source->raised_by;
-    return json;
+    static moxdev::FLASH_DOCUMENTS documents(note);
+    return documents;
 }
 
-JSON units_json()
+moxdev::FLASH_TABLES& flash_tables()
 {
-    JSON units = JSON::object();
-    for (const auto& [field, unit] : FIELD_UNITS)
-        units[field] = unit;
-    return units;
-}
-
-const moxdev::FLASH_SOURCES& table_sources()
-{
-    static const moxdev::FLASH_SOURCES sources = [] {
-        moxdev::FLASH_SOURCES loaded;
-        std::string error;
-        if (!loaded.load(moxdev::FLASH_SOURCES::default_path(), error))
-            warning(error + "; where the maxima come from is not shown");
-        return loaded;
-    }();
-    return sources;
-}
-
-const moxdev::MAXIMA_SOURCE* record_source(const MOXDEV_FLASH_MANAGER& manager, DWORD index)
-{
-    static const moxdev::MAXIMA_SOURCE user = moxdev::user_maxima_source();
-    if (index == 0 && moxdev::user_flash(manager) != nullptr)
-        return &user;
-    return table_sources().find(manager.get_flash_database()[index]);
-}
-
-JSON record_json(const MOXDEV_SFL_FLASH_INFO& record)
-{
-    // The text form decides which fields are "none" (an unused 255): those
-    // are null here, so both forms say the same.
-    std::set<std::string> none;
-    for (const auto& field : moxdev_flash_info_to_text(record)) {
-        if (field.second == "none")
-            none.insert(field.first);
-    }
-    JSON fields = JSON::object();
-    moxdev_for_each_flash_field(record, [&](const char* name, MOXDEV_MANAGER_TYPE, const auto& value) {
-        using T = std::decay_t<decltype(value)>;
-        if constexpr (std::is_same_v<T, BYTE>) {
-            if (none.count(name))
-                fields[name] = nullptr;
-            else
-                fields[name] = unsigned(value);
-        } else {
-            fields[name] = value;
-        }
-    });
-    return fields;
-}
-
-// ID bytes as people write them: separate words or one quoted string, hex
-// with or without "0x", separated by blanks, commas or colons, or run
-// together ("EF4018"): a group of one or two digits is one byte, a longer
-// group of an even count is read two digits a byte.
-std::vector<BYTE> parse_id_bytes(const std::vector<std::string>& words)
-{
-    std::vector<BYTE> bytes;
-    for (const std::string& word : words) {
-        for (const absl::string_view group : absl::StrSplit(word, absl::ByAnyChar(" \t,:;"), absl::SkipEmpty())) {
-            absl::string_view digits = group;
-            if (digits.size() > 2 && digits[0] == '0' && (digits[1] == 'x' || digits[1] == 'X'))
-                digits.remove_prefix(2);
-            const bool hex = !digits.empty() && digits.find_first_not_of("0123456789abcdefABCDEF") == digits.npos;
-            if (!hex || (digits.size() > 2 && digits.size() % 2 != 0))
-                throw USER_ERROR{moxdev::quoted(std::string_view(group.data(), group.size())) +
-                                 " is not a hex byte or a run of hex bytes (e.g. EF 40 18, EF4018 or 0xEF,0x40,0x18)"};
-            const std::size_t step = digits.size() <= 2 ? digits.size() : 2;
-            for (std::size_t i = 0; i < digits.size(); i += step)
-                bytes.push_back(BYTE(std::stoul(std::string(digits.substr(i, step)), nullptr, 16)));
-        }
-    }
-    if (bytes.empty() && !words.empty())
-        throw USER_ERROR{"no ID bytes were given (e.g. EF 40 18)"};
-    return bytes;
-}
-
-// The manager drops a user flash value it cannot use without a word (unless
-// its debug switch is on): say so once, with the reason.
-void warn_if_user_flash_ignored(const MOXDEV_FLASH_MANAGER& manager)
-{
-    static bool warned = false;
-    const std::string value = cfg_get_value("MOX_SUPPORT_EXT_SPI_DEV");
-    if (warned || value.empty() || moxdev::user_flash(manager) != nullptr)
-        return;
-    warned = true;
-    moxdev::USER_FLASH_CONTENT content;
-    std::string reason;
-    if (moxdev::read_user_flash_value(value, content, reason) && !content.accepted())
-        reason = !content.fields_valid                ? "a field of the definition is out of range"
-                 : content.record.device_name.empty() ? "the definition has no device name"
-                                                      : "its check value is not this version's";
-    warning("the flash manager ignores MOX_SUPPORT_EXT_SPI_DEV: " + reason + "; 'moxdev flash decode' tells more");
-}
-
-MOXDEV_FLASH_MANAGER load_table(bool every_record)
-{
-    const std::string file = gen_get_device_db_fullpath() + "/programmer/mox_flash.pcf";
-    const std::string reason = moxdev::unreadable_reason(file);
-    if (reason == "no such file")
-        throw USER_ERROR{"the flash database " + full_path(file) +
-                         " does not exist; MOXDEV_DEVICE_DB_DIR names the directory that holds "
-                         "programmer/mox_flash.pcf"};
-    if (!reason.empty())
-        throw USER_ERROR{"cannot read the flash database " + full_path(file) + ": " + reason};
-    MOXDEV_FLASH_MANAGER manager =
-        moxdev::load_flash_database(every_record ? moxdev::FLASH_RECORDS::EVERY : moxdev::FLASH_RECORDS::USABLE);
-    warn_if_user_flash_ignored(manager);
-    return manager;
+    return moxdev::flash_tables(flash_documents());
 }
 
 namespace {
-
-std::string upper_text(std::string text)
-{
-    stl_toupper(text);
-    return text;
-}
-
-// The switch a record needs ("" for none), and whether it is usable now.
-struct RECORD_STATE {
-    bool user = false;
-    std::string switch_name;
-    bool usable = true;
-};
-
-RECORD_STATE record_state(const MOXDEV_FLASH_MANAGER& manager, DWORD index)
-{
-    const MOXDEV_SFL_FLASH_INFO& record = manager.get_flash_database()[index];
-    RECORD_STATE state;
-    state.user = index == 0 && moxdev::user_flash(manager) != nullptr;
-    if (!state.user && gen_stricmp(record.ini, "NONE") != 0) {
-        state.switch_name = "MOX_ALLOW_" + record.ini;
-        state.usable = cfg_is_on(state.switch_name, false);
-    }
-    return state;
-}
-
-JSON entry_json(const MOXDEV_FLASH_MANAGER& manager, DWORD index, const JSON& shown_index)
-{
-    const RECORD_STATE state = record_state(manager, index);
-    return {{"index", shown_index},
-            {"user_defined", state.user},
-            {"switch", text_or_null(state.switch_name)},
-            {"usable", state.usable},
-            {"record", record_json(manager.get_flash_database()[index])},
-            {"units", units_json()},
-            {"maxima_source", source_json(record_source(manager, index))}};
-}
 
 // A density as the list shows it: Mbit, with a fraction below 1 Mbit.
 std::string mbit_text(QWORD bits)
@@ -296,129 +110,8 @@ std::string mbit_text(QWORD bits)
     return fmt::format("{:g}", double(bits) / double(1u << 20));
 }
 
-// A size as people write it, as a number of bits. K, M and G are binary
-// multiples (1024); a lower-case "b" or "bit" means bits, an upper-case "B",
-// "iB" or "byte" bytes, and a multiple alone bits, as densities are given:
-// "16M" = "16Mbit" = "16Mb" = 16 Mbit; "2MB" = "2MiB" = 16 Mbit; "1G" = 1 Gbit;
-// a bare number is Mbit.
-QWORD parse_density(const std::string& text)
-{
-    std::size_t digits = 0;
-    while (digits < text.size() && std::isdigit(static_cast<unsigned char>(text[digits])))
-        ++digits;
-    std::string unit = text.substr(digits);
-    const int shift = unit.empty() ? 20 : 10 * int(std::string("KMG").find(char(std::toupper(unit[0]))) + 1);
-    if (!unit.empty())
-        unit.erase(0, 1);
-    const bool bytes =
-        unit == "B" || unit == "iB" || absl::EqualsIgnoreCase(unit, "byte") || absl::EqualsIgnoreCase(unit, "bytes");
-    const bool bits =
-        unit.empty() || unit == "b" || absl::EqualsIgnoreCase(unit, "bit") || absl::EqualsIgnoreCase(unit, "bits");
-    const unsigned long long count = digits == 0 || digits > 6 ? 0 : std::stoull(text.substr(0, digits));
-    if (shift <= 0 || (!bytes && !bits) || count == 0)
-        throw USER_ERROR{moxdev::quoted(text) +
-                         " is not a size (e.g. 512K, 128M or 1G: Kbit, Mbit, Gbit; 16MB or 16MiB: bytes)"};
-    return QWORD(count) << shift << (bytes ? 3 : 0);
-}
-
-// "3.3V", "3.3", "1.8v" as the table writes it ("3.3V").
-std::string parse_voltage(const std::string& typed)
-{
-    const std::string text = moxdev::flash_voltage(typed);
-    if (text.empty())
-        throw USER_ERROR{moxdev::quoted(typed) + " is not a flash voltage (3.3V or 1.8V)"};
-    return text;
-}
-
-// `name` matches `pattern`: '*' any run of characters, '?' any one, letter
-// case ignored.
-bool wildcard_match(const std::string& pattern, const std::string& name)
-{
-    std::size_t p = 0, n = 0, star = std::string::npos, resume = 0;
-    auto same = [](char a, char b) {
-        return absl::ascii_toupper(static_cast<unsigned char>(a)) == absl::ascii_toupper(static_cast<unsigned char>(b));
-    };
-    while (n < name.size()) {
-        if (p < pattern.size() && (pattern[p] == '?' || (pattern[p] != '*' && same(pattern[p], name[n])))) {
-            ++p;
-            ++n;
-        } else if (p < pattern.size() && pattern[p] == '*') {
-            star = p++;
-            resume = n;
-        } else if (star != std::string::npos) {
-            p = star + 1;
-            n = ++resume;
-        } else {
-            return false;
-        }
-    }
-    while (p < pattern.size() && pattern[p] == '*')
-        ++p;
-    return p == pattern.size();
-}
-
-// The filters of `flash list`; empty ones pass everything.
-struct LIST_FILTER {
-    std::string maker;
-    std::string size;
-    std::string voltage;
-    std::string pattern;
-};
-
-// Whether one of the names other tools give the record's chip matches.
-bool alias_matches(const std::string& pattern, const MOXDEV_SFL_FLASH_INFO& record)
-{
-    for (const moxdev::FLASH_SOURCES::ENTRY& entry : table_sources().entries()) {
-        if (entry.name != record.device_name)
-            continue;
-        for (const std::string& alias : entry.aliases) {
-            if (wildcard_match(pattern, alias))
-                return true;
-        }
-    }
-    return false;
-}
-
-// The records `filter` keeps, by index.
-std::vector<DWORD> listed_records(const MOXDEV_FLASH_MANAGER& manager, const LIST_FILTER& filter, QWORD bits,
-                                  const std::string& voltage)
-{
-    const MOXDEV_SFL_FLASH_INFO* records = manager.get_flash_database();
-    std::vector<DWORD> listed;
-    for (DWORD i = 0; i < manager.get_flash_count(); ++i) {
-        const MOXDEV_SFL_FLASH_INFO& record = records[i];
-        const bool wanted =
-            (filter.maker.empty() || gen_stricmp(record.manufacturer_name, filter.maker) == 0) &&
-            (bits == 0 || QWORD(record.device_bit_size) == bits) &&
-            (voltage.empty() ||
-             ("|" + upper_text(record.asc_voltage) + "|").find("|" + voltage + "|") != std::string::npos) &&
-            (filter.pattern.empty() || wildcard_match(filter.pattern, record.device_name) ||
-             alias_matches(filter.pattern, record));
-        if (wanted)
-            listed.push_back(i);
-    }
-    return listed;
-}
-
-// A maker no record has is a mistake, with the closest ones.
-void check_maker(const MOXDEV_FLASH_MANAGER& manager, const LIST_FILTER& filter)
-{
-    const MOXDEV_SFL_FLASH_INFO* records = manager.get_flash_database();
-    std::vector<std::string> makers;
-    for (DWORD i = 0; i < manager.get_flash_count(); ++i) {
-        if (std::find(makers.begin(), makers.end(), records[i].manufacturer_name) == makers.end())
-            makers.push_back(records[i].manufacturer_name);
-    }
-    const bool known_maker = filter.maker.empty() || std::any_of(makers.begin(), makers.end(), [&](const auto& name) {
-                                 return gen_stricmp(name, filter.maker) == 0;
-                             });
-    if (!known_maker)
-        throw USER_ERROR{"no flash record of the maker " + moxdev::quoted(filter.maker) +
-                         did_you_mean(filter.maker, makers)};
-}
-
 // Which filters together keep nothing: a note for a person, not an error.
-std::string nothing_listed(const LIST_FILTER& filter, QWORD bits, const std::string& voltage, bool every_record)
+std::string nothing_listed(const moxdev::FLASH_LIST_FILTER& filter, const moxdev::FLASH_LISTING& listing)
 {
     std::string wanted;
     auto add = [&](const std::string& part) { wanted += (wanted.empty() ? "" : ", ") + part; };
@@ -426,11 +119,11 @@ std::string nothing_listed(const LIST_FILTER& filter, QWORD bits, const std::str
         add("named " + filter.pattern);
     if (!filter.maker.empty())
         add("of the maker '" + filter.maker + "'");
-    if (bits != 0)
-        add(mbit_text(bits) + " Mbit");
-    if (!voltage.empty())
-        add(voltage);
-    return "no flash record " + wanted + (every_record ? "" : " (--all also lists the switched-off ones)");
+    if (listing.bits != 0)
+        add(mbit_text(listing.bits) + " Mbit");
+    if (!listing.voltage.empty())
+        add(listing.voltage);
+    return "no flash record " + wanted + (filter.every_record ? "" : " (--all also lists the switched-off ones)");
 }
 
 // "VELMAR 4, MICRON 34, ...": the listed records per maker, each maker once,
@@ -455,7 +148,7 @@ std::string maker_counts(const MOXDEV_FLASH_MANAGER& manager, const std::vector<
 void print_list_line(const MOXDEV_FLASH_MANAGER& manager, DWORD i)
 {
     const MOXDEV_SFL_FLASH_INFO& record = manager.get_flash_database()[i];
-    const RECORD_STATE state = record_state(manager, i);
+    const moxdev::FLASH_RECORD_STATE state = moxdev::flash_record_state(manager, i);
     std::string note;
     if (state.user)
         note = "user-defined (MOX_SUPPORT_EXT_SPI_DEV)";
@@ -466,37 +159,29 @@ void print_list_line(const MOXDEV_FLASH_MANAGER& manager, DWORD i)
                record.default_dev ? "yes" : "", note);
 }
 
-void flash_list(bool every_record, bool full, const LIST_FILTER& filter)
+void flash_list(bool full, const moxdev::FLASH_LIST_FILTER& filter)
 {
-    const MOXDEV_FLASH_MANAGER manager = load_table(every_record);
-    const QWORD bits = filter.size.empty() ? 0 : parse_density(filter.size);
-    const std::string voltage = filter.voltage.empty() ? "" : parse_voltage(filter.voltage);
-    check_maker(manager, filter);
-    const std::vector<DWORD> listed = listed_records(manager, filter, bits, voltage);
-    // Filters that keep nothing are an answer: an empty list, and a note on
-    // standard error for a person.
-    if (listed.empty()) {
-        if (json_output)
-            print_json(JSON::array());
-        else
-            note(nothing_listed(filter, bits, voltage, every_record));
-        return;
-    }
     if (json_output) {
-        JSON entries = JSON::array();
-        for (DWORD i : listed)
-            entries.push_back(entry_json(manager, i, i));
-        print_json(entries);
+        // Filters that keep nothing are an answer: an empty list.
+        print_json(flash_documents().list(filter));
         return;
     }
-    const bool filtered = !filter.maker.empty() || bits != 0 || !voltage.empty() || !filter.pattern.empty();
+    const moxdev::FLASH_LISTING listing = moxdev::list_flash_records(flash_tables(), filter);
+    const MOXDEV_FLASH_MANAGER& manager = *listing.table;
+    // An empty list, with a note on standard error for a person.
+    if (listing.records.empty()) {
+        note(nothing_listed(filter, listing));
+        return;
+    }
+    const bool filtered =
+        !filter.maker.empty() || listing.bits != 0 || !listing.voltage.empty() || !filter.pattern.empty();
     if (full && !filtered) {
         manager.print_database();
         return;
     }
     fmt::print("{:>5}  {:<10} {:<16} {:<11} {:>6} {:>6}  {:<7} {}\n", "index", "maker", "device", "ID", "Mbit", "KiB",
                "default", "switch");
-    for (DWORD i : listed) {
+    for (DWORD i : listing.records) {
         if (!full) {
             print_list_line(manager, i);
             continue;
@@ -504,9 +189,9 @@ void flash_list(bool every_record, bool full, const LIST_FILTER& filter)
         const MOXDEV_SFL_FLASH_INFO& record = manager.get_flash_database()[i];
         fmt::print("Flash record {}: {} {}, {}\n", i, record.manufacturer_name, record.device_name,
                    record_summary(record));
-        print_record(record, record_source(manager, i));
+        print_record(record, flash_tables().record_source(manager, i));
     }
-    fmt::print("{} records: {}\n", listed.size(), maker_counts(manager, listed));
+    fmt::print("{} records: {}\n", listing.records.size(), maker_counts(manager, listing.records));
 }
 
 // moxdev flash show: every record (ID variant) of one chip name, switched-off
@@ -514,50 +199,25 @@ void flash_list(bool every_record, bool full, const LIST_FILTER& filter)
 // "not usable") while the record's switch is off.
 void flash_show(const std::string& typed)
 {
-    // Other tools' names for a chip (W25Q128.V, S25FL128S_UL, each part of
-    // MX25L25635F/MX25L25645G) find its record; the record's own name is shown.
-    const std::string own = table_sources().name_for(typed);
-    const std::string name = own.empty() ? typed : own;
-    if (!own.empty() && !absl::EqualsIgnoreCase(own, typed))
-        note(typed + " is " + own + " here");
-    const MOXDEV_FLASH_MANAGER manager = load_table(true);
-    const MOXDEV_SFL_FLASH_INFO* records = manager.get_flash_database();
-    std::vector<std::string> names;
-    std::vector<DWORD> found;
-    // The index among the usable records, INVALID_DWORD for an unusable one.
-    std::vector<DWORD> usable_index(manager.get_flash_count(), INVALID_DWORD);
-    DWORD usable = 0;
-    for (DWORD i = 0; i < manager.get_flash_count(); ++i) {
-        if (record_state(manager, i).usable)
-            usable_index[i] = usable++;
-        if (gen_stricmp(records[i].device_name, name) == 0)
-            found.push_back(i);
-        if (std::find(names.begin(), names.end(), records[i].device_name) == names.end())
-            names.push_back(records[i].device_name);
-    }
-    if (found.empty())
-        throw USER_ERROR{"no flash named " + moxdev::quoted(name) + did_you_mean(name, names)};
     if (json_output) {
-        JSON entries = JSON::array();
-        for (DWORD i : found)
-            entries.push_back(
-                entry_json(manager, i, usable_index[i] == INVALID_DWORD ? JSON() : JSON(usable_index[i])));
-        print_json(entries);
+        print_json(flash_documents().show(typed));
         return;
     }
-    for (std::size_t n = 0; n < found.size(); ++n) {
-        const DWORD i = found[n];
-        const MOXDEV_SFL_FLASH_INFO& record = records[i];
-        const RECORD_STATE state = record_state(manager, i);
-        std::string where = usable_index[i] == INVALID_DWORD ? "not usable while " + state.switch_name + " is off"
-                                                             : fmt::format("record {}", usable_index[i]);
+    const moxdev::FLASH_CHIP chip = moxdev::find_flash_chip(flash_tables(), typed);
+    for (std::size_t n = 0; n < chip.records.size(); ++n) {
+        const DWORD i = chip.records[n].index;
+        const std::optional<DWORD> usable_index = chip.records[n].usable_index;
+        const MOXDEV_SFL_FLASH_INFO& record = chip.table->get_flash_database()[i];
+        const moxdev::FLASH_RECORD_STATE state = moxdev::flash_record_state(*chip.table, i);
+        std::string where = usable_index ? fmt::format("record {}", *usable_index)
+                                         : "not usable while " + state.switch_name + " is off";
         if (state.user)
             where += " (user-defined)";
         else if (!state.switch_name.empty() && state.usable)
             where += " (" + state.switch_name + " on)";
         fmt::print("{}{} {}: {}{}, {}\n", n == 0 ? "" : "\n", record.manufacturer_name, record.device_name, where,
                    record.default_dev ? ", default" : "", record_summary(record));
-        print_record(record, record_source(manager, i));
+        print_record(record, flash_tables().record_source(*chip.table, i));
     }
 }
 
@@ -565,7 +225,7 @@ void flash_show(const std::string& typed)
 // records whose maxima come from it.
 void flash_sources()
 {
-    const moxdev::FLASH_SOURCES& sources = table_sources();
+    const moxdev::FLASH_SOURCES& sources = flash_tables().sources();
     if (sources.entries().empty())
         throw USER_ERROR{"no sources are known: " + moxdev::FLASH_SOURCES::default_path() + " lists none"};
     struct SHEET {
@@ -616,125 +276,26 @@ void flash_sources()
     fmt::print("{} datasheets, {} records\n", sheets.size(), sources.entries().size());
 }
 
-std::string bytes_text(const std::vector<BYTE>& bytes)
-{
-    std::string text;
-    for (BYTE byte : bytes)
-        text += fmt::format("{}{:02X}", text.empty() ? "" : " ", byte);
-    return text;
-}
-
-// Why no usable record matches `bytes`: the error line and, when something
-// can be said, a hint line after it.
-std::string no_match_message(const std::vector<BYTE>& bytes, bool silicon_id)
-{
-    std::string line = "no known flash matches " + bytes_text(bytes) +
-                       (silicon_id ? " (silicon ID)" : " (device ID: manufacturer, type, capacity)");
-    const MOXDEV_FLASH_MANAGER every = load_table(true);
-    const DWORD count = DWORD(bytes.size());
-    if (const MOXDEV_SFL_FLASH_INFO* record = moxdev::find_flash(every, silicon_id, bytes.data(), count))
-        return "no usable flash matches " + bytes_text(bytes) + ": " + record->manufacturer_name + " " +
-               record->device_name + " needs MOX_ALLOW_" + record->ini + "=1";
-
-    const bool all_ff = std::all_of(bytes.begin(), bytes.end(), [](BYTE b) { return b == 0xFF; });
-    const bool all_00 = std::all_of(bytes.begin(), bytes.end(), [](BYTE b) { return b == 0x00; });
-    if (!bytes.empty() && (all_ff || all_00))
-        return line + fmt::format("\nhint: all bytes {}: no chip answered; check the wiring, the chip select "
-                                  "and the power of the flash",
-                                  all_ff ? "FF" : "00");
-    if (silicon_id || bytes.size() < 2)
-        return line;
-
-    const std::vector<BYTE> reversed(bytes.rbegin(), bytes.rend());
-    if (const MOXDEV_SFL_FLASH_INFO* record = moxdev::find_flash(every, false, reversed.data(), count))
-        return line + "\nhint: in the other byte order, " + bytes_text(reversed) + ", they are " +
-               record->manufacturer_name + " " + record->device_name +
-               ": give the bytes in read order (manufacturer, type, capacity)";
-
-    // Records of the same maker and type byte: a capacity byte misread, or a
-    // chip of a size the table does not hold. Each ID once, with the name of
-    // the record that wins it.
-    auto byte_is = [&](BYTE position, BYTE expected) { return position < count && bytes[position] == expected; };
-    std::vector<std::pair<BYTE, std::string>> near;
-    const MOXDEV_SFL_FLASH_INFO* records = every.get_flash_database();
-    for (DWORD i = 0; i < every.get_flash_count(); ++i) {
-        const MOXDEV_SFL_FLASH_INFO& record = records[i];
-        if (record.silicon_id || record.memory_type_index == 255 || !byte_is(record.mfc_id_index, record.mfc_id) ||
-            !byte_is(record.memory_type_index, record.memory_type))
-            continue;
-        const BYTE capacity = record.memory_id;
-        if (std::none_of(near.begin(), near.end(), [&](const auto& n) { return n.first == capacity; }))
-            near.emplace_back(capacity, record.device_name);
-    }
-    if (near.empty())
-        return line;
-    std::sort(near.begin(), near.end());
-    std::string hint;
-    for (const auto& entry : near)
-        hint += fmt::format("{}{:02X} {}", hint.empty() ? "" : ", ", entry.first, entry.second);
-    return line + "\nhint: this maker and type are known with the capacity bytes " + hint;
-}
-
 void flash_identify(const std::vector<std::string>& words, bool silicon_id, const std::string& sfdp_file)
 {
-    const std::vector<BYTE> bytes = parse_id_bytes(words);
-    MOXDEV_FLASH_MANAGER manager = load_table(false);
-    const DWORD table_count = manager.get_flash_count();
-    std::vector<std::string> sfdp_assumed;
-    std::optional<MOXDEV_SFL_FLASH_INFO> sfdp_record; // the record the read itself gives
-    if (!sfdp_file.empty()) {
-        if (silicon_id)
-            throw USER_ERROR{"--sfdp binds by the device ID, not by a silicon ID"};
-        const std::vector<BYTE> sfdp = read_sfdp_file(sfdp_file);
-        std::string error;
-        // What the read leaves to assumptions says where a derived record's
-        // maxima come from.
-        MOXDEV_SFDP decoded;
-        MOXDEV_SFDP_RECORD derivation;
-        if (bytes.size() >= 3 && moxdev_decode_sfdp(sfdp.data(), sfdp.size(), decoded, error) &&
-            moxdev_sfdp_record(decoded, bytes.data(), "", "", MOXDEV_SFDP_ASSUMPTIONS{}, derivation, error)) {
-            sfdp_assumed = derivation.assumed;
-            sfdp_record = derivation.record;
-        }
-        if (!moxdev::bind_flash_by_sfdp(manager, 0, bytes.data(), DWORD(bytes.size()), sfdp.data(), sfdp.size(),
-                                        &error))
-            throw USER_ERROR{error};
-    } else if (!moxdev::bind_flash(manager, silicon_id, 0, bytes.data(), DWORD(bytes.size()))) {
-        throw USER_ERROR{no_match_message(bytes, silicon_id)};
-    }
-    const DWORD index = manager.get_flash_mapping_index(0, false);
-    const bool user = index == 0 && moxdev::user_flash(manager) != nullptr;
-    const bool derived = index >= table_count;
-    const MOXDEV_SFL_FLASH_INFO& record = manager.get_flash_database()[index];
-    // A record of the table wins for an ID it knows; the read may still
-    // describe another chip (a clone, a misprogrammed SFDP area).
-    if (!derived && sfdp_record) {
-        if (sfdp_record->device_bit_size != record.device_bit_size)
-            warning(fmt::format("the SFDP read gives {} bits, the bound record {} {}", sfdp_record->device_bit_size,
-                                record.device_name, record.device_bit_size));
-        if (sfdp_record->device_sector_byte != record.device_sector_byte)
-            warning(fmt::format("the SFDP read gives {}-byte sectors, the bound record {} {}",
-                                sfdp_record->device_sector_byte, record.device_name, record.device_sector_byte));
-    }
-    const moxdev::MAXIMA_SOURCE derived_source = moxdev::sfdp_maxima_source(sfdp_assumed);
-    const moxdev::MAXIMA_SOURCE* source = derived ? &derived_source : record_source(manager, index);
+    const std::vector<BYTE> bytes = moxdev::parse_id_bytes(words);
+    // The database and the options first, then the read.
+    moxdev::check_identify_request(flash_tables(), silicon_id, !sfdp_file.empty());
+    std::optional<std::vector<BYTE>> sfdp;
+    if (!sfdp_file.empty())
+        sfdp = read_sfdp_file(sfdp_file);
+    const std::vector<BYTE>* read = sfdp ? &*sfdp : nullptr;
     if (json_output) {
-        print_json({{"id_bytes", bytes},
-                    {"silicon_id", silicon_id},
-                    {"record_index", index},
-                    {"user_defined", user},
-                    {"from_sfdp", derived},
-                    {"record", record_json(record)},
-                    {"units", units_json()},
-                    {"maxima_source", source_json(source)}});
+        print_json(flash_documents().identify(bytes, silicon_id, read));
         return;
     }
-    fmt::print("{} {}: record {}{}, {}\n", manager.sfl_get_manufacturer_name(0), manager.sfl_get_device_name(0), index,
-               user      ? " (user-defined)"
-               : derived ? " (derived from its SFDP read)"
-                         : "",
-               record_summary(record));
-    print_record(record, source);
+    const moxdev::FLASH_IDENTIFICATION found = moxdev::identify_flash(flash_tables(), bytes, silicon_id, read);
+    fmt::print("{} {}: record {}{}, {}\n", found.record.manufacturer_name, found.record.device_name, found.index,
+               found.user      ? " (user-defined)"
+               : found.derived ? " (derived from its SFDP read)"
+                               : "",
+               record_summary(found.record));
+    print_record(found.record, found.source_or_null());
 }
 
 void flash_define(const std::string& input_file)
@@ -780,7 +341,7 @@ void flash_decode(const std::string& value)
         throw USER_ERROR{error};
     if (json_output) {
         print_json({{"decoded", content.decoded},
-                    {"record", record_json(content.record)},
+                    {"record", moxdev::flash_record_json(content.record)},
                     {"fields_valid", content.fields_valid},
                     {"check_value", content.check_value},
                     {"check_value_matches", content.check_matches},
@@ -845,7 +406,7 @@ auto table_values(OF of)
     std::vector<std::decay_t<decltype(of(MOXDEV_SFL_FLASH_INFO{}))>> values;
     try {
         quiet_output = true;
-        const MOXDEV_FLASH_MANAGER manager = load_table(true);
+        const MOXDEV_FLASH_MANAGER& manager = flash_tables().table(true);
         for (DWORD i = 0; i < manager.get_flash_count(); ++i) {
             auto value = of(manager.get_flash_database()[i]);
             if (std::find(values.begin(), values.end(), value) == values.end())
@@ -871,11 +432,11 @@ std::vector<std::string> size_values()
 
 void add_flash_list(CLI::App* flash)
 {
-    static bool every_record = false, full = false;
-    static LIST_FILTER filter;
+    static bool full = false;
+    static moxdev::FLASH_LIST_FILTER filter;
     CLI::App* list = flash->add_subcommand("list", "List the usable flash records "
                                                    "(record 0 is the user flash when one is defined)");
-    list->add_flag("--all", every_record, "Also list the records whose MOX_ALLOW_ switch is off");
+    list->add_flag("--all", filter.every_record, "Also list the records whose MOX_ALLOW_ switch is off");
     list->add_flag("--full", full, "Print every field of every record");
     list->add_option("PATTERN", filter.pattern,
                      "Only the chips whose name matches, '*' and '?' as wildcards, e.g. 'W25Q*' (letter case "
@@ -895,7 +456,7 @@ void add_flash_list(CLI::App* flash)
     list->footer("The filters combine. The last line counts the records listed per maker. "
                  "With --json every record is given whole, so --full changes nothing; fields that are not "
                  "used (255) are null there and \"none\" in the text.");
-    add_json_verb(list, [] { flash_list(every_record, full, filter); });
+    add_json_verb(list, [] { flash_list(full, filter); });
 }
 
 } // namespace

@@ -2,6 +2,8 @@
 #include "cli.h"
 #include "cli_json.h"
 
+#include "moxdev/documents/hps_kinds.h"
+#include "moxdev/hps_documents.h"
 #include "moxdev/moxdev.h"
 
 #include <fmt/format.h>
@@ -29,8 +31,6 @@ namespace {
 // The two flash kinds, with what the commands need to know of each.
 template <class RECORD>
 using KIND = moxdev::HPS_KIND<RECORD>;
-const KIND<MOXDEV_HPS_NAND_STRUCTURE> NAND{};
-const KIND<MOXDEV_HPS_SPI_STRUCTURE> SPI{};
 
 template <class RECORD>
 const std::vector<RECORD*>& user_records(const KIND<RECORD>& kind)
@@ -79,17 +79,6 @@ void change_user_records(const KIND<RECORD>& kind, CHANGE change)
     });
 }
 
-// Warns when the parameter file is there but cannot be read: its records are
-// then not listed, and the next change keeps it under another name.
-void warn_if_damaged()
-{
-    if (moxdev::parameter_file_state() == moxdev::PARAMETER_FILE_STATE::DAMAGED)
-        warning(moxdev::parameter_file_path() +
-                " cannot be read, so no user part of it is listed; the next change "
-                "keeps it as " +
-                moxdev::parameter_file_path() + ".damaged-<time>");
-}
-
 template <class RECORD>
 std::string record_text(const RECORD& record)
 {
@@ -102,39 +91,12 @@ std::string record_text(const RECORD& record)
     return text;
 }
 
-// The parameters of `record` under their names.
 template <class RECORD>
-JSON record_json(const KIND<RECORD>& kind, const RECORD& record)
+void list_text(const KIND<RECORD>& kind)
 {
-    JSON fields = JSON::object();
-    for (DWORD p = 0; p < RECORD::PARAMS; ++p) {
-        const void* value = record.param[p];
-        JSON& field = fields[kind.parameters()[p].name];
-        switch (RECORD::TYPES[p]) {
-        case MOXDEV_PARAM_STRING: field = *static_cast<const std::string*>(value); break;
-        case MOXDEV_PARAM_BOOL: field = *static_cast<const bool*>(value); break;
-        case MOXDEV_PARAM_BYTE: field = unsigned(*static_cast<const BYTE*>(value)); break;
-        case MOXDEV_PARAM_WORD: field = *static_cast<const WORD*>(value); break;
-        case MOXDEV_PARAM_DWORD: field = *static_cast<const DWORD*>(value); break;
-        case MOXDEV_PARAM_QWORD: field = *static_cast<const QWORD*>(value); break;
-        }
-    }
-    return fields;
-}
-
-template <class RECORD>
-void list(const KIND<RECORD>& kind)
-{
-    warn_if_damaged();
+    moxdev::warn_if_parameter_file_damaged(note);
     const auto& records = all_records(kind);
     const std::size_t users = user_records(kind).size();
-    if (json_output) {
-        JSON entries = JSON::array();
-        for (std::size_t i = 0; i < records.size(); ++i)
-            entries.push_back({{"index", i}, {"user_defined", i < users}, {"record", record_json(kind, *records[i])}});
-        print_json(entries);
-        return;
-    }
     fmt::print("{:>5}  {:<8} ", "index", "source");
     for (DWORD p = 0; p < RECORD::PARAMS; ++p)
         fmt::print("{}{}", p ? " " : "", kind.parameters()[p].name);
@@ -142,6 +104,14 @@ void list(const KIND<RECORD>& kind)
     for (std::size_t i = 0; i < records.size(); ++i)
         fmt::print("{:>5}  {:<8} {}\n", i, i < users ? "user" : "built-in", record_text(*records[i]));
     fmt::print("{} records, {} of them the user's\n", records.size(), users);
+}
+
+void list(const std::string& kind)
+{
+    if (json_output)
+        print_json(moxdev::hps_list_document(kind, note));
+    else
+        moxdev::with_hps_kind(kind, [](const auto& k) { list_text(k); });
 }
 
 // Reads answers line by line, trimmed; false at the end of the input. A line
@@ -334,18 +304,6 @@ void select(const std::string& text)
     }
 }
 
-// Runs `action` on the kind named `name`.
-template <class ACTION>
-void with_kind(const std::string& name, ACTION action)
-{
-    if (gen_stricmp(name, "nand") == 0)
-        action(NAND);
-    else if (gen_stricmp(name, "spi") == 0)
-        action(SPI);
-    else
-        throw USER_ERROR{"unknown flash kind '" + name + "' (nand or spi)"};
-}
-
 } // namespace
 
 void add_hps_commands(CLI::App& app)
@@ -362,7 +320,7 @@ void add_hps_commands(CLI::App& app)
 
     CLI::App* list_command = hps->add_subcommand("list", "List the flash parts, the user's first (marked)");
     kind_option(list_command);
-    add_json_verb(list_command, [] { with_kind(kind, [](const auto& k) { list(k); }); });
+    add_json_verb(list_command, [] { list(kind); });
 
     CLI::App* add_command = hps->add_subcommand("add", "Add a user flash part, asking for each parameter");
     add_command->footer("Each parameter is asked with its prompt and checked; a refused answer is explained and "
@@ -375,16 +333,16 @@ void add_hps_commands(CLI::App& app)
                         "MOXDEV_MODULE_DIR, which must be writable.");
     kind_option(add_command);
     add_command->add_option("--input", input, "Read the answers from this file, one per line");
-    add_command->callback([] { with_kind(kind, [](const auto& k) { add(k, input); }); });
+    add_command->callback([] { moxdev::with_hps_kind(kind, [](const auto& k) { add(k, input); }); });
 
     CLI::App* remove_command = hps->add_subcommand("remove", "Remove one user flash part (its index in 'hps list')");
     kind_option(remove_command);
     remove_command->add_option("INDEX", index, "Index of the user record (0 for the first)")->required();
-    remove_command->callback([] { with_kind(kind, [](const auto& k) { remove(k, index); }); });
+    remove_command->callback([] { moxdev::with_hps_kind(kind, [](const auto& k) { remove(k, index); }); });
 
     CLI::App* clear_command = hps->add_subcommand("clear", "Remove every user flash part of a kind");
     kind_option(clear_command);
-    clear_command->callback([] { with_kind(kind, [](const auto& k) { clear(k); }); });
+    clear_command->callback([] { moxdev::with_hps_kind(kind, [](const auto& k) { clear(k); }); });
 
     CLI::App* select_command = hps->add_subcommand(
         "select", "Show the HPS descriptor that a JTAG IDCODE selects, word by word (no IDCODE: list them)");

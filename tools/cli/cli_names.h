@@ -1,23 +1,23 @@
-// Device names as people type them, shared by the device and naming verbs.
+// Device names as people type them, shared by the device and naming verbs:
+// the library's name queries under the command's names.
 #pragma once
 
-#include "host/dev_catalogue.h"
+#include "moxdev/documents/naming_queries.h"
 
 #include <string>
 #include <vector>
 
 namespace moxdev_cli {
 
-// The devices or families a name form of the naming grammar stands for.
-struct NAME_TARGETS {
-    std::string form;                      // what kind of name it is, "" when none of these
-    std::vector<DEV_FAMILY_ENUM> families; // a family-level form stands for these
-    std::vector<DEV_DEVICE_ENUM> devices;  // a device-level form stands for these
-};
-NAME_TARGETS resolve_name_form(const std::string& name);
-// Every name a device question may be answered with, shorter forms first.
-const std::vector<std::string>& known_device_names();
-// A typed name, trimmed and upper-cased.
-std::string normalised_name(std::string name);
+using moxdev::NAME_TARGETS;
+using moxdev::normalised_name;
+
+// Every name a device question may be answered with, shorter forms first:
+// the values shell completion offers for a device name.
+inline std::vector<std::string> known_device_names()
+{
+    moxdev::NAMING_QUERIES queries;
+    return queries.known_device_names();
+}
 
 } // namespace moxdev_cli

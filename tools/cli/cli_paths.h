@@ -2,8 +2,10 @@
 // can be written where one is asked for.
 #pragma once
 
+#include "moxdev/files.h"
 #include <cerrno>
 #include <cstring>
+
 #include <filesystem>
 #include <string>
 #include <system_error>
@@ -16,9 +18,7 @@ namespace moxdev_cli {
 // where a file was looked for.
 inline std::string full_path(const std::string& path)
 {
-    std::error_code error;
-    const std::filesystem::path absolute = std::filesystem::absolute(path, error);
-    return error ? path : absolute.lexically_normal().string();
+    return moxdev::absolute_path(path);
 }
 
 // Whether a file can be made in `directory`, with the reason when not. Only
