@@ -6,6 +6,9 @@
 #include "bench_report.h"
 #include "moxdev/internal/moxdev_bytes.h"
 #include "naming_oracles.h"
+#ifdef MOXDEV_BENCH_PYTHON
+#include "python_bench.h"
+#endif
 
 #include "moxdev/moxdev.h"
 #include "moxdev/naming/moxdev_ddb_internal.h"
@@ -617,6 +620,9 @@ int main(int argc, char** argv)
         DATA data = prepare();
         register_benchmarks(data);
         register_sfdp_benchmarks();
+#ifdef MOXDEV_BENCH_PYTHON
+        register_python_benchmarks();
+#endif
         const TABLES tables;
         register_table_benchmarks(tables);
 
@@ -692,6 +698,9 @@ int main(int argc, char** argv)
                                 every_line, "device_table_huge/generate", "device_table_huge/read_lines", GOAL::AT_MOST,
                                 5));
 
+#ifdef MOXDEV_BENCH_PYTHON
+        add_python_rows(medians, rows);
+#endif
         std::cout << "Machine: " << machine_description() << "\n\n";
         const bool met = print_table(std::cout, rows);
         benchmark::Shutdown();

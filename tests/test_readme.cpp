@@ -15,6 +15,7 @@ namespace {
 struct EXAMPLE {
     std::string command;
     std::vector<std::string> expected, got;
+    bool skipped = false; // needs the Python module, which this build lacks
 };
 
 // Whether `actual` lines match `expected`, where "..." matches any run.
@@ -38,9 +39,11 @@ void run_block(std::vector<EXAMPLE>& examples)
     TEMP_DIR dir;
     std::filesystem::create_directory_symlink(source_path("data"), dir.file("data"));
     std::filesystem::create_directories(dir.file("module"));
+    // The Python module of this build, where it is built (not in the
+    // sanitizer builds): the "From Python" examples import it.
     std::string script = "cd '" + dir.path() + "' && export PATH='" +
                          std::filesystem::path(MOXDEV_CLI).parent_path().string() + "':\"$PATH\" MOXDEV_MODULE_DIR='" +
-                         dir.file("module") + "'\n";
+                         dir.file("module") + "' PYTHONPATH='" + MOXDEV_PYTHON_DIR + "'\n";
     for (std::size_t i = 0; i < examples.size(); ++i)
         script += "echo '@@@ " + std::to_string(i) + "'\n" + examples[i].command + " 2>&1\n";
     write_text(dir.file("script.sh"), script);
@@ -72,6 +75,8 @@ TEST(Readme, EveryExampleRunsAsShown)
         } else if (start != 0 && line == "```") {
             run_block(block);
             for (const EXAMPLE& example : block) {
+                if (example.skipped)
+                    continue;
                 std::string got;
                 for (const std::string& shown : example.got)
                     got += shown + "\n";
@@ -84,6 +89,10 @@ TEST(Readme, EveryExampleRunsAsShown)
             examples += block.size();
         } else if (start != 0 && line.compare(0, 2, "$ ") == 0) {
             block.push_back(EXAMPLE{line.substr(2), {}, {}});
+            if (std::string(MOXDEV_PYTHON_DIR).empty() && line.find("python3") != std::string::npos) {
+                block.back().command = "true";
+                block.back().skipped = true;
+            }
         } else if (start != 0 && !block.empty()) {
             block.back().expected.push_back(line);
         }

@@ -187,6 +187,21 @@ int main() { return ver_get_version().empty() || MOXDEV_MGR::get_opn_enum("KXB10
 loads_installed_library "$scratch/one_line" || fail "the pkg-config program does not find the installed library"
 "$scratch/one_line" || fail "the pkg-config program exited with status $?"
 
+# ------------------------------------------------------------------ python
+# Where the build has the module: the installed one imports with only
+# PYTHONPATH set and finds the installed library and databases by itself.
+python_dir=$(cache_value MOXDEV_PYTHON_INSTALL_DIR)
+if [ -n "$python_dir" ] && [ "$mode" = plain ]; then
+  step "import the installed Python module"
+  [ -f "$prefix/$python_dir/moxdev.pyi" ] || fail "no moxdev.pyi in $prefix/$python_dir"
+  name=$(PYTHONPATH=$prefix/$python_dir /usr/bin/python3 -c \
+    "import moxdev; print(moxdev.flash.identify('20 BA 19')['record']['device_name'])") ||
+    fail "the installed Python module does not answer"
+  [ "$name" = MT25QL256 ] || fail "the installed Python module says $name"
+  module=$(PYTHONPATH=$prefix/$python_dir /usr/bin/python3 -c "import moxdev; print(moxdev.__file__)")
+  loads_installed_library "$module" || fail "the installed Python module does not load the installed library"
+fi
+
 # ------------------------------------------------------------------ strip
 step "install --strip"
 cmake --install "$build_dir" --prefix "$scratch/stripped" --strip >/dev/null || fail "cmake --install --strip"
