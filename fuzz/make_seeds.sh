@@ -79,6 +79,18 @@ for file in data/sfdp/*.txt data/sfdp/*.hexdump; do
 done
 { printf '\000'; grep -v '^#' data/sfdp/W25Q64FV.txt | cut -d: -f2 | xxd -r -p 2>/dev/null || true; } > "$out/sfdp/binary"
 
+# Queries of the verbs' documents: the first byte picks the query.
+mkdir -p "$out/documents"
+printf '\000EF 40 18' > "$out/documents/identify"
+printf '\001 14' > "$out/documents/silicon"
+printf '\002W25Q128.V' > "$out/documents/show"
+printf '\003W25Q*winbond' > "$out/documents/list"
+printf '\004128M3.3V' > "$out/documents/sizes"
+printf '\005kxb100f484c6' > "$out/documents/device"
+printf '\006KXB120F484' > "$out/documents/name"
+printf '\0070x1234' > "$out/documents/opn"
+printf '\010spi' > "$out/documents/hps"
+
 # Hand-made seeds kept in the repository.
 if [ -d fuzz/seeds ]; then
   for dir in fuzz/seeds/*/; do
@@ -88,3 +100,4 @@ if [ -d fuzz/seeds ]; then
   done
 fi
 echo "$out"
+

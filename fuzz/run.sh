@@ -17,7 +17,7 @@ cd "$(dirname "$0")/.."
 seconds=$1
 shift
 all_targets=(device_database flash_database device_csv flash_csv part_list flash_sources user_flash_value
-             user_parameter_file user_records grammar_image opn_image validating_parse sfdp)
+             user_parameter_file user_records grammar_image opn_image validating_parse sfdp documents)
 targets=("$@")
 [ ${#targets[@]} -gt 0 ] || targets=("${all_targets[@]}")
 
