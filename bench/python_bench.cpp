@@ -63,8 +63,8 @@ void add_python_rows(const MEDIAN_REPORTER& medians, std::vector<ROW>& rows)
     rows.push_back(time_row(medians,
                             "`moxdev.flash.identify(\"EF 40 18\")` from Python, per call: the C++ document "
                             "converted to dicts (goal: 10,000 calls well under a second)",
-                            "the same call through the C++ API (`FLASH_DOCUMENTS::identify`)",
-                            "python_identify/module", "python_identify/cpp", ROW::GOAL::AT_MOST, 3));
+                            "the same call through the C++ API (`FLASH_DOCUMENTS::identify`)", "python_identify/module",
+                            "python_identify/cpp", ROW::GOAL::AT_MOST, 3));
     rows.push_back(time_row(medians,
                             "a fresh `/usr/bin/python3` that imports moxdev and answers one `identify` "
                             "(goal: import and first answer well under 50 ms more than the bare start)",

@@ -23,12 +23,9 @@ std::unique_ptr<moxdev::NAMING_DOCUMENTS> naming;
 moxdev::DOCUMENT ask(std::uint8_t which, const std::string& text)
 {
     switch (which % 9) {
-    case 0:
-        return flash->identify(moxdev::parse_id_bytes({text}));
-    case 1:
-        return flash->identify(moxdev::parse_id_bytes({text}), true);
-    case 2:
-        return flash->show(text);
+    case 0: return flash->identify(moxdev::parse_id_bytes({text}));
+    case 1: return flash->identify(moxdev::parse_id_bytes({text}), true);
+    case 2: return flash->show(text);
     case 3: {
         moxdev::FLASH_LIST_FILTER filter;
         filter.pattern = text;
@@ -42,14 +39,10 @@ moxdev::DOCUMENT ask(std::uint8_t which, const std::string& text)
         filter.every_record = true;
         return flash->list(filter);
     }
-    case 5:
-        return naming->device_show(text);
-    case 6:
-        return naming->name(text);
-    case 7:
-        return naming->opn(text);
-    default:
-        return moxdev::hps_list_document(text);
+    case 5: return naming->device_show(text);
+    case 6: return naming->name(text);
+    case 7: return naming->opn(text);
+    default: return moxdev::hps_list_document(text);
     }
 }
 

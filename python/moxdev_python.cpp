@@ -76,14 +76,10 @@ py::object to_python(const moxdev::DOCUMENT& value)
 {
     using TYPE = moxdev::DOCUMENT::value_t;
     switch (value.type()) {
-    case TYPE::boolean:
-        return py::bool_(value.get<bool>());
-    case TYPE::number_integer:
-        return py::int_(value.get<std::int64_t>());
-    case TYPE::number_unsigned:
-        return py::int_(value.get<std::uint64_t>());
-    case TYPE::number_float:
-        return py::float_(value.get<double>());
+    case TYPE::boolean: return py::bool_(value.get<bool>());
+    case TYPE::number_integer: return py::int_(value.get<std::int64_t>());
+    case TYPE::number_unsigned: return py::int_(value.get<std::uint64_t>());
+    case TYPE::number_float: return py::float_(value.get<double>());
     case TYPE::string: {
         const std::string& text = value.get_ref<const std::string&>();
         PyObject* decoded = PyUnicode_DecodeUTF8(text.data(), Py_ssize_t(text.size()), "replace");
@@ -108,8 +104,7 @@ py::object to_python(const moxdev::DOCUMENT& value)
         return py::bytes(reinterpret_cast<const char*>(bytes.data()), bytes.size());
     }
     case TYPE::null:
-    case TYPE::discarded:
-        break;
+    case TYPE::discarded: break;
     }
     return py::none();
 }
@@ -163,6 +158,18 @@ moxdev::NAMING_DOCUMENTS& naming_documents()
     throw moxdev::QUERY_ERROR(moxdev::QUERY_FAILURE::INVALID_INPUT, message);
 }
 
+bool is_bytes(const py::handle& object)
+{
+    return py::isinstance<py::bytes>(object) || py::isinstance<py::bytearray>(object);
+}
+
+// The contents of a bytes or bytearray object.
+std::string bytes_text(const py::handle& object)
+{
+    return py::isinstance<py::bytes>(object) ? std::string(object.cast<py::bytes>())
+                                             : std::string(object.cast<py::bytearray>());
+}
+
 // ID bytes as a script has them: a text as the command reads it ("EF 40 18",
 // "EF4018", "0xEF,0x40,0x18"), bytes as read from the hardware, or a
 // sequence of numbers 0 to 255.
@@ -170,9 +177,8 @@ std::vector<BYTE> id_bytes(const py::handle& id)
 {
     if (py::isinstance<py::str>(id))
         return moxdev::parse_id_bytes({id.cast<std::string>()});
-    if (py::isinstance<py::bytes>(id) || py::isinstance<py::bytearray>(id)) {
-        const std::string raw = py::isinstance<py::bytes>(id) ? std::string(id.cast<py::bytes>())
-                                                              : std::string(id.cast<py::bytearray>());
+    if (is_bytes(id)) {
+        const std::string raw = bytes_text(id);
         return std::vector<BYTE>(raw.begin(), raw.end());
     }
     if (py::isinstance<py::sequence>(id)) {
@@ -194,11 +200,8 @@ std::vector<BYTE> id_bytes(const py::handle& id)
 // per byte; a file larger than that cannot be a read.
 std::vector<BYTE> sfdp_bytes(const py::handle& read)
 {
-    if (py::isinstance<py::bytes>(read) || py::isinstance<py::bytearray>(read)) {
-        const std::string content = py::isinstance<py::bytes>(read) ? std::string(read.cast<py::bytes>())
-                                                                    : std::string(read.cast<py::bytearray>());
-        return moxdev::read_sfdp_dump(content, "the SFDP read");
-    }
+    if (is_bytes(read))
+        return moxdev::read_sfdp_dump(bytes_text(read), "the SFDP read");
     const std::string path = py::module_::import("os").attr("fspath")(read).cast<std::string>();
     std::vector<BYTE> content;
     std::string error;
