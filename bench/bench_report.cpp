@@ -29,8 +29,12 @@ void MEDIAN_REPORTER::ReportRuns(const std::vector<Run>& runs)
         if (!median && !single)
             continue;
         // Processor time: what the path costs, without the time the process
-        // spent waiting for a processor on a busy machine.
-        const double seconds = run.GetAdjustedCPUTime() / benchmark::GetTimeUnitMultiplier(run.time_unit);
+        // spent waiting for a processor on a busy machine; but wall time for
+        // a benchmark that asks for it (UseRealTime): one that times another
+        // process, whose processor time is not ours.
+        const bool wall = run.run_name.time_type == "real_time";
+        const double seconds = (wall ? run.GetAdjustedRealTime() : run.GetAdjustedCPUTime()) /
+                               benchmark::GetTimeUnitMultiplier(run.time_unit);
         m_seconds[name] = seconds;
         std::cerr << name << ": " << format_seconds(seconds) << (median ? " (median)" : "") << "\n";
     }
