@@ -245,38 +245,9 @@ void translate_errors(std::exception_ptr error)
     }
 }
 
-} // namespace
-
-PYBIND11_MODULE(moxdev, m)
+// moxdev.flash: the flash verbs.
+void define_flash(py::module_& flash)
 {
-    m.doc() = "The moxdev device-support library: flash chips by their ID bytes, names and SFDP reads, "
-              "device records and names, ordering part numbers, HPS flash parts.\n\n"
-              "Every function returns the document `moxdev ... --json` prints, as dicts and lists. "
-              "Errors derive from moxdev.Error: NotFoundError (a LookupError), InvalidInputError (a "
-              "ValueError), UnavailableError (an OSError), InternalError (a damaged database).";
-    m.attr("__version__") = MOXDEV_VERSION_TEXT;
-    py::exec(ERROR_CLASSES, m.attr("__dict__"));
-    py::register_exception_translator(translate_errors);
-
-    m.def(
-        "reload",
-        [] {
-            session().flash.reset();
-            session().naming.reset();
-        },
-        "Read the databases again on the next question, with the environment as it is then "
-        "(MOXDEV_DEVICE_DB_DIR, MOXDEV_INSTALL_DIR, the MOX_ALLOW_ switches, MOX_SUPPORT_EXT_SPI_DEV).");
-    m.def(
-        "name", [](const std::string& name) { return to_python(naming_documents().name(name)); }, py::arg("name"),
-        "Every form of a device name, as `moxdev name NAME --json`.\n\n"
-        "  moxdev.name('kxb120f484i7')['full_ordering_name']\n\n"
-        "Raises NotFoundError for a name no form of which is known.");
-    m.def(
-        "opn", [](const std::string& opn) { return to_python(naming_documents().opn(opn)); }, py::arg("opn"),
-        "An ordering part number, its OPN enum and its OPN hash, as `moxdev opn OPN --json`; `opn` is any "
-        "of the three (an enum in decimal, a hash as 0x...).");
-
-    py::module_ flash = m.def_submodule("flash", "The serial flash database: chips by ID bytes, name or SFDP read.");
     flash.def(
         "identify",
         [](const py::object& id, bool silicon_id, const py::object& sfdp) {
@@ -330,6 +301,41 @@ PYBIND11_MODULE(moxdev, m)
         "comparison with the table's record, as `moxdev flash sfdp FILE --json`.\n\n"
         "`read` is bytes (the raw read or a text dump: hexdump -C, xxd, hex bytes) or a path to a file "
         "holding either; `name` names the derived record.");
+}
+
+} // namespace
+
+PYBIND11_MODULE(moxdev, m)
+{
+    m.doc() = "The moxdev device-support library: flash chips by their ID bytes, names and SFDP reads, "
+              "device records and names, ordering part numbers, HPS flash parts.\n\n"
+              "Every function returns the document `moxdev ... --json` prints, as dicts and lists. "
+              "Errors derive from moxdev.Error: NotFoundError (a LookupError), InvalidInputError (a "
+              "ValueError), UnavailableError (an OSError), InternalError (a damaged database).";
+    m.attr("__version__") = MOXDEV_VERSION_TEXT;
+    py::exec(ERROR_CLASSES, m.attr("__dict__"));
+    py::register_exception_translator(translate_errors);
+
+    m.def(
+        "reload",
+        [] {
+            session().flash.reset();
+            session().naming.reset();
+        },
+        "Read the databases again on the next question, with the environment as it is then "
+        "(MOXDEV_DEVICE_DB_DIR, MOXDEV_INSTALL_DIR, the MOX_ALLOW_ switches, MOX_SUPPORT_EXT_SPI_DEV).");
+    m.def(
+        "name", [](const std::string& name) { return to_python(naming_documents().name(name)); }, py::arg("name"),
+        "Every form of a device name, as `moxdev name NAME --json`.\n\n"
+        "  moxdev.name('kxb120f484i7')['full_ordering_name']\n\n"
+        "Raises NotFoundError for a name no form of which is known.");
+    m.def(
+        "opn", [](const std::string& opn) { return to_python(naming_documents().opn(opn)); }, py::arg("opn"),
+        "An ordering part number, its OPN enum and its OPN hash, as `moxdev opn OPN --json`; `opn` is any "
+        "of the three (an enum in decimal, a hash as 0x...).");
+
+    py::module_ flash = m.def_submodule("flash", "The serial flash database: chips by ID bytes, name or SFDP read.");
+    define_flash(flash);
 
     py::module_ device = m.def_submodule("device", "The device information database.");
     device.def(

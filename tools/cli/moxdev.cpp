@@ -167,9 +167,9 @@ int main(int argc, char** argv)
 
 namespace {
 
-int run(int argc, char** argv)
+// The options every command takes.
+void add_global_options(CLI::App& app)
 {
-    CLI::App app{"moxdev: device and configuration-flash information for FPGA/CPLD programmers", "moxdev"};
     app.set_version_flag("-V,--version", version_text(), "Print the version and build number");
     app.require_subcommand(1);
     // The global options may also follow the command: moxdev flash list -q.
@@ -188,7 +188,12 @@ int run(int argc, char** argv)
         },
         "Show the library's debug output: -v its messages and why a user flash value is ignored, -vv more, "
         "-vvv also each step of the name queries");
+}
 
+int run(int argc, char** argv)
+{
+    CLI::App app{"moxdev: device and configuration-flash information for FPGA/CPLD programmers", "moxdev"};
+    add_global_options(app);
     moxdev_cli::add_device_commands(app);
     moxdev_cli::add_flash_commands(app);
     moxdev_cli::add_naming_commands(app);
