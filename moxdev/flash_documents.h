@@ -73,4 +73,10 @@ private:
 // moxdev/dump_text.h); INVALID_INPUT, naming `source`, when it is neither.
 std::vector<BYTE> read_sfdp_dump(const std::string& content, const std::string& source);
 
+// The SFDP read in the file at `path` ("-": standard input), read with a cap
+// (a dump takes about five characters per byte, so a larger file cannot be a
+// read); UNAVAILABLE when it cannot be read, INVALID_INPUT when it holds no
+// read.
+std::vector<BYTE> read_sfdp_file(const std::string& path);
+
 } // namespace moxdev

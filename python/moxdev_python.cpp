@@ -196,18 +196,12 @@ std::vector<BYTE> id_bytes(const py::handle& id)
 }
 
 // An SFDP read: bytes (the raw read, or a text dump of it), or a path (str or
-// os.PathLike) to a file holding either. A dump takes about five characters
-// per byte; a file larger than that cannot be a read.
+// os.PathLike) to a file holding either.
 std::vector<BYTE> sfdp_bytes(const py::handle& read)
 {
     if (is_bytes(read))
         return moxdev::read_sfdp_dump(bytes_text(read), "the SFDP read");
-    const std::string path = py::module_::import("os").attr("fspath")(read).cast<std::string>();
-    std::vector<BYTE> content;
-    std::string error;
-    if (!moxdev::read_input_file(path, 16 * MOXDEV_SFDP_MAX_BYTES, content, error))
-        throw moxdev::QUERY_ERROR(moxdev::QUERY_FAILURE::UNAVAILABLE, "cannot read '" + path + "': " + error);
-    return moxdev::read_sfdp_dump(std::string(content.begin(), content.end()), path);
+    return moxdev::read_sfdp_file(py::module_::import("os").attr("fspath")(read).cast<std::string>());
 }
 
 std::string text_or_empty(const py::object& text)

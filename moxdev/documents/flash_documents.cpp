@@ -4,6 +4,7 @@
 
 #include "moxdev/documents/flash_queries.h"
 #include "moxdev/dump_text.h"
+#include "moxdev/files.h"
 #include "moxdev/text.h"
 
 #include <absl/strings/str_split.h>
@@ -47,6 +48,20 @@ std::vector<BYTE> read_sfdp_dump(const std::string& content, const std::string& 
     if (!read_dump(content, "SFDP", MOXDEV_SFDP_MAX_BYTES, bytes, error))
         throw QUERY_ERROR(QUERY_FAILURE::INVALID_INPUT, source + ": " + error);
     return bytes;
+}
+
+std::vector<BYTE> read_sfdp_file(const std::string& path)
+{
+    constexpr std::size_t MAX_DUMP_TEXT = 16 * MOXDEV_SFDP_MAX_BYTES;
+    std::vector<BYTE> content;
+    std::string error;
+    const bool read = path == "-" ? read_input_stream(0, MAX_DUMP_TEXT, content, error)
+                                  : read_input_file(path, MAX_DUMP_TEXT, content, error);
+    if (!read)
+        throw QUERY_ERROR(QUERY_FAILURE::UNAVAILABLE,
+                          "cannot read " + (path == "-" ? std::string("standard input") : "'" + path + "'") + ": " +
+                              error);
+    return read_sfdp_dump(std::string(content.begin(), content.end()), path);
 }
 
 namespace {

@@ -283,7 +283,7 @@ void flash_identify(const std::vector<std::string>& words, bool silicon_id, cons
     moxdev::check_identify_request(flash_tables(), silicon_id, !sfdp_file.empty());
     std::optional<std::vector<BYTE>> sfdp;
     if (!sfdp_file.empty())
-        sfdp = read_sfdp_file(sfdp_file);
+        sfdp = moxdev::read_sfdp_file(sfdp_file);
     const std::vector<BYTE>* read = sfdp ? &*sfdp : nullptr;
     if (json_output) {
         print_json(flash_documents().identify(bytes, silicon_id, read));

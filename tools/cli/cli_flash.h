@@ -30,10 +30,6 @@ std::string source_text(const moxdev::MAXIMA_SOURCE* source);
 moxdev::FLASH_DOCUMENTS& flash_documents();
 moxdev::FLASH_TABLES& flash_tables();
 
-// The bytes of an SFDP read kept in `file` (- for standard input), in any
-// form moxdev::read_dump takes.
-std::vector<BYTE> read_sfdp_file(const std::string& file);
-
 // moxdev flash sfdp: below `flash`.
 void add_sfdp_command(CLI::App& flash);
 

@@ -3,12 +3,10 @@
 #pragma once
 
 #include "moxdev/files.h"
+
 #include <cerrno>
 #include <cstring>
-
-#include <filesystem>
 #include <string>
-#include <system_error>
 
 #include <unistd.h>
 

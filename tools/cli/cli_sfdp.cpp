@@ -16,22 +16,6 @@ namespace moxdev_cli {
 
 namespace {
 
-// A text dump takes about five characters per byte; more than this cannot
-// be an SFDP read.
-constexpr std::size_t MAX_DUMP_TEXT = 16 * MOXDEV_SFDP_MAX_BYTES;
-
-std::string read_input(const std::string& file)
-{
-    std::vector<BYTE> bytes;
-    std::string error;
-    const bool read = file == "-" ? moxdev::read_input_stream(0, MAX_DUMP_TEXT, bytes, error)
-                                  : moxdev::read_input_file(file, MAX_DUMP_TEXT, bytes, error);
-    if (!read)
-        throw USER_ERROR{"cannot read " + (file == "-" ? std::string("standard input") : "'" + file + "'") + ": " +
-                         error};
-    return std::string(bytes.begin(), bytes.end());
-}
-
 template <class T>
 std::string optional_text(const std::optional<T>& value, const char* unit)
 {
@@ -89,7 +73,7 @@ void flash_sfdp(const std::string& file, const std::vector<std::string>& id_word
     // The input is checked in the order it is given: the name, the read,
     // then the ID bytes.
     moxdev::check_derived_record_name(name);
-    MOXDEV_SFDP decoded = moxdev::decode_sfdp_read(read_sfdp_file(file));
+    MOXDEV_SFDP decoded = moxdev::decode_sfdp_read(moxdev::read_sfdp_file(file));
     const moxdev::SFDP_EXAMINATION result =
         moxdev::examine_sfdp(flash_tables(), std::move(decoded), moxdev::parse_id_bytes(id_words), name, define);
     // --define is the command's own: the document is FLASH_DOCUMENTS::sfdp's,
@@ -101,11 +85,6 @@ void flash_sfdp(const std::string& file, const std::vector<std::string>& id_word
 }
 
 } // namespace
-
-std::vector<BYTE> read_sfdp_file(const std::string& file)
-{
-    return moxdev::read_sfdp_dump(read_input(file), file);
-}
 
 void add_sfdp_command(CLI::App& flash)
 {
